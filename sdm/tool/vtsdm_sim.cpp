@@ -1,0 +1,331 @@
+// vtsdm-sim: shows the simulated host and changes its state for tests and
+// demonstrations.  "show" walks the host through the SD... calls exactly as
+// a management program would.
+#include <cinttypes>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <map>
+#include <string>
+#include <vector>
+
+#include "host.h"
+#include "sim.h"
+#include "vtsdm.h"
+
+namespace {
+
+const char *kUsage =
+    "usage: vtsdm-sim [--host FILE] COMMAND [ARGS]\n"
+    "\n"
+    "Commands:\n"
+    "  show [--luns N]            adapters, ports, targets and LUNs (at most N LUNs\n"
+    "                             per target, default 16; 0 shows all)\n"
+    "  check                      load the host file and report the first problem\n"
+    "  reset                      forget every persisted change of this host\n"
+    "  event INSTANCE CODE...     queue events: lip, linkup, linkdown, lipreset, scr,\n"
+    "                             device, dport, fec or a number\n"
+    "  link INSTANCE STATE        online, linkdown, offline, bypassed, diagnostics,\n"
+    "                             error or dport (queues the link event)\n"
+    "  counters INSTANCE NAME=N.. add to counters: io_count, megabytes, errors,\n"
+    "                             device_errors, link_failure, loss_of_sync,\n"
+    "                             loss_of_signal, invalid_crc, invalid_tx_words,\n"
+    "                             primitive_seq_errors, tx_frames, rx_frames\n"
+    "\n"
+    "The host file is $VTSDM_HOST or <install>/data/default_host.json; state is\n"
+    "kept in $VTSDM_STATE_DIR or $VTAPI_SYSROOT/var/lib/vtsdm.\n";
+
+std::string Wwn(const uint8_t b[8]) { return vtsdm::FormatWwn(vtsdm::WwnFromBytes(b)); }
+
+const char *StateName(uint16_t s) {
+    switch (s) {
+    case SD_PORTSTATE_ONLINE: return "Online";
+    case SD_PORTSTATE_LINKDOWN: return "Link down";
+    case SD_PORTSTATE_OFFLINE: return "Offline";
+    case SD_PORTSTATE_BYPASSED: return "Bypassed";
+    case SD_PORTSTATE_DIAGNOSTICS: return "Diagnostics";
+    case SD_PORTSTATE_ERROR: return "Error";
+    default: return "Unknown";
+    }
+}
+
+const char *SpeedName(uint32_t code) {
+    switch (code) {
+    case SD_SPEED_1G: return "1 Gb/s";
+    case SD_SPEED_2G: return "2 Gb/s";
+    case SD_SPEED_4G: return "4 Gb/s";
+    case SD_SPEED_8G: return "8 Gb/s";
+    case SD_SPEED_10G: return "10 Gb/s";
+    case SD_SPEED_16G: return "16 Gb/s";
+    case SD_SPEED_20G: return "20 Gb/s";
+    case SD_SPEED_32G: return "32 Gb/s";
+    case SD_SPEED_64G: return "64 Gb/s";
+    case SD_SPEED_128G: return "128 Gb/s";
+    default: return "-";
+    }
+}
+
+const char *DeviceTypeName(uint8_t t) {
+    switch (t) {
+    case 0x00: return "Disk";
+    case 0x01: return "Tape";
+    case 0x05: return "CD/DVD";
+    case 0x08: return "Changer";
+    case 0x0C: return "Controller";
+    case 0x0D: return "Enclosure";
+    default: return "Other";
+    }
+}
+
+std::string Trim(const uint8_t *p, size_t n) {
+    std::string s(reinterpret_cast<const char *>(p), n);
+    while (!s.empty() && s.back() == ' ') s.pop_back();
+    return s;
+}
+
+std::string Capacity(uint64_t bytes) {
+    const char *units[] = {"B", "KB", "MB", "GB", "TB", "PB"};
+    double v = double(bytes);
+    int u = 0;
+    while (v >= 1000.0 && u < 5) {
+        v /= 1000.0;
+        ++u;
+    }
+    char buf[32];
+    snprintf(buf, sizeof buf, "%.2f %s", v, units[u]);
+    return buf;
+}
+
+void ShowLuns(uint32_t h, const SDDiscTargetProperty &t, uint32_t maxLuns) {
+    std::vector<uint8_t> buf(8 + 8 * 16384);
+    uint32_t size = uint32_t(buf.size());
+    uint8_t sense[SD_SENSE_BUFFER_SIZE];
+    uint32_t senseSize = sizeof sense;
+    uint32_t rc = SDSendScsiReportLunsCmdFC(h, t.WWPN, buf.data(), &size, sense, &senseSize);
+    if (rc != SDERR_NONE) {
+        printf("        REPORT LUNS failed: %s (0x%08x)\n", SDGetErrorString(rc), rc);
+        return;
+    }
+    uint32_t n = ((uint32_t(buf[0]) << 24) | (uint32_t(buf[1]) << 16) | (uint32_t(buf[2]) << 8) | buf[3]) / 8;
+    for (uint32_t i = 0; i < n; ++i) {
+        if (maxLuns && i == maxLuns) {
+            printf("        ... %u more LUNs\n", n - i);
+            break;
+        }
+        const uint8_t *e = &buf[8 + 8 * i];
+        uint16_t lun = uint16_t(((e[0] & 0x3F) << 8) | e[1]);
+        uint8_t inq[36];
+        uint32_t inqSize = sizeof inq;
+        senseSize = sizeof sense;
+        rc = SDSendScsiInquiryCmdFC(h, t.WWPN, lun, 0, 0, inq, &inqSize, sense, &senseSize);
+        if (rc != SDERR_NONE) {
+            printf("        LUN %-5u INQUIRY failed: %s\n", lun, SDGetErrorString(rc));
+            continue;
+        }
+        std::string line = "        LUN " + std::to_string(lun);
+        line.resize(20, ' ');
+        printf("%s%-10s %-8s %-16s %-4s", line.c_str(), DeviceTypeName(inq[0] & 0x1F), Trim(inq + 8, 8).c_str(),
+               Trim(inq + 16, 16).c_str(), Trim(inq + 32, 4).c_str());
+        if ((inq[0] & 0x1F) == 0) {
+            uint8_t cap[32];
+            uint32_t capSize = 8;
+            senseSize = sizeof sense;
+            uint64_t blocks = 0;
+            uint32_t blockLen = 0;
+            if (SDSendScsiReadCapacityCmdFC(h, t.WWPN, lun, cap, &capSize, sense, &senseSize) == SDERR_NONE) {
+                uint32_t last = (uint32_t(cap[0]) << 24) | (uint32_t(cap[1]) << 16) | (uint32_t(cap[2]) << 8) | cap[3];
+                blockLen = (uint32_t(cap[4]) << 24) | (uint32_t(cap[5]) << 16) | (uint32_t(cap[6]) << 8) | cap[7];
+                blocks = uint64_t(last) + 1;
+                if (last == 0xFFFFFFFFu) {
+                    capSize = 32;
+                    senseSize = sizeof sense;
+                    if (SDSendScsiReadCapacityLargeCmdFC(h, t.WWPN, lun, cap, &capSize, sense, &senseSize) ==
+                        SDERR_NONE) {
+                        uint64_t l = 0;
+                        for (int k = 0; k < 8; ++k) l = (l << 8) | cap[k];
+                        blocks = l + 1;
+                        blockLen = (uint32_t(cap[8]) << 24) | (uint32_t(cap[9]) << 16) | (uint32_t(cap[10]) << 8) |
+                                   cap[11];
+                    }
+                }
+            }
+            printf(" %12s", Capacity(blocks * blockLen).c_str());
+            senseSize = sizeof sense;
+            if (SDSendScsiTestUnitReadyCmdFC(h, t.WWPN, lun, sense, &senseSize) == SDERR_SCSI_CHECK_CONDITION &&
+                (sense[2] & 0x0F) == 0x02)
+                printf("  (passive)");
+        }
+        printf("\n");
+    }
+}
+
+int Show(uint32_t maxLuns) {
+    printf("Simulated host: %s\n", vtsdm::DefaultHostPath().c_str());
+    std::string lastSerial;
+    uint32_t found = 0;
+    for (uint32_t inst = 0; inst < SD_MAX_INSTANCES; ++inst) {
+        uint32_t h = 0;
+        uint32_t rc = SDOpenDevice(inst, &h);
+        if (rc == SDERR_NO_SUCH_DEVICE) break;
+        if (rc != SDERR_NONE) {
+            if (rc == SDERR_IO_FAILED && !vtsdm::LoadError().empty()) return 2;
+            printf("Instance %u: cannot open: %s (0x%08x)\n", inst, SDGetErrorString(rc), rc);
+            continue;
+        }
+        ++found;
+        SDChipProperty chip;
+        SDNodeProperty node;
+        SDPortProperty port;
+        SDDriverProperty drv;
+        SDGetHbaDeviceChipProperty(h, &chip);
+        SDGetHbaDeviceNodeProperty(h, &node);
+        SDGetHbaDevicePortProperty(h, &port);
+        SDGetHbaDeviceDriverProperty(h, &drv);
+        if (lastSerial != node.SerialNumber) {
+            lastSerial = node.SerialNumber;
+            printf("\nAdapter %s  S/N %s  (%s)\n", node.Model, node.SerialNumber, node.ModelDescription);
+            printf("  PCI %04x:%04x subsystem %04x:%04x  bus %02x device %02x  ISP type %u\n", chip.VendorID,
+                   chip.DeviceID, chip.SubVendorID, chip.SubSystemID, chip.PciBusNumber & 0xFF,
+                   chip.PciDevFunc >> 3, chip.IspType);
+            printf("  Driver %s %s  Firmware %s  Option ROM %s\n", drv.DriverName, drv.DriverVersion,
+                   node.FirmwareVersion, node.OptionRomVersion);
+        }
+        const char *kind = node.Interface == SD_INTERFACE_VPORT ? "vPort"
+                           : node.Interface == SD_INTERFACE_FCOE ? "FCoE port"
+                                                                 : "Port";
+        printf("  Instance %u: %s %u  WWPN %s  WWNN %s\n", inst, kind,
+               node.Interface == SD_INTERFACE_VPORT ? unsigned(node.VPortId) : unsigned(chip.PhysPortNumber),
+               Wwn(port.WWPN).c_str(), Wwn(node.WWNN).c_str());
+        printf("    %s, %s, port ID %02x:%02x:%02x, %s\n", StateName(port.PortState), SpeedName(port.PortSpeed),
+               port.PortId[0], port.PortId[1], port.PortId[2], port.DeviceName);
+        uint32_t count = 0;
+        SDGetDiscTargetProperties(h, nullptr, &count);
+        std::vector<SDDiscTargetProperty> targets(count);
+        if (count && SDGetDiscTargetProperties(h, targets.data(), &count) != SDERR_NONE) count = 0;
+        for (uint32_t i = 0; i < count; ++i) {
+            const auto &t = targets[i];
+            printf("    Target %u  WWPN %s  port ID %02x:%02x:%02x  %s%s\n", t.TargetId, Wwn(t.WWPN).c_str(),
+                   t.PortId[0], t.PortId[1], t.PortId[2], t.TargetType == SD_TARGETTYPE_NVME ? "NVMe" : "FCP",
+                   (t.TargetFlags & SD_TGTFLAG_LOGGED_IN) ? "" : "  (not logged in)");
+            if (t.TargetFlags & SD_TGTFLAG_LOGGED_IN) ShowLuns(h, t, maxLuns);
+        }
+        SDCloseDevice(h);
+    }
+    if (found == 0) printf("\nNo adapter ports found.\n");
+    return 0;
+}
+
+bool ParseInstance(const char *s, uint32_t &out) {
+    char *end = nullptr;
+    unsigned long v = strtoul(s, &end, 10);
+    if (!*s || *end || v >= SD_MAX_INSTANCES) {
+        fprintf(stderr, "vtsdm-sim: bad instance number '%s' (0-30)\n", s);
+        return false;
+    }
+    out = uint32_t(v);
+    return true;
+}
+
+int Report(uint32_t rc, const char *what) {
+    if (rc == SDERR_NONE) return 0;
+    fprintf(stderr, "vtsdm-sim: %s: %s (0x%08x)\n", what, SDGetErrorString(rc), rc);
+    return 1;
+}
+
+}  // namespace
+
+int main(int argc, char **argv) {
+    int i = 1;
+    if (i + 1 < argc && strcmp(argv[i], "--host") == 0) {
+        setenv("VTSDM_HOST", argv[i + 1], 1);
+        i += 2;
+    }
+    if (i >= argc || strcmp(argv[i], "-h") == 0 || strcmp(argv[i], "--help") == 0) {
+        fputs(kUsage, i >= argc ? stderr : stdout);
+        return i >= argc ? 2 : 0;
+    }
+    const std::string cmd = argv[i++];
+    auto access = vtsdm::AcquireSimulator();
+    if (!access.sim) return 2;  // the reason is already on standard error
+    vtsdm::Simulator &sim = *access.sim;
+
+    if (cmd == "show") {
+        uint32_t maxLuns = 16;
+        if (i + 1 < argc && strcmp(argv[i], "--luns") == 0) maxLuns = uint32_t(strtoul(argv[i + 1], nullptr, 10));
+        return Show(maxLuns);
+    }
+    if (cmd == "check") {
+        printf("%s: %zu cards, %zu ports\n", sim.host().path.c_str(), sim.host().cards.size(),
+               sim.host().ports.size());
+        return 0;
+    }
+    if (cmd == "reset") return Report(sim.store().reset(), "reset");
+    if (cmd == "event" && i + 1 < argc) {
+        static const std::map<std::string, uint32_t> names = {
+            {"lip", SD_AEN_LIP_OCCURRED}, {"linkup", SD_AEN_LINK_UP},     {"linkdown", SD_AEN_LINK_DOWN},
+            {"lipreset", SD_AEN_LIP_RESET}, {"scr", SD_AEN_SCR_UPDATE},   {"device", SD_AEN_DEVICE_UPDATE},
+            {"dport", SD_AEN_DPORT_DIAG},  {"fec", SD_AEN_FEC_ACTIVE}};
+        uint32_t inst;
+        if (!ParseInstance(argv[i++], inst)) return 2;
+        for (; i < argc; ++i) {
+            auto it = names.find(argv[i]);
+            char *end = nullptr;
+            uint32_t code = it != names.end() ? it->second : uint32_t(strtoul(argv[i], &end, 0));
+            if (it == names.end() && (!*argv[i] || *end)) {
+                fprintf(stderr, "vtsdm-sim: unknown event '%s'\n", argv[i]);
+                return 2;
+            }
+            if (int rc = Report(sim.queueEvent(inst, code), "event")) return rc;
+        }
+        return 0;
+    }
+    if (cmd == "link" && i + 1 < argc) {
+        static const std::map<std::string, uint16_t> states = {
+            {"online", SD_PORTSTATE_ONLINE},     {"linkdown", SD_PORTSTATE_LINKDOWN},
+            {"offline", SD_PORTSTATE_OFFLINE},   {"bypassed", SD_PORTSTATE_BYPASSED},
+            {"diagnostics", SD_PORTSTATE_DIAGNOSTICS}, {"error", SD_PORTSTATE_ERROR},
+            {"dport", SD_PORTSTATE_ONLINE}};
+        uint32_t inst;
+        if (!ParseInstance(argv[i++], inst)) return 2;
+        auto it = states.find(argv[i]);
+        if (it == states.end()) {
+            fprintf(stderr, "vtsdm-sim: unknown link state '%s'\n", argv[i]);
+            return 2;
+        }
+        return Report(sim.setLinkState(inst, it->second, strcmp(argv[i], "dport") == 0), "link");
+    }
+    if (cmd == "counters" && i + 1 < argc) {
+        uint32_t inst;
+        if (!ParseInstance(argv[i++], inst)) return 2;
+        SDStatistics d{};
+        static const std::map<std::string, uint64_t SDStatistics::*> wide = {
+            {"io_count", &SDStatistics::TotalIoCount}, {"megabytes", &SDStatistics::TotalMBytes},
+            {"errors", &SDStatistics::ControllerErrorCount}, {"device_errors", &SDStatistics::DeviceErrorCount},
+            {"tx_frames", &SDStatistics::TxFrames}, {"rx_frames", &SDStatistics::RxFrames}};
+        static const std::map<std::string, uint32_t SDStatistics::*> narrow = {
+            {"link_failure", &SDStatistics::LinkFailureCount}, {"loss_of_sync", &SDStatistics::LossOfSyncCount},
+            {"loss_of_signal", &SDStatistics::LossOfSignalCount}, {"invalid_crc", &SDStatistics::InvalidCRCCount},
+            {"invalid_tx_words", &SDStatistics::InvalidTransmissionWordCount},
+            {"primitive_seq_errors", &SDStatistics::PrimitiveSeqProtocolErrorCount}};
+        for (; i < argc; ++i) {
+            std::string a = argv[i];
+            auto eq = a.find('=');
+            std::string name = a.substr(0, eq);
+            char *end = nullptr;
+            unsigned long long v = eq == std::string::npos ? 0 : strtoull(a.c_str() + eq + 1, &end, 10);
+            if (eq == std::string::npos || !end || *end) {
+                fprintf(stderr, "vtsdm-sim: expected NAME=NUMBER, got '%s'\n", a.c_str());
+                return 2;
+            }
+            if (auto w = wide.find(name); w != wide.end()) d.*(w->second) += v;
+            else if (auto n = narrow.find(name); n != narrow.end()) d.*(n->second) += uint32_t(v);
+            else {
+                fprintf(stderr, "vtsdm-sim: unknown counter '%s'\n", name.c_str());
+                return 2;
+            }
+        }
+        return Report(sim.addCounters(inst, d), "counters");
+    }
+    fputs(kUsage, stderr);
+    return 2;
+}
