@@ -272,26 +272,26 @@ bool VpdChecksumOk(const std::vector<uint8_t> &vpd) {
     return false;
 }
 
-size_t MultiImageTableLength(const MultiImageSpec &spec) {
-    size_t len = (spec.components.size() + 2) * kIltSlot + 8;
-    for (const auto &list : spec.cardLists)
+size_t MultiImageTableLength(const MultiImageSpec &in) {
+    size_t len = (in.components.size() + 2) * kIltSlot + 8;
+    for (const auto &list : in.cardLists)
         len += 8 + 8 * list.entries.size();
     return len;
 }
 
-std::vector<uint8_t> BuildMultiImage(const MultiImageSpec &spec) {
-    if (spec.signature.size() != 4)
+std::vector<uint8_t> BuildMultiImage(const MultiImageSpec &in) {
+    if (in.signature.size() != 4)
         throw std::invalid_argument("ILT signature must have four characters");
-    const size_t n = spec.components.size() + 1;  // region entries plus the time stamp
+    const size_t n = in.components.size() + 1;  // region entries plus the time stamp
     if (n > 256)
         throw std::invalid_argument("too many ILT region entries");
-    const size_t tableLength = MultiImageTableLength(spec);
+    const size_t tableLength = MultiImageTableLength(in);
     if (tableLength > 0xFFFF)
         throw std::invalid_argument("ILT table longer than 65535 bytes");
 
     size_t total = RoundUp(tableLength, kPayloadAlign);
     std::vector<uint32_t> offsets;
-    for (const auto &c : spec.components) {
+    for (const auto &c : in.components) {
         offsets.push_back(static_cast<uint32_t>(total));
         total = RoundUp(total + c.payload.size(), kPayloadAlign);
     }
@@ -299,21 +299,21 @@ std::vector<uint8_t> BuildMultiImage(const MultiImageSpec &spec) {
         throw std::invalid_argument("multi-image container too large");
     std::vector<uint8_t> out(total, 0);
 
-    PutText(out, 0, spec.signature);
-    PutLe16(out, 4, spec.tableVersion);
+    PutText(out, 0, in.signature);
+    PutLe16(out, 4, in.tableVersion);
     PutLe16(out, 6, static_cast<uint16_t>(tableLength));
     PutLe16(out, 10, static_cast<uint16_t>(n));
-    out[13] = spec.imageVersion.major;
-    out[14] = spec.imageVersion.minor;
-    out[15] = spec.imageVersion.subminor;
-    out[16] = spec.buildDate.month;
-    out[17] = spec.buildDate.day;
-    PutLe16(out, 18, spec.buildDate.year);
-    std::copy(spec.ffv.begin(), spec.ffv.end(), out.begin() + 21);
-    out[25] = spec.activationLevel;
+    out[13] = in.imageVersion.major;
+    out[14] = in.imageVersion.minor;
+    out[15] = in.imageVersion.subminor;
+    out[16] = in.buildDate.month;
+    out[17] = in.buildDate.day;
+    PutLe16(out, 18, in.buildDate.year);
+    std::copy(in.ffv.begin(), in.ffv.end(), out.begin() + 21);
+    out[25] = in.activationLevel;
 
-    for (size_t i = 0; i < spec.components.size(); ++i) {
-        const Component &c = spec.components[i];
+    for (size_t i = 0; i < in.components.size(); ++i) {
+        const Component &c = in.components[i];
         const size_t e = (i + 1) * kIltSlot;
         PutLe16(out, e, c.regionType);
         out[e + 3] = c.version.major;
@@ -327,15 +327,15 @@ std::vector<uint8_t> BuildMultiImage(const MultiImageSpec &spec) {
     }
 
     const size_t ts = n * kIltSlot;
-    PutLe16(out, ts + 6, spec.buildDate.year);
-    out[ts + 8] = spec.buildDate.month;
-    out[ts + 9] = spec.buildDate.day;
+    PutLe16(out, ts + 6, in.buildDate.year);
+    out[ts + 8] = in.buildDate.month;
+    out[ts + 9] = in.buildDate.day;
     PutLe16(out, ts + 12, 0x1400);
 
     size_t at = ts + kIltSlot;
-    PutLe16(out, at, static_cast<uint16_t>(spec.cardLists.size()));
+    PutLe16(out, at, static_cast<uint16_t>(in.cardLists.size()));
     at += 8;
-    for (const auto &list : spec.cardLists) {
+    for (const auto &list : in.cardLists) {
         if (list.entries.size() > 1024)
             throw std::invalid_argument("card-type list with more than 1024 entries");
         PutLe16(out, at, list.cardType);
@@ -391,39 +391,39 @@ std::vector<uint8_t> BuildNvmeBootRegion() {
     return out;
 }
 
-std::vector<FlashRegion> BuildFlashSet(const FlashSetSpec &spec) {
+std::vector<FlashRegion> BuildFlashSet(const FlashSetSpec &in) {
     BootImages boot;
-    if (spec.bios)
-        boot.bios = BootImage{*spec.bios, 0};
-    if (spec.fcode)
-        boot.fcode = BootImage{*spec.fcode, 0};
-    if (spec.efi)
-        boot.efi = BootImage{*spec.efi, 0};
-    boot.chipId = spec.chipId;
+    if (in.bios)
+        boot.bios = BootImage{*in.bios, 0};
+    if (in.fcode)
+        boot.fcode = BootImage{*in.fcode, 0};
+    if (in.efi)
+        boot.efi = BootImage{*in.efi, 0};
+    boot.chipId = in.chipId;
 
     std::vector<FlashRegion> regions;
     MultiImageSpec mbi;
-    mbi.imageVersion = spec.multiboot;
-    mbi.buildDate = spec.buildDate;
-    mbi.ffv = spec.ffv;
+    mbi.imageVersion = in.multiboot;
+    mbi.buildDate = in.buildDate;
+    mbi.ffv = in.ffv;
 
-    std::vector<uint8_t> chain = BuildExpansionRomChain(boot, kVendorId, spec.deviceId);
+    std::vector<uint8_t> chain = BuildExpansionRomChain(boot, kVendorId, in.deviceId);
     if (!chain.empty()) {
-        const Version bootVersion = spec.bios ? *spec.bios : spec.fcode ? *spec.fcode : *spec.efi;
+        const Version bootVersion = in.bios ? *in.bios : in.fcode ? *in.fcode : *in.efi;
         mbi.components.push_back({static_cast<uint16_t>(kRegionBootCode), bootVersion, 0, 0, chain});
         regions.push_back({kRegionBootCode, std::move(chain)});
     }
-    std::vector<uint8_t> fw = BuildRiscFirmware(spec.firmware, spec.riscAttribute, spec.firmwareSize);
-    mbi.components.push_back({static_cast<uint16_t>(kRegionRiscFirmware), spec.firmware, 0, 0, fw});
+    std::vector<uint8_t> fw = BuildRiscFirmware(in.firmware, in.riscAttribute, in.firmwareSize);
+    mbi.components.push_back({static_cast<uint16_t>(kRegionRiscFirmware), in.firmware, 0, 0, fw});
     regions.push_back({kRegionRiscFirmware, std::move(fw)});
 
-    regions.push_back({kRegionVpd, BuildVpd(spec.vpdIdentifier, spec.vpdReadOnly, spec.vpdReadWrite)});
+    regions.push_back({kRegionVpd, BuildVpd(in.vpdIdentifier, in.vpdReadOnly, in.vpdReadWrite)});
     regions.push_back({kRegionGlobalNvram,
-                       spec.globalNvram.empty() ? std::vector<uint8_t>(512, 0) : spec.globalNvram});
-    for (uint32_t code : spec.nvmeBootRegions)
+                       in.globalNvram.empty() ? std::vector<uint8_t>(512, 0) : in.globalNvram});
+    for (uint32_t code : in.nvmeBootRegions)
         regions.push_back({code, BuildNvmeBootRegion()});
 
-    const CardEntry card{kVendorId, spec.deviceId, spec.subVendorId, spec.subSystemId};
+    const CardEntry card{kVendorId, in.deviceId, in.subVendorId, in.subSystemId};
     mbi.cardLists = {{0, {card}}, {1, {card}}};
     std::vector<uint8_t> table = BuildMultiImage(mbi);
     table.resize(MultiImageTableLength(mbi));

@@ -14,7 +14,7 @@
 //    narrow fields;
 //  - a field of 8 bits or more, and every string field, starts on a byte
 //    boundary: when the previous field left a byte partly used, the rest of
-//    that byte is skipped.  The layouts below never rely on this skip: the
+//    that byte is skipped.  The built-in layouts never rely on this skip: the
 //    builder inserts an explicit reserved bit field instead, so every bit of
 //    the image belongs to exactly one field and a written template keeps it.
 // Unused space is covered by reserved fields (id -1).  The 256-byte image
