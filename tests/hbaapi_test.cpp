@@ -202,6 +202,7 @@ TEST_F(HbaApiTest, DiscoveredPortsAndLinkErrorStatus) {
     EXPECT_EQ(k["adapter.0.port.0.disc.1.wwpn"], "50:06:01:61:00:00:00:02");
     EXPECT_EQ(k["adapter.0.port.0.disc.1.state"], "3");  // not logged in
     EXPECT_EQ(k["adapter.0.port.0.disc.1.bywwn"], "1");
+    EXPECT_EQ(k["adapter.0.port.0.disc.1.rls"], "5");  // not logged in: unknown WWN
     EXPECT_EQ(k["adapter.0.port.0.disc_past_end"], "6");
     EXPECT_EQ(k["adapter.0.port.1.disc_past_end"], "6");
     EXPECT_EQ(k["adapter.1.port.0.disc.0.wwpn"], "50:06:01:61:00:00:01:01");
