@@ -33,6 +33,9 @@ extern "C" {
 VTAPI_EXPORT extern char messagesfile[512];
 VTAPI_EXPORT extern char oldmessagesfile[512];
 VTAPI_EXPORT extern int32_t g_coreQuietModeEnable;
+/* The OS layer's own quiet flag: OSSInitialize copies g_coreQuietModeEnable
+ * into it; OSSLogMessage prints nothing while it is set. */
+VTAPI_EXPORT extern int32_t g_bOperateInQuietMode;
 VTAPI_EXPORT extern char g_LogFileName[256];
 VTAPI_EXPORT extern FILE *g_fp;
 VTAPI_EXPORT extern int32_t bSilent;
@@ -127,6 +130,12 @@ VTAPI_EXPORT void OSSSleepMs(uint32_t milliseconds);
 VTAPI_EXPORT extern char g_InstallationDir[260];
 VTAPI_EXPORT extern char g_CurrentDir[260];
 VTAPI_EXPORT extern char g_TarnConfigFileName[260];
+/* Alias and exit-codes file names; filled from the installation directory
+ * on first use when empty ("aliases.properties", "globalaliases.properties",
+ * "exitcodes.properties") unless the alias code has set them. */
+VTAPI_EXPORT extern char g_AliasFileName[260];
+VTAPI_EXPORT extern char g_GlobalAliasFileName[260];
+VTAPI_EXPORT extern char g_TarnExitCodesFileName[260];
 
 VTAPI_EXPORT uint32_t TarnSetInstallationDir(const char *dir, int32_t length);
 VTAPI_EXPORT const char *TarnGetInstallationDir(void);

@@ -60,7 +60,8 @@ std::string InstallationDir() {
 
 std::string DefaultHostPath() {
     if (const char *h = getenv("VTSDM_HOST"); h && *h) return h;
-    return InstallationDir() + "/data/default_host.json";
+    static const std::string installed = InstallationDir() + "/data/default_host.json";
+    return installed;
 }
 
 std::string DefaultStateDir() {
@@ -797,11 +798,40 @@ std::unique_ptr<Simulator> g_sim;
 std::string g_error;
 bool g_reported = false;
 
+// The environment the simulator was loaded under; a change (tests switch
+// hosts and private roots) loads it again.
+struct EnvKey {
+    std::string host, state, root;
+    static std::string Get(const char *name) {
+        const char *v = getenv(name);
+        return v ? v : "";
+    }
+    bool changed() const {
+        auto same = [](const std::string &cached, const char *name) {
+            const char *v = getenv(name);
+            return cached == (v ? v : "");
+        };
+        return !same(host, "VTSDM_HOST") || !same(state, "VTSDM_STATE_DIR") || !same(root, "VTAPI_SYSROOT");
+    }
+    void take() {
+        host = Get("VTSDM_HOST");
+        state = Get("VTSDM_STATE_DIR");
+        root = Get("VTAPI_SYSROOT");
+    }
+};
+EnvKey g_env;
+
 }  // namespace
 
 SimAccess AcquireSimulator() {
     std::unique_lock<std::recursive_mutex> lock(g_lock);
+    if ((g_sim || !g_error.empty()) && g_env.changed()) {
+        g_sim.reset();
+        g_error.clear();
+        g_reported = false;
+    }
     if (!g_sim && g_error.empty()) {
+        g_env.take();
         try {
             g_sim = std::make_unique<Simulator>(DefaultHostPath(), DefaultStateDir());
         } catch (const std::exception &e) {

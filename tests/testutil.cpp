@@ -35,6 +35,9 @@ SysrootScope::SysrootScope() {
         else
             unset_.emplace_back(name);
     }
+    // The directories every Linux host has.
+    for (const char *d : {"/etc", "/tmp", "/var/tmp", "/var/lib"})
+        std::filesystem::create_directories(dir_.path() + d);
     setenv("VTAPI_SYSROOT", dir_.path().c_str(), 1);
     unsetenv("VTSDM_STATE_DIR");
 }

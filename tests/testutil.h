@@ -20,8 +20,9 @@ private:
     std::string path_;
 };
 
-// Sets VTAPI_SYSROOT (and the simulator's state directory) to a fresh
-// temporary tree for the lifetime of the object, restoring the old values.
+// Sets VTAPI_SYSROOT to a fresh temporary tree holding /etc, /tmp, /var/tmp
+// and /var/lib for the lifetime of the object (the simulator's state then
+// lives under it), restoring the old values.
 class SysrootScope {
 public:
     SysrootScope();

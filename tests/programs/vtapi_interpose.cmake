@@ -1,0 +1,1 @@
+target_link_libraries(vtapi_interpose PRIVATE vtapifconly ${CMAKE_DL_LIBS})

@@ -1,0 +1,1 @@
+target_link_libraries(vtapi_walk PRIVATE vtapifconly)
