@@ -163,6 +163,10 @@ std::string FormatWithoutArguments(const char *format, size_t limit) {
 // path), formats it with the caller's arguments and hands the text to
 // LogMessage, which formats it once more.
 void WriteApiLine(int32_t type, const char *file, uint32_t line, const char *format, va_list args) {
+    // Without a messages file the line would be dropped: skip the formatting,
+    // which discovery of many LUNs would otherwise pay for every line.
+    if (messagesfile[0] == '\0')
+        return;
     char stamp[13] = "";
     vtapiGetTimeStamp(stamp, sizeof stamp);
     stamp[sizeof stamp - 1] = '\0';

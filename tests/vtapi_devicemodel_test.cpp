@@ -1,0 +1,191 @@
+// The device model's list operations and classification, called directly:
+// the AdapterList and its ordering quirks, the adapter entry tree, and the
+// classification predicates.
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+#include <cstring>
+#include <string>
+#include <vector>
+
+#include "idtable.h"
+#include "testutil.h"
+#include "vtapi.h"
+#include "vtapi_core.h"
+#include "vtapi_oss.h"
+
+namespace {
+
+AdapterNode *Node(uint8_t last, uint16_t did = 0x5380, uint16_t itf = SD_INTERFACE_FC) {
+    AdapterNode *n = CreateNewAdapter();
+    n->WWNN[0] = 0x20;
+    n->WWPN[0] = 0x21;
+    n->WWNN[7] = n->WWPN[7] = last;
+    n->DeviceID = did;
+    n->Interface = itf;
+    GetStringWWN(n->WWPN, n->WWPNText);
+    GetStringWWN(n->WWNN, n->WWNNText);
+    return n;
+}
+
+SDMDevice Device(uint16_t did, uint16_t ssvid = 0x1077, uint16_t ssdid = 0) {
+    SDMDevice d{};
+    d.DeviceChipProperty.DeviceID = did;
+    d.DeviceChipProperty.SubVendorID = ssvid;
+    d.DeviceChipProperty.SubSystemID = ssdid;
+    d.DeviceNodeProperty.Interface = SD_INTERFACE_FC;
+    return d;
+}
+
+std::vector<uint8_t> Order() {
+    std::vector<uint8_t> out;
+    for (AdapterNode *n = GetAdapterList(); n; n = n->next) out.push_back(n->WWPN[7]);
+    return out;
+}
+
+class AdapterListTest : public ::testing::Test {
+protected:
+    void SetUp() override { InitAdapterList(); }
+    void TearDown() override { RemoveAllAdaptersFromAdapterList(); }
+    vttest::SysrootScope root_;
+};
+
+TEST_F(AdapterListTest, AddStoresCopiesAndRefusesDuplicates) {
+    AdapterNode *a = Node(1);
+    ASSERT_EQ(AddNewAdapterToAdapterList(a), 0);
+    EXPECT_NE(GetAdapterList(), a);  // a copy is stored
+    EXPECT_EQ(AddNewAdapterToAdapterList(a), -1);
+    EXPECT_EQ(GetCountOfEntryInAdapterList(), 1u);
+    EXPECT_EQ(AddNewAdapterToAdapterList(nullptr), -1);
+    // The search answers with its argument, not the listed node.
+    EXPECT_EQ(FindAdapterInAdapterList(a), a);
+    AdapterNode *other = Node(2);
+    EXPECT_EQ(FindAdapterInAdapterList(other), nullptr);
+    EXPECT_EQ(DeleteAdapterNodeFromAdapterList(other), -1);
+    EXPECT_EQ(DeleteAdapterNodeFromAdapterList(a), 0);
+    EXPECT_EQ(GetCountOfEntryInAdapterList(), 0u);
+    EXPECT_EQ(DeleteAdapter(a), 0u);
+    EXPECT_EQ(DeleteAdapter(other), 0u);
+    EXPECT_EQ(DeleteAdapter(nullptr), 8u);
+}
+
+TEST_F(AdapterListTest, SortedInsertKeepsItsQuirks) {
+    // Ascending WWPN for ordinary ports.
+    for (uint8_t w : {5, 2, 9, 7}) ASSERT_EQ(AddAdapterToAdapterList(Node(w)), 0);
+    EXPECT_EQ(Order(), (std::vector<uint8_t>{2, 5, 7, 9}));
+    // The head points back at itself.
+    EXPECT_EQ(GetAdapterList()->prev, GetAdapterList());
+    // Readers walk from the head by the next links.
+    AdapterNode *last = GetAdapterList();
+    while (last->next) last = last->next;
+    EXPECT_EQ(last->WWPN[7], 9);
+    AdapterNode *dup = Node(7);
+    EXPECT_EQ(AddAdapterToAdapterList(dup), -1);
+    DeleteAdapter(dup);
+    RemoveAllAdaptersFromAdapterList();
+
+    // Two converged families list in descending WWPN order, on purpose.
+    const uint16_t tern = *vt::ids::DeviceIdForIspType(16);
+    for (uint8_t w : {3, 8, 5}) ASSERT_EQ(AddAdapterToAdapterList(Node(w, tern)), 0);
+    EXPECT_EQ(Order(), (std::vector<uint8_t>{8, 5, 3}));
+    AdapterNode *a = Node(1, tern), *b = Node(2, tern);
+    EXPECT_GT(FindLocationInAdapterEntryList(a, b), 0);  // b goes before a
+    a->Interface = SD_INTERFACE_VPORT;                  // not for virtual ports
+    EXPECT_LT(FindLocationInAdapterEntryList(a, b), 0);
+    DeleteAdapter(a);
+    DeleteAdapter(b);
+}
+
+TEST_F(AdapterListTest, VirtualPortSlotsOnlyAboveIspType9) {
+    SDMDevice old = Device(*vt::ids::DeviceIdForIspType(9));
+    SDMDevice fresh = Device(*vt::ids::DeviceIdForIspType(12));
+    AdapterNode *n = CreateNewAdapter();
+    ASSERT_EQ(CreateAdapterEntryFromSDMDevice(n, &old), 0u);
+    for (auto *slot : n->VPortWWPN) EXPECT_EQ(slot, nullptr);
+    EXPECT_EQ(n->ChipClass, 2);
+    EXPECT_EQ(n->Reserved2, 0xFFFF);
+    EXPECT_EQ(n->ListFlag, 2);
+    DeleteAdapter(n);
+    n = CreateNewAdapter();
+    ASSERT_EQ(CreateAdapterEntryFromSDMDevice(n, &fresh), 0u);
+    for (auto *slot : n->VPortWWPN) {
+        ASSERT_NE(slot, nullptr);
+        EXPECT_EQ(slot[0] | slot[7], 0);
+    }
+    EXPECT_EQ(DeleteAdapter(n), 0u);
+    EXPECT_EQ(CreateAdapterEntryFromSDMDevice(nullptr, &fresh), 8u);
+    // The boards of one OEM family show "-S" after the model, once.
+    SDMDevice oem = Device(0x5380, 0x1F3C, 0x0611);
+    strcpy(oem.DeviceNodeProperty.Model, "VT1611");
+    n = CreateNewAdapter();
+    CreateAdapterEntryFromSDMDevice(n, &oem);
+    EXPECT_STREQ(n->Model, "VT1611-S");
+    strcpy(oem.DeviceNodeProperty.Model, "VT1611-S");
+    CreateAdapterEntryFromSDMDevice(n, &oem);
+    EXPECT_STREQ(n->Model, "VT1611-S");
+    DeleteAdapter(n);
+}
+
+TEST(AdapterTree, SerialLookupIgnoresCaseAndFreeingAcceptsNull) {
+    vttest::SysrootScope root;
+    AdapterEntryList *list = core_CreateAdapterEntryList();
+    AdapterEntry *e = core_CreateAdapterEntry();
+    strcpy(e->SerialNumber, "VTK24110A7");
+    list->First = list->Last = e;
+    list->Count = 1;
+    EXPECT_EQ(FindAdapterEntryUsingSerialNo(list, "vtk24110a7"), e);
+    EXPECT_EQ(FindAdapterEntryUsingSerialNo(list, "VTK24110A8"), nullptr);
+    // A protocol entry of type 0 gives its targets back with it.
+    PhyPortEntry *p = core_CreatePhyPortEntry();
+    ProtocolEntry *fc = core_CreateProtocolEntry();
+    auto *t = static_cast<TargetEntry *>(calloc(1, sizeof(TargetEntry)));
+    fc->Device.Targets.First = fc->Device.Targets.Last = t;
+    fc->Device.Targets.Count = 1;
+    p->Protocols.First = p->Protocols.Last = fc;
+    p->Protocols.Count = 1;
+    e->PhyPorts.First = e->PhyPorts.Last = p;
+    e->PhyPorts.Count = 1;
+    core_FreeAdapterList(list);  // the sanitizer build reports anything left behind
+    core_FreeAdapterList(nullptr);
+    core_FreePhyPortList(nullptr);
+    core_FreeProtocolList(nullptr);
+}
+
+TEST(Classification, PredicatesAndSpeeds) {
+    vttest::SysrootScope root;
+    EXPECT_EQ(GetPortIndex(nullptr), 1u);
+    EXPECT_EQ(GetISPType(nullptr), 0u);
+    EXPECT_EQ(isFCOeHBA(nullptr), 0u);
+    EXPECT_EQ(isMezz32GHBA(nullptr), 0u);
+    EXPECT_EQ(GetAdapterPciPhysicalPortNumber(nullptr), 0u);
+    // An unknown chip is an 8 Gb chip, and so offers the extended BB credits.
+    SDMDevice unknown = Device(0x0001);
+    EXPECT_EQ(CoreGetISPType(&unknown), 12u);
+    EXPECT_EQ(isCNAWithLROptionEnable(&unknown), 1u);
+    EXPECT_EQ(GetISP4GbOrNewerType(&unknown), 1u);
+    EXPECT_EQ(GetAdapterFunctionType(0x0001), 6u);
+    EXPECT_EQ(ConvertPortSpeedToDecimal(8), 8u);
+    EXPECT_EQ(ConvertPortSpeedToDecimal(296), 128u);
+    EXPECT_EQ(ConvertPortSpeedToDecimal(22), 16u);
+    EXPECT_EQ(ConvertPortSpeedToDecimal(50), 32u);
+    // A 16 Gb Wren board is never also the 32 Gb Wren.
+    SDMDevice wren16 = Device(0x6A20, 0x1077, 0x0A16);
+    EXPECT_EQ(isWrenHBA(&wren16), 1u);
+    EXPECT_EQ(isWren32GHBA(&wren16), 0u);
+    SDMDevice wren32 = Device(0x6A28, 0x1077, 0x0A22);  // the pattern ignores bit 3
+    EXPECT_EQ(isWrenHBA(&wren32), 2u);
+    // 64 Gb: code 27, a driver that reports speeds, and bit 7 of the mask.
+    SDMDevice kite = Device(0x7C50);
+    kite.DevicePortProperty.SupportedSpeed = 0xE0;
+    EXPECT_EQ(is64GbAdapter(&kite), 0u);
+    kite.DeviceDriverProperty.Capabilities = SD_DRVCAP_SUPPORTED_SPEED;
+    EXPECT_EQ(is64GbAdapter(&kite), 1u);
+    EXPECT_EQ(isAdapterLRType(&kite), 1u);
+    // Interface types.
+    SDMDevice v = Device(0x7C50);
+    v.DeviceNodeProperty.Interface = SD_INTERFACE_VPORT;
+    EXPECT_EQ(isVirtualPortHBA(&v), 1u);
+    EXPECT_EQ(isFCOeHBA(&v), 0u);
+}
+
+}  // namespace
