@@ -59,10 +59,10 @@ std::array<uint8_t, 32> DeriveKey() { return Sha256(kSecret); }
 std::vector<uint8_t> Seal(std::string_view body) {
     const auto key = DeriveKey();
     const auto header = Header();
-    std::string seed(kNonceLabel);
-    seed.append(reinterpret_cast<const char *>(key.data()), key.size());
-    seed.append(body);
-    const auto digest = Sha256(seed);
+    std::string nonceInput(kNonceLabel);
+    nonceInput.append(reinterpret_cast<const char *>(key.data()), key.size());
+    nonceInput.append(body);
+    const auto digest = Sha256(nonceInput);
 
     // Header, nonce, ciphertext, tag.
     const size_t cipherAt = header.size() + kNonceSize;

@@ -95,14 +95,14 @@ std::string FormatWithoutArguments(const char *format, size_t limit) {
         }
         const char *start = p++;
         SkipPosition(p);
-        std::string spec = "%";
+        std::string conv = "%";
         while (*p != '\0' && std::strchr("-+ #0'I", *p) != nullptr)
-            spec.push_back(*p++);
+            conv.push_back(*p++);
         if (*p == '*') {  // the width argument is missing too: width 0
             ++p;
             SkipPosition(p);
         } else if (*p >= '0' && *p <= '9') {
-            spec += std::to_string(ReadNumber(p, cap));
+            conv += std::to_string(ReadNumber(p, cap));
         }
         if (*p == '.') {
             ++p;
@@ -113,7 +113,7 @@ std::string FormatWithoutArguments(const char *format, size_t limit) {
             } else {
                 precision = ReadNumber(p, cap);
             }
-            spec += "." + std::to_string(precision);
+            conv += "." + std::to_string(precision);
         }
         while (*p != '\0' && std::strchr("hlLqjzZt", *p) != nullptr)
             ++p;
@@ -121,22 +121,22 @@ std::string FormatWithoutArguments(const char *format, size_t limit) {
         int n = -1;
         switch (*p) {
         case 'd': case 'i':
-            n = std::snprintf(piece, sizeof piece, (spec + "lld").c_str(), 0LL);
+            n = std::snprintf(piece, sizeof piece, (conv + "lld").c_str(), 0LL);
             break;
         case 'u': case 'o': case 'x': case 'X':
-            n = std::snprintf(piece, sizeof piece, (spec + "ll" + *p).c_str(), 0ULL);
+            n = std::snprintf(piece, sizeof piece, (conv + "ll" + *p).c_str(), 0ULL);
             break;
         case 'e': case 'E': case 'f': case 'F': case 'g': case 'G': case 'a': case 'A':
-            n = std::snprintf(piece, sizeof piece, (spec + *p).c_str(), 0.0);
+            n = std::snprintf(piece, sizeof piece, (conv + *p).c_str(), 0.0);
             break;
         case 'c':
-            n = std::snprintf(piece, sizeof piece, (spec + "c").c_str(), 0);
+            n = std::snprintf(piece, sizeof piece, (conv + "c").c_str(), 0);
             break;
         case 's': case 'S':
-            n = std::snprintf(piece, sizeof piece, (spec + "s").c_str(), "");
+            n = std::snprintf(piece, sizeof piece, (conv + "s").c_str(), "");
             break;
         case 'p':
-            n = std::snprintf(piece, sizeof piece, (spec + "p").c_str(), static_cast<void *>(nullptr));
+            n = std::snprintf(piece, sizeof piece, (conv + "p").c_str(), static_cast<void *>(nullptr));
             break;
         case '%':
             out.push_back('%');

@@ -55,8 +55,8 @@ uint32_t Sum32(const std::vector<uint8_t> &buf, size_t from, size_t bytes) {
 
 // Deterministic, non-uniform filler so that payloads differ from each other
 // and from blank flash.
-void Fill(std::vector<uint8_t> &buf, size_t from, size_t to, uint32_t seed) {
-    uint32_t x = seed * 2654435761u + 0x9E3779B9u;
+void Fill(std::vector<uint8_t> &buf, size_t from, size_t to, uint32_t start) {
+    uint32_t x = start * 2654435761u + 0x9E3779B9u;
     for (size_t i = from; i < to && i < buf.size(); ++i) {
         x ^= x << 13;
         x ^= x >> 17;
@@ -65,7 +65,7 @@ void Fill(std::vector<uint8_t> &buf, size_t from, size_t to, uint32_t seed) {
     }
 }
 
-uint32_t Seed(Version v, uint32_t salt) {
+uint32_t PatternStart(Version v, uint32_t salt) {
     return (static_cast<uint32_t>(v.major) << 16 | static_cast<uint32_t>(v.minor) << 8 | v.subminor) ^
            (salt << 24) ^ salt;
 }
@@ -134,7 +134,7 @@ void BuildRomImage(std::vector<uint8_t> &out, CodeType type, const BootImage &im
     rom[p + 0x14] = static_cast<uint8_t>(type);
     rom[p + 0x15] = last ? 0x80 : 0x00;
     PutLe16(rom, p + 0x16, static_cast<uint16_t>(units));
-    Fill(rom, 0x80, size - 2, Seed(img.version, static_cast<uint32_t>(type) + 1));
+    Fill(rom, 0x80, size - 2, PatternStart(img.version, static_cast<uint32_t>(type) + 1));
     uint8_t sum = 0;
     for (size_t i = 0; i < size - 2; ++i)
         sum = static_cast<uint8_t>(sum + rom[i]);
@@ -188,7 +188,7 @@ std::vector<uint8_t> BuildRiscFirmware(Version v, uint32_t attributeWord, size_t
     if (totalSize < 128)
         throw std::invalid_argument("RISC firmware smaller than its header");
     std::vector<uint8_t> fw(totalSize, 0);
-    Fill(fw, 128, totalSize, Seed(v, attributeWord));
+    Fill(fw, 128, totalSize, PatternStart(v, attributeWord));
     PutBe32(fw, 16, v.major);
     PutBe32(fw, 20, v.minor);
     PutBe32(fw, 24, v.subminor);
@@ -366,7 +366,7 @@ std::vector<uint8_t> BuildSignatureRegion(Version v, size_t size) {
     if (size < 392 || size % 4 != 0 || size > 0xFFFFFFFFu)
         throw std::invalid_argument("signature region size must be a multiple of 4, at least 392");
     std::vector<uint8_t> out(size, 0);
-    Fill(out, 16, 388, Seed(v, 0x9E));
+    Fill(out, 16, 388, PatternStart(v, 0x9E));
     PutLe32(out, 0, 0x534B3830);
     out[5] = v.subminor;
     out[6] = v.minor;

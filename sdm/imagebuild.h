@@ -138,10 +138,10 @@ struct MultiImageSpec {
 
 // The table (header, region entries, time stamp, card-type section) followed
 // by the payloads, each at a 16-byte aligned offset named by its entry.
-std::vector<uint8_t> BuildMultiImage(const MultiImageSpec &spec);
+std::vector<uint8_t> BuildMultiImage(const MultiImageSpec &in);
 
 // Length of the table BuildMultiImage puts in front of the payloads.
-size_t MultiImageTableLength(const MultiImageSpec &spec);
+size_t MultiImageTableLength(const MultiImageSpec &in);
 
 // ---- Other flash structures ----
 // 16-byte flash layout table locator: "VFLT", the table offset as two 16-bit
@@ -193,6 +193,6 @@ struct FlashRegion {
 // the boot code and firmware (entries 0x07 with the BIOS version and 0x01
 // with the firmware version, card lists: the default list and card type 1,
 // both holding the adapter's exact IDs).
-std::vector<FlashRegion> BuildFlashSet(const FlashSetSpec &spec);
+std::vector<FlashRegion> BuildFlashSet(const FlashSetSpec &in);
 
 }  // namespace vtsdm::image

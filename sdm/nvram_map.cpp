@@ -48,7 +48,7 @@ size_t BitPos(const Field &f) { return size_t{f.byteOffset} * 8 + f.bitOffset; }
 
 enum class Kind : uint8_t { Value, String, ReservedBits, ReservedBytes, Wwn, Boot, Checksum };
 
-struct Spec {
+struct FieldDef {
     Kind kind;
     int id;
     const char *name;
@@ -58,21 +58,21 @@ struct Spec {
     uint8_t count;  // string bytes, reserved bits/bytes, or boot drive
 };
 
-constexpr Spec Val(uint32_t id, const char *name, uint32_t max, uint32_t def = 0, uint8_t flags = 0) {
+constexpr FieldDef Val(uint32_t id, const char *name, uint32_t max, uint32_t def = 0, uint8_t flags = 0) {
     return {Kind::Value, static_cast<int>(id), name, max, def, flags, 0};
 }
-constexpr Spec Bit(uint32_t id, const char *name, uint32_t def = 0) { return Val(id, name, 1, def); }
-constexpr Spec Word16(const char *name, uint32_t def) { return {Kind::Value, -1, name, 0xFFFF, def, 0, 0}; }
-constexpr Spec ResBits(uint8_t n) { return {Kind::ReservedBits, -1, "Reserved", 0, 0, 0, n}; }
-constexpr Spec ResBytes(uint8_t n) { return {Kind::ReservedBytes, -1, "Reserved", 0, 0, 0, n}; }
-constexpr Spec Str(const char *name, uint8_t len, uint8_t flags) {
+constexpr FieldDef Bit(uint32_t id, const char *name, uint32_t def = 0) { return Val(id, name, 1, def); }
+constexpr FieldDef Word16(const char *name, uint32_t def) { return {Kind::Value, -1, name, 0xFFFF, def, 0, 0}; }
+constexpr FieldDef ResBits(uint8_t n) { return {Kind::ReservedBits, -1, "Reserved", 0, 0, 0, n}; }
+constexpr FieldDef ResBytes(uint8_t n) { return {Kind::ReservedBytes, -1, "Reserved", 0, 0, 0, n}; }
+constexpr FieldDef Str(const char *name, uint8_t len, uint8_t flags) {
     return {Kind::String, -1, name, 0, 0, flags, len};
 }
 // Eight byte fields "<name> byte 0".."byte 7", most significant byte first.
-constexpr Spec Wwn(uint32_t id0, const char *name) { return {Kind::Wwn, static_cast<int>(id0), name, 0xFF, 0, 0, 8}; }
+constexpr FieldDef Wwn(uint32_t id0, const char *name) { return {Kind::Wwn, static_cast<int>(id0), name, 0xFF, 0, 0, 8}; }
 // Boot drive n: target port name bytes and 16-bit LUN.
-constexpr Spec Boot(uint8_t drive) { return {Kind::Boot, -1, "Boot Drive", 0, 0, 0, drive}; }
-constexpr Spec Checksum(uint32_t max) { return {Kind::Checksum, -1, "NVRAM checksum", max, 0, kFlagChecksum, 0}; }
+constexpr FieldDef Boot(uint8_t drive) { return {Kind::Boot, -1, "Boot Drive", 0, 0, 0, drive}; }
+constexpr FieldDef Checksum(uint32_t max) { return {Kind::Checksum, -1, "NVRAM checksum", max, 0, kFlagChecksum, 0}; }
 
 // PCI identity and serial number, the same in both generations.
 #define VT_NVRAM_IDENTITY                                                              \
@@ -81,7 +81,7 @@ constexpr Spec Checksum(uint32_t max) { return {Kind::Checksum, -1, "NVRAM check
         Val(kSubsystemDeviceId, "PCI subsystem device ID", 0xFFFF, 0, kFlagSubsystemDeviceId), \
         Str("Adapter serial number", 16, kFlagSerialNumber)
 
-const Spec kLayout512[] = {
+const FieldDef kLayout512[] = {
     Word16("Parameter Block Version", 2),
     ResBytes(2),
     Val(kFrameSize, "Frame Size", 0xFFFF, 2048),
@@ -145,7 +145,7 @@ const Spec kLayout512[] = {
 
 // Older chips: no receive-out-of-order, distance, FCP preference, SCM or
 // drives 4-7; a smaller default execution throttle.
-const Spec kLayout256[] = {
+const FieldDef kLayout256[] = {
     {Kind::Value, -1, "Parameter Block Version", 0xFF, 1, 0, 0},
     ResBytes(1),
     Val(kFrameSize, "Frame Size", 0xFFFF, 2048),
@@ -244,7 +244,7 @@ struct Map {
         for (; n > 0; --n) Push(-1, "Reserved", 0xFF, 0, 0, 0);
     }
 
-    void Add(const Spec &s) {
+    void Add(const FieldDef &s) {
         switch (s.kind) {
         case Kind::Value: Push(s.id, s.name, s.max, s.def, s.flags, 0); break;
         case Kind::String: Push(-1, s.name, 0, 0, s.flags, s.count); break;
@@ -274,8 +274,8 @@ struct Map {
     }
 
     template <size_t N>
-    Map(size_t imageSize, const Spec (&specs)[N]) : size(imageSize) {
-        for (const Spec &s : specs) Add(s);
+    Map(size_t imageSize, const FieldDef (&specs)[N]) : size(imageSize) {
+        for (const FieldDef &s : specs) Add(s);
         if (bitPos != size * 8) throw std::logic_error("NVRAM layout does not cover the image");
     }
 };
