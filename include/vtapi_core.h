@@ -78,12 +78,42 @@ VTAPI_EXPORT uint32_t IsWwpnValid(const uint8_t *wwpn);
 VTAPI_EXPORT uint32_t CoreIsDriverWithRemotePortInfoSupport(const SDMDevice *device);
 VTAPI_EXPORT uint32_t CoreIsAenSupported(const SDMDevice *device);
 
-/* Targets and LUNs (the list operations). */
+/* Targets and LUNs.  List functions return 0, -1 for a missing or
+ * duplicate item, 8 for a null argument. */
 VTAPI_EXPORT void InitTargetList(TargetList *list);
 VTAPI_EXPORT void FreeTargetList(TargetList *list);
 VTAPI_EXPORT void InitLunList(LunList *list);
 VTAPI_EXPORT void FreeLunList(LunList *list);
 VTAPI_EXPORT uint32_t CopyTargetList(TargetList *destination, const TargetList *source);
+VTAPI_EXPORT TargetEntry *CreateNewTarget(void);
+VTAPI_EXPORT int32_t DeleteTarget(TargetList *list, TargetEntry *target);
+VTAPI_EXPORT void RemoveAllTargetsFromTargetList(TargetList *list);
+VTAPI_EXPORT int32_t AddTargetToTargetList(TargetList *list, TargetEntry *target);
+VTAPI_EXPORT TargetEntry *FindTargetInTargetList(TargetList *list, const TargetEntry *target);
+VTAPI_EXPORT TargetEntry *FindTargetInTargetListPrim(TargetList *list, const TargetEntry *target);
+VTAPI_EXPORT TargetEntry *FindTargetByWWNNInTargetList(TargetList *list, const uint8_t *wwnn);
+VTAPI_EXPORT TargetEntry *FindTargetByWWNNAndWWPNInTargetList(TargetList *list, const uint8_t *wwnn,
+                                                              const uint8_t *wwpn);
+VTAPI_EXPORT TargetEntry *FindTargetByWWNNAndWWPNOrPortIdInTargetList(TargetList *list, const uint8_t *wwnn,
+                                                                      const uint8_t *wwpn, const uint8_t *portId);
+VTAPI_EXPORT uint32_t CheckAndAddNewTargets(SDMDevice *device);
+VTAPI_EXPORT LunEntry *CreateNewLun(void);
+VTAPI_EXPORT int32_t DeleteLun(LunList *list, LunEntry *lun);
+VTAPI_EXPORT void RemoveAllLunsFromLunList(LunList *list);
+VTAPI_EXPORT int32_t AddLunToLunList(LunList *list, LunEntry *lun);
+VTAPI_EXPORT LunEntry *FindLunInLunList(LunList *list, uint16_t lunNumber);
+/* Rebuilds the LUN list of one target over SCSI: 0 when a LUN was added. */
+VTAPI_EXPORT int32_t RetrieveLunsForTarget(SDMDevice *device, TargetEntry *target);
+VTAPI_EXPORT uint32_t RetrieveTargetDataForTargets(SDMDevice *device);
+VTAPI_EXPORT uint32_t RetrieveLunDataForTargets(SDMDevice *device);
+VTAPI_EXPORT uint32_t RetrievePathInfoForTargets(SDMDevice *device);
+VTAPI_EXPORT uint32_t RetrieveSerialNumberForTarget(SDMDevice *device, TargetEntry *target, char *serial,
+                                                    uint32_t size);
+VTAPI_EXPORT uint32_t RetrieveWWULunNumberForLun(SDMDevice *device, TargetEntry *target, LunEntry *lun);
+VTAPI_EXPORT uint32_t GetSingleTargetsOSMapping(SDMDevice *device, TargetEntry *target, LunEntry *lun);
+/* 0 when ready; *passive is set to 1 for a passive (standby) path. */
+VTAPI_EXPORT uint32_t CheckLunReady(SDMDevice *device, TargetEntry *target, uint16_t lunNumber, uint32_t *passive);
+VTAPI_EXPORT uint32_t CheckTargetReady(SDMDevice *device, TargetEntry *target);
 
 /* ---------------------------------------------------------- AdapterList */
 VTAPI_EXPORT void InitAdapterList(void);

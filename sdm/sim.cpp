@@ -485,16 +485,16 @@ const std::vector<std::pair<uint32_t, std::vector<uint8_t>>> &Simulator::baseFla
     uint32_t index = uint32_t(&c - host_.cards.data());
     auto it = flash_.find(index);
     if (it != flash_.end()) return it->second;
-    image::FlashSetSpec spec;
-    if (!c.versions.bios.empty()) spec.bios = VersionOf(c.versions.bios);
-    if (!c.versions.fcode.empty()) spec.fcode = VersionOf(c.versions.fcode);
-    if (!c.versions.efi.empty()) spec.efi = VersionOf(c.versions.efi);
-    spec.firmware = VersionOf(c.versions.firmware);
-    spec.multiboot = VersionOf(c.versions.multiboot);
-    spec.deviceId = c.deviceId;
-    spec.subVendorId = c.subVendorId;
-    spec.subSystemId = c.subSystemId;
-    spec.vpdIdentifier = c.description;
+    image::FlashSetSpec flash;
+    if (!c.versions.bios.empty()) flash.bios = VersionOf(c.versions.bios);
+    if (!c.versions.fcode.empty()) flash.fcode = VersionOf(c.versions.fcode);
+    if (!c.versions.efi.empty()) flash.efi = VersionOf(c.versions.efi);
+    flash.firmware = VersionOf(c.versions.firmware);
+    flash.multiboot = VersionOf(c.versions.multiboot);
+    flash.deviceId = c.deviceId;
+    flash.subVendorId = c.subVendorId;
+    flash.subSystemId = c.subSystemId;
+    flash.vpdIdentifier = c.description;
     std::vector<std::pair<std::string, std::string>> ro;
     auto has = [&](const char *k) {
         return std::any_of(c.vpd.begin(), c.vpd.end(), [&](const auto &e) { return e.first == k; });
@@ -508,12 +508,12 @@ const std::vector<std::pair<uint32_t, std::vector<uint8_t>>> &Simulator::baseFla
     if (!has("V5") && !c.versions.fcode.empty()) ro.emplace_back("V5", c.versions.fcode);
     if (!has("RM") && !has("V9") && !c.versions.multiboot.empty()) ro.emplace_back("RM", c.versions.multiboot);
     for (const auto &e : c.vpd) ro.push_back(e);
-    spec.vpdReadOnly = ro;
-    if (c.ispType >= 24 && c.ispType <= 26) spec.nvmeBootRegions = {image::kRegionNvmeBoot};
-    else if (c.ispType > 26) spec.nvmeBootRegions = {image::kRegionNvmeBootActive, image::kRegionNvmeBootInactive};
-    else spec.nvmeBootRegions.clear();
+    flash.vpdReadOnly = ro;
+    if (c.ispType >= 24 && c.ispType <= 26) flash.nvmeBootRegions = {image::kRegionNvmeBoot};
+    else if (c.ispType > 26) flash.nvmeBootRegions = {image::kRegionNvmeBootActive, image::kRegionNvmeBootInactive};
+    else flash.nvmeBootRegions.clear();
     std::vector<std::pair<uint32_t, std::vector<uint8_t>>> regions;
-    for (auto &r : image::BuildFlashSet(spec)) regions.emplace_back(r.type, std::move(r.bytes));
+    for (auto &r : image::BuildFlashSet(flash)) regions.emplace_back(r.type, std::move(r.bytes));
     return flash_.emplace(index, std::move(regions)).first->second;
 }
 
