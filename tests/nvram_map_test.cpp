@@ -40,8 +40,8 @@ std::set<uint32_t> OldChipIds() {
     return ids;
 }
 
-std::vector<uint8_t> RandomImage(size_t size, uint32_t seed) {
-    std::mt19937 rng(seed);
+std::vector<uint8_t> RandomImage(size_t size, uint32_t salt) {
+    std::mt19937 rng(salt);
     std::vector<uint8_t> v(size);
     for (auto &b : v) b = static_cast<uint8_t>(rng());
     return v;
