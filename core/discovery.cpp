@@ -35,9 +35,6 @@ extern "C" {
 
 VTAPI_EXPORT uint32_t g_ResourcesDeallocated = 0;
 
-// Front-end print hook; empty in this library.
-VTAPI_EXPORT void scfxPrint(const char *text) { (void)text; }
-
 VTAPI_EXPORT uint32_t CoreInitializeDevices(void) {
     for (uint32_t instance = 0; instance < SD_MAX_INSTANCES; ++instance) {
         uint32_t handle = 0;

@@ -1,0 +1,662 @@
+// Command-line entry: the parse passes that turn the arguments into one
+// TarnCommand, the core start-up for a command, the termination handler that
+// stops a running diagnostic and releases the core once, and the empty
+// front-end hooks that the command-line tool replaces.
+#include <signal.h>
+#include <strings.h>
+#include <termios.h>
+#include <unistd.h>
+
+#include <ctime>
+#include <hbaapi.h>
+
+#include <cctype>
+#include <cstdarg>
+#include <clocale>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <fstream>
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include "sysroot.h"
+#include "vtapi_cli.h"
+#include "vtapi_core.h"
+#include "vtapi_oss.h"
+
+extern "C" {
+VTAPI_EXPORT int32_t bHelp;
+VTAPI_EXPORT int32_t bGetAppVersion;
+VTAPI_EXPORT int32_t bParseErr;
+VTAPI_EXPORT int32_t bOptionEnable;
+VTAPI_EXPORT int32_t bCmdFile;
+VTAPI_EXPORT int32_t bMenu;
+VTAPI_EXPORT int32_t argumentCount;
+VTAPI_EXPORT int32_t bXmlOutPut2;
+VTAPI_EXPORT char g_CmdFileName[256];
+VTAPI_EXPORT volatile int32_t g_signalHandlerInProgress;
+VTAPI_EXPORT volatile int32_t g_DiagState;
+VTAPI_EXPORT int32_t g_bIA64Host;
+}
+
+namespace {
+
+struct CommandSpec {
+    int32_t id;
+    const char *word;         // without the leading '-' or '/'
+    const char *description;
+    uint32_t maxSubArgs;      // after the port selector
+    bool selectsPorts;        // first argument is a port selector
+    const char *enableKey;    // reference-file switch that enables it, or null
+};
+
+// The commands of the usage list, in usage order.
+constexpr CommandSpec kCommands[] = {
+    {TARN_CMD_GENERAL, "g", "General host information", 0, true, nullptr},
+    {TARN_CMD_INFO, "i", "General or VPD information of HBAs", 1, true, nullptr},
+    {TARN_CMD_PARAMS, "c", "HBA parameter settings", TARN_MAX_SUBARGS, true, nullptr},
+    {TARN_CMD_TARGETS, "t", "Attached devices (disks or tapes)", 1, true, nullptr},
+    {TARN_CMD_LUNS, "l", "LUN information", 2, true, nullptr},
+    {TARN_CMD_SUMMARY, "z", "Summary report", 0, true, nullptr},
+    {TARN_CMD_MODIFY_PARAMS, "n", "Modify HBA parameters", TARN_MAX_SUBARGS, true, nullptr},
+    {TARN_CMD_PERSIST_BIND, "p", "Persistent binding", TARN_MAX_SUBARGS, true, nullptr},
+    {TARN_CMD_FLASH, "b", "Boot code/firmware update from an image file", TARN_MAX_SUBARGS, true,
+     "node.hba.utility.flash.enable"},
+    {TARN_CMD_DRIVER_UPDATE, "d", "Driver update", TARN_MAX_SUBARGS, false, nullptr},
+    {TARN_CMD_SELECT_LUNS, "m", "Selective LUNs", TARN_MAX_SUBARGS, true, nullptr},
+    {TARN_CMD_BOOT_DEVICES, "e", "Boot devices", TARN_MAX_SUBARGS, true, nullptr},
+    {TARN_CMD_LED, "a", "Port LED state and locate", TARN_MAX_SUBARGS, true, nullptr},
+    {TARN_CMD_LOOPBACK, "kl", "Loopback test", TARN_MAX_SUBARGS, true, nullptr},
+    {TARN_CMD_RWBUFFER, "kr", "Read/write buffer test", TARN_MAX_SUBARGS, true, nullptr},
+    {TARN_CMD_DRV_SETTINGS_GET, "fg", "Driver settings (display)", TARN_MAX_SUBARGS, true, nullptr},
+    {TARN_CMD_DRV_SETTINGS_SET, "fs", "Driver settings (change)", TARN_MAX_SUBARGS, true, nullptr},
+    {TARN_CMD_STATISTICS, "gs", "Statistics", TARN_MAX_SUBARGS, true, nullptr},
+    {TARN_CMD_LINK_STATUS, "ls", "Link status", TARN_MAX_SUBARGS, true, nullptr},
+    {TARN_CMD_TARGET_BEACON, "tb", "Target beacon", TARN_MAX_SUBARGS, true, nullptr},
+    {TARN_CMD_TRANSCEIVER, "dm", "Transceiver diagnostics", TARN_MAX_SUBARGS, true, nullptr},
+    {TARN_CMD_TOPOLOGY, "tp", "SAN topology", TARN_MAX_SUBARGS, true, nullptr},
+    {TARN_CMD_TOPOLOGY, "topology", "SAN topology", TARN_MAX_SUBARGS, true, nullptr},
+    {TARN_CMD_HBA_ALIAS, "ha", "HBA alias", TARN_MAX_SUBARGS, true, nullptr},
+    {TARN_CMD_PORT_ALIAS, "pa", "Port alias", TARN_MAX_SUBARGS, true, nullptr},
+    {TARN_CMD_IIDMA, "q", "iiDMA settings", TARN_MAX_SUBARGS, true, nullptr},
+    {TARN_CMD_PL, "pl", "Port link settings", TARN_MAX_SUBARGS, true, nullptr},
+    {TARN_CMD_TM, "tm", "Target mode settings", TARN_MAX_SUBARGS, true, nullptr},
+    {TARN_CMD_VPORTS, "vp", "Virtual ports", TARN_MAX_SUBARGS, true, "node.hba.virtual.vport.enable"},
+    {TARN_CMD_U, "u", "Utilities", TARN_MAX_SUBARGS, true, nullptr},
+    {TARN_CMD_SP, "sp", "Security settings", TARN_MAX_SUBARGS, true, nullptr},
+    {TARN_CMD_PC, "pc", "Port congestion settings", TARN_MAX_SUBARGS, true, nullptr},
+    {TARN_CMD_FWDUMP, "fwdump", "Firmware dump", TARN_MAX_SUBARGS, true, nullptr},
+    {TARN_CMD_EI, "ei", "Event information", TARN_MAX_SUBARGS, true, nullptr},
+    {TARN_CMD_VERSION, "v", "Version", 0, false, nullptr},
+    {TARN_CMD_HELP, "h", "Help", 0, false, nullptr},
+    {TARN_CMD_HELP, "?", "Help", 0, false, nullptr},
+};
+
+const CommandSpec *FindCommandById(int32_t id) {
+    for (const auto &c : kCommands)
+        if (c.id == id) return &c;
+    return nullptr;
+}
+
+// "-t" or "/t" (any case) names the command word "t".
+bool IsWord(const std::string &arg, const char *word) {
+    return arg.size() >= 2 && (arg[0] == '-' || arg[0] == '/') && strcasecmp(arg.c_str() + 1, word) == 0;
+}
+
+const CommandSpec *FindCommand(const std::string &arg) {
+    for (const auto &c : kCommands)
+        if (IsWord(arg, c.word)) return &c;
+    return nullptr;
+}
+
+// Any word of the usage list, switches included.
+bool IsOptionWord(const std::string &arg) {
+    if (FindCommand(arg) != nullptr) return true;
+    for (const char *w : {"x", "x2", "s", "o", "f"})
+        if (IsWord(arg, w)) return true;
+    return strcasecmp(arg.c_str(), "int") == 0;
+}
+
+std::vector<std::string> g_args;  // gathered arguments; consumed ones are blanked
+TarnCommand g_command;
+struct termios g_savedTerminal;
+bool g_terminalSaved = false;
+
+void SetParseError(int32_t status, const char *format, ...) __attribute__((format(printf, 2, 3)));
+void SetParseError(int32_t status, const char *format, ...) {
+    if (bParseErr) return;  // the first error is the one reported
+    bParseErr = 1;
+    g_command.ParseStatus = status;
+    va_list args;
+    va_start(args, format);
+    std::vsnprintf(g_command.ErrorText, sizeof g_command.ErrorText, format, args);
+    va_end(args);
+    TarnLogMessage(VT_MSG_DEBUG, "Parse error %d: %s", status, g_command.ErrorText);
+}
+
+void CountArguments() {
+    argumentCount = 0;
+    for (const auto &a : g_args)
+        if (!a.empty()) ++argumentCount;
+}
+
+bool IsDecimal(const std::string &s) {
+    if (s.empty() || s.size() > 9) return false;
+    for (char c : s)
+        if (!std::isdigit(static_cast<unsigned char>(c))) return false;
+    return true;
+}
+
+// Splits the command file into words: blanks separate them, double quotes
+// keep blanks inside a word, and a line whose first non-blank character is
+// '#' or '!' is a comment.
+std::vector<std::string> SplitCommandFile(std::istream &in) {
+    std::vector<std::string> words;
+    std::string line;
+    while (std::getline(in, line)) {
+        size_t i = line.find_first_not_of(" \t\r");
+        if (i == std::string::npos || CoreIsCommentChar(line[i])) continue;
+        while (i < line.size()) {
+            while (i < line.size() && std::isspace(static_cast<unsigned char>(line[i]))) ++i;
+            if (i >= line.size()) break;
+            std::string word;
+            if (line[i] == '"') {
+                const size_t end = line.find('"', i + 1);
+                word = line.substr(i + 1, end == std::string::npos ? std::string::npos : end - i - 1);
+                i = end == std::string::npos ? line.size() : end + 1;
+            } else {
+                while (i < line.size() && !std::isspace(static_cast<unsigned char>(line[i]))) word += line[i++];
+            }
+            words.push_back(word);
+        }
+    }
+    return words;
+}
+
+void InstallHandler(int signum) {
+    struct sigaction old {};
+    if (sigaction(signum, nullptr, &old) == 0 && old.sa_handler == SIG_IGN) return;  // stays ignored
+    struct sigaction action {};
+    action.sa_handler = termination_handler;
+    sigemptyset(&action.sa_mask);
+    action.sa_flags = 0;
+    sigaction(signum, &action, nullptr);
+}
+
+}  // namespace
+
+extern "C" {
+
+/* ------------------------------------------------------------ accessors */
+
+VTAPI_EXPORT const TarnCommand *TarnGetCommand(void) { return &g_command; }
+
+VTAPI_EXPORT const char *TarnCommandOption(int32_t command) {
+    static thread_local char word[16];
+    const CommandSpec *c = FindCommandById(command);
+    if (c == nullptr) return "";
+    std::snprintf(word, sizeof word, "-%s", c->word);
+    return word;
+}
+
+VTAPI_EXPORT const char *TarnCommandDescription(int32_t command) {
+    const CommandSpec *c = FindCommandById(command);
+    return c != nullptr ? c->description : "";
+}
+
+VTAPI_EXPORT uint32_t TarnParseWWN(const char *text, uint8_t *wwn) {
+    if (text == nullptr || wwn == nullptr) return TARN_STATUS_BAD_VALUE;
+    std::string hex;
+    const size_t len = std::strlen(text);
+    if (len == 16) {
+        hex = text;
+    } else if (len == 23) {
+        const char sep = text[2];
+        if (sep != ':' && sep != '-') return TARN_STATUS_BAD_VALUE;
+        for (size_t i = 0; i < len; ++i) {
+            if (i % 3 == 2) {
+                if (text[i] != sep) return TARN_STATUS_BAD_VALUE;
+            } else {
+                hex += text[i];
+            }
+        }
+    } else {
+        return TARN_STATUS_BAD_VALUE;
+    }
+    uint8_t out[8];
+    for (size_t i = 0; i < 8; ++i) {
+        const char pair[3] = {hex[2 * i], hex[2 * i + 1], '\0'};
+        if (!std::isxdigit(static_cast<unsigned char>(pair[0])) || !std::isxdigit(static_cast<unsigned char>(pair[1])))
+            return TARN_STATUS_BAD_VALUE;
+        out[i] = static_cast<uint8_t>(std::strtoul(pair, nullptr, 16));
+    }
+    std::memcpy(wwn, out, 8);
+    return 0;
+}
+
+/* ------------------------------------------------------------ the entry */
+
+VTAPI_EXPORT void InitializeParameters(void) {
+    bHelp = bGetAppVersion = bParseErr = bCmdFile = bMenu = 0;
+    bOptionEnable = 1;
+    argumentCount = 0;
+    bXmlOutPut = bXmlOutPut2 = 0;
+    bSilent = bSysLog = 0;
+    g_CmdFileName[0] = '\0';
+    g_signalHandlerInProgress = 0;
+    g_DiagState = TARN_DIAG_IDLE;
+    g_command = TarnCommand{};
+    g_args.clear();
+
+    // The installation directory holds the reference file.  When the
+    // directory chosen by the preference rules does not exist, the directory
+    // of the loaded library is used (a build tree, or an installation moved
+    // elsewhere).
+    char dir[260] = "";
+    GetAppInstallationDirectory(dir, sizeof dir);
+    std::string install = dir;
+    if (install.empty() || access(install.c_str(), F_OK) != 0) {
+        GetInstallationPath();
+        install = gpInstallationPath;
+    }
+    if (install.empty() || install.back() != '/') install += '/';
+    TarnSetInstallationDir(install.c_str(), static_cast<int32_t>(install.size() + 1));
+    TarnSetReferenceFile();
+}
+
+VTAPI_EXPORT uint32_t RunFCCommandLine(int32_t argc, char **argv) {
+    std::setlocale(LC_ALL, "");
+    InitializeParameters();
+
+    const int32_t quiet = TarnPreferenceGetKeyValue("node.app.core.messages.disable", 0);
+    TarnLogMessage(VT_MSG_DEBUG, "QuietModeDisable=%d", quiet);
+    CoreSetQuietMode(quiet);
+
+    const int32_t trace = TarnPreferenceGetKeyValue("node.app.messages.trace.enable", 0);
+    TarnLogMessage(VT_MSG_DEBUG, "iDebugTraceEnable=%d", trace);
+    if (trace != 0) {
+        SetCoreEnableDebugMessage(trace);
+        // The trace lines go to the application trace file when the
+        // reference file names one, else to the default messages file.
+        if (SetAppTraceFileName() == 0) {
+            std::string name = GetAppTraceFileName();
+            if (!name.empty() && name[0] != '/') name = std::string(TarnGetInstallationDir()) + name;
+            std::snprintf(messagesfile, sizeof messagesfile, "%s", name.c_str());
+        } else {
+            InitializeLogMessageFile();
+        }
+    }
+
+    uint32_t status = ParseArg(argc, argv);
+
+    if (bHelp) {
+        if (!bXmlOutPut) ProcessHelpArg(argc, argv);
+        TarnUnInitializeLogFile();
+        return 0;
+    }
+    if (bGetAppVersion) {
+        if (bXmlOutPut) XML_EmitAppBuildInfo(1);
+        else DisplayVersion();
+        TarnUnInitializeLogFile();
+        return 0;
+    }
+    if (bParseErr) {
+        status = static_cast<uint32_t>(ProcessArg(argc, argv));
+    } else if (bOptionEnable) {
+        CmdInit(argc, argv);
+        status = static_cast<uint32_t>(ProcessArg(argc, argv));
+    } else {
+        static const char kDisabled[] = "This feature is not available or disabled!";
+        if (bXmlOutPut) XML_EmitStatusMessage(TARN_STATUS_NOT_PERMITTED, kDisabled, 0, 1, 1);
+        else TarnPrint(VT_MSG_PLAIN, "%s\n", kDisabled);
+        status = TARN_STATUS_NOT_PERMITTED;
+    }
+    TarnUnInitializeLogFile();
+    return status;
+}
+
+/* -------------------------------------------------------------- parsing */
+
+VTAPI_EXPORT uint32_t ParseArg(int32_t argc, char **argv) {
+    TarnLogMessage(VT_MSG_DEBUG, "ParseArg: enter...");
+    if (argc <= 1 || argv == nullptr || (argv[1] != nullptr && strcasecmp(argv[1], "int") == 0)) {
+        bMenu = 1;
+        TarnLogMessage(VT_MSG_DEBUG, "ParseArg: exit %d", 0);
+        return 0;
+    }
+    uint32_t status = FirstPassParseArg(argc, argv, 0);
+    if (status == 0 && bCmdFile) {
+        CleanUpArgumentList();
+        status = ParseArgumentsFromFile();
+    }
+    if (!bParseErr && argumentCount > 0) status = SecondPassParseArg(argc, argv);
+    CleanUpArgumentList();
+    TarnLogMessage(VT_MSG_DEBUG, "ParseArg: exit %d", status);
+    return status;
+}
+
+// Gathers the arguments (from argv, or those already read from the command
+// file when fromFile is set) and handles the output switches.
+VTAPI_EXPORT uint32_t FirstPassParseArg(int32_t argc, char **argv, int32_t fromFile) {
+    TarnLogMessage(VT_MSG_DEBUG, "FirstPassParseArg: Enter...");
+    if (!fromFile) {
+        g_args.clear();
+        if (argc - 1 > TARN_MAX_ARGS) {
+            SetParseError(TARN_STATUS_BAD_VALUE, "Maximum number of command line options exceeded!");
+            TarnLogMessage(VT_MSG_DEBUG, "FirstPassParseArg: Exit %d", TARN_STATUS_BAD_VALUE);
+            return TARN_STATUS_BAD_VALUE;
+        }
+        for (int32_t i = 1; i < argc && argv != nullptr; ++i) g_args.emplace_back(argv[i] != nullptr ? argv[i] : "");
+    }
+
+    int outputAt = -1;  // index of "-o"
+    for (size_t i = 0; i < g_args.size(); ++i) {
+        std::string &a = g_args[i];
+        if (IsWord(a, "x") || IsWord(a, "x2")) {
+            bXmlOutPut = 1;
+            if (IsWord(a, "x2")) bXmlOutPut2 = 1;
+            TarnLogMessage(VT_MSG_DEBUG, "FirstPassParseArg: Output in XML format");
+            a.clear();
+        } else if (IsWord(a, "s")) {
+            SetDisplayMode(1);
+            a.clear();
+        } else if (IsWord(a, "f")) {
+            a.clear();
+            if (fromFile) {
+                SetParseError(TARN_STATUS_OUTPUT_SWITCH, "Error: A command file cannot name another command file!");
+            } else if (i + 1 >= g_args.size() || IsOptionWord(g_args[i + 1])) {
+                SetParseError(TARN_STATUS_OUTPUT_SWITCH, "Error: Option -f must be followed by a command file name!");
+            } else {
+                bCmdFile = 1;
+                std::snprintf(g_CmdFileName, sizeof g_CmdFileName, "%s", g_args[i + 1].c_str());
+                g_args[++i].clear();
+            }
+        } else if (IsWord(a, "o")) {
+            if (outputAt < 0) outputAt = static_cast<int>(i);
+        } else if (IsWord(a, "h") || IsWord(a, "?")) {
+            bHelp = 1;
+        }
+    }
+
+    if (outputAt >= 0) {
+        const size_t i = static_cast<size_t>(outputAt);
+        g_args[i].clear();
+        const bool hasName = i + 1 < g_args.size() && !g_args[i + 1].empty() && !IsOptionWord(g_args[i + 1]);
+        if (!hasName) {
+            SetParseError(TARN_STATUS_OUTPUT_SWITCH, "Error: This option must be combined with other command!");
+        } else {
+            const std::string name = g_args[i + 1];
+            g_args[i + 1].clear();
+            if (strcasecmp(name.c_str(), "system") == 0) {
+                if (bXmlOutPut) {
+                    SetParseError(TARN_STATUS_OUTPUT_SWITCH,
+                                  "Error: Cannot generate xml output format to the system log file");
+                } else {
+                    SetLogFileName("/var/adm/messages");
+                    if (TarnInitializeLogFile("a+") != 0)
+                        SetParseError(TARN_STATUS_OUTPUT_SWITCH, "Unable to open file '%s' for writing!",
+                                      GetLogFileName());
+                    else
+                        bSysLog = 1;
+                }
+            } else {
+                SetLogFileName(name.c_str());
+                if (TarnInitializeLogFile("a+") != 0)
+                    SetParseError(TARN_STATUS_OUTPUT_SWITCH, "Unable to open file '%s' for writing!", name.c_str());
+            }
+        }
+    }
+
+    if (bHelp && bXmlOutPut) {
+        bHelp = 0;  // reported as an error instead of printing nothing
+        SetParseError(TARN_STATUS_OUTPUT_SWITCH, "Online help is not available with XML output!");
+    }
+    CountArguments();
+    if (!fromFile && bCmdFile && argumentCount > 0 && !bParseErr)
+        SetParseError(TARN_STATUS_OUTPUT_SWITCH,
+                      "Error: Option -f cannot be combined with other options (one command per input file)!");
+
+    const uint32_t status = bParseErr ? static_cast<uint32_t>(g_command.ParseStatus) : 0;
+    TarnLogMessage(VT_MSG_DEBUG, "FirstPassParseArg: Exit %d", status);
+    return status;
+}
+
+VTAPI_EXPORT uint32_t ParseArgumentsFromFile(void) {
+    TarnLogMessage(VT_MSG_DEBUG, "ParseArgumentsFromFile: file=%s", g_CmdFileName);
+    std::ifstream in(vt::MapSystemPath(g_CmdFileName));
+    if (!in) {
+        SetParseError(TARN_STATUS_OUTPUT_SWITCH, "Unable to open file '%s' for reading!", g_CmdFileName);
+        return TARN_STATUS_OUTPUT_SWITCH;
+    }
+    g_args = SplitCommandFile(in);
+    if (g_args.size() > TARN_MAX_ARGS) {
+        SetParseError(TARN_STATUS_BAD_VALUE, "Maximum number of command line options exceeded!");
+        return TARN_STATUS_BAD_VALUE;
+    }
+    const uint32_t status = FirstPassParseArg(0, nullptr, 1);
+    if (status == 0 && argumentCount == 0) {
+        SetParseError(TARN_STATUS_OUTPUT_SWITCH, "Error: Command file '%s' holds no command!", g_CmdFileName);
+        return TARN_STATUS_OUTPUT_SWITCH;
+    }
+    return status;
+}
+
+// Maps the gathered words to one command: the command word, the port
+// selector (instance number, WWPN or "all"; "all" when absent) and the
+// command's further arguments.  With help requested, the command is only
+// the help topic.
+VTAPI_EXPORT uint32_t SecondPassParseArg(int32_t argc, char **argv) {
+    (void)argc;
+    (void)argv;
+    TarnLogMessage(VT_MSG_DEBUG, "SecondPassParseArg: Enter...");
+    std::vector<std::string> words;
+    for (const auto &a : g_args)
+        if (!a.empty() && !(bHelp && (IsWord(a, "h") || IsWord(a, "?")))) words.push_back(a);
+
+    g_command.Command = TARN_CMD_NONE;
+    g_command.Selection = TARN_SELECT_ALL;
+    if (bHelp) {
+        if (!words.empty()) {
+            const CommandSpec *c = FindCommand(words[0]);
+            if (c == nullptr) {
+                bHelp = 0;
+                SetParseError(TARN_STATUS_UNKNOWN_PARAM, "Error: Unknown option '%s'!", words[0].c_str());
+            } else {
+                g_command.Command = c->id;
+                std::snprintf(g_command.Option, sizeof g_command.Option, "%s", words[0].c_str());
+            }
+        }
+        TarnLogMessage(VT_MSG_DEBUG, "SecondPassParseArg: Exit %d (help)", g_command.ParseStatus);
+        return static_cast<uint32_t>(g_command.ParseStatus);
+    }
+    if (words.empty()) return 0;
+
+    const CommandSpec *c = FindCommand(words[0]);
+    if (c == nullptr) {
+        SetParseError(TARN_STATUS_UNKNOWN_PARAM, "Error: Unknown option '%s'!", words[0].c_str());
+        return TARN_STATUS_UNKNOWN_PARAM;
+    }
+    g_command.Command = c->id;
+    std::snprintf(g_command.Option, sizeof g_command.Option, "%s", words[0].c_str());
+    if (c->id == TARN_CMD_VERSION) bGetAppVersion = 1;
+
+    size_t next = 1;
+    if (c->selectsPorts && next < words.size() && !IsOptionWord(words[next])) {
+        const std::string &sel = words[next++];
+        if (strcasecmp(sel.c_str(), "all") == 0) {
+            g_command.Selection = TARN_SELECT_ALL;
+        } else if (IsDecimal(sel)) {
+            g_command.Selection = TARN_SELECT_INSTANCE;
+            g_command.Instance = static_cast<uint32_t>(std::strtoul(sel.c_str(), nullptr, 10));
+        } else if (TarnParseWWN(sel.c_str(), g_command.WWPN) == 0) {
+            g_command.Selection = TARN_SELECT_WWPN;
+        } else {
+            SetParseError(TARN_STATUS_BAD_VALUE,
+                          "Error: Invalid HBA '%s' for option %s! Give an instance number, a WWPN or \"all\".",
+                          sel.c_str(), words[0].c_str());
+            return TARN_STATUS_BAD_VALUE;
+        }
+    }
+    for (; next < words.size(); ++next) {
+        const std::string &w = words[next];
+        if (IsOptionWord(w)) {
+            SetParseError(TARN_STATUS_UNKNOWN_PARAM,
+                          "Error: Option '%s' cannot follow '%s' (one command at a time)!", w.c_str(),
+                          words[0].c_str());
+            return TARN_STATUS_UNKNOWN_PARAM;
+        }
+        if (g_command.SubArgCount >= c->maxSubArgs) {
+            SetParseError(TARN_STATUS_UNKNOWN_PARAM, "Error: Unexpected argument '%s' for option %s!", w.c_str(),
+                          words[0].c_str());
+            return TARN_STATUS_UNKNOWN_PARAM;
+        }
+        std::snprintf(g_command.SubArgs[g_command.SubArgCount++], TARN_SUBARG_SIZE, "%s", w.c_str());
+    }
+    bOptionEnable = c->enableKey == nullptr || TarnPreferenceGetKeyValue(c->enableKey, 0) != 0 ? 1 : 0;
+    TarnLogMessage(VT_MSG_DEBUG, "SecondPassParseArg: command=%s selection=%d subargs=%u enabled=%d",
+                   g_command.Option, g_command.Selection, g_command.SubArgCount, bOptionEnable);
+    return 0;
+}
+
+VTAPI_EXPORT void CleanUpArgumentList(void) {
+    g_args.clear();
+    g_args.shrink_to_fit();
+}
+
+/* --------------------------------------------------- core initialization */
+
+VTAPI_EXPORT void CmdInit(int32_t argc, char **argv) {
+    TarnLogMessage(VT_MSG_DEBUG, "CmdInit: Starting initialization...");
+    for (int signum : {SIGINT, SIGHUP, SIGTERM}) InstallHandler(signum);
+    signal(SIGPIPE, SIG_IGN);
+    TarnLogMessage(VT_MSG_DEBUG, "CmdInit: Signal handlers installed.");
+    if (get_terminfo() != 0) TarnLogMessage(VT_MSG_WARNING, "CmdInit: Unable to get terminal attribute!");
+    else TarnLogMessage(VT_MSG_DEBUG, "CmdInit: Terminal attributes saved.");
+
+    OSSInitialize(argc, argv);
+    TarnLogMessage(VT_MSG_DEBUG, "CmdInit: OSSInitialize completed.");
+    CorePreInitialize();
+    TarnLogMessage(VT_MSG_DEBUG, "CmdInit: CorePreInitialize completed.");
+    CoreInitialize();
+    TarnLogMessage(VT_MSG_DEBUG, "CmdInit: CoreInitialize completed.");
+    CoreInitializeDevices();
+    TarnLogMessage(VT_MSG_DEBUG, "CmdInit: CoreInitializeDevices completed.");
+    OSSPostInitializeDevices();
+    TarnLogMessage(VT_MSG_DEBUG, "CmdInit: OSSPostInitializeDevices completed.");
+    OSSUpdateCoreDevices();
+    TarnLogMessage(VT_MSG_DEBUG, "CmdInit: OSSUpdateCoreDevices completed.");
+
+    const uint32_t hostType = getHostSystemType();
+    TarnLogMessage(VT_MSG_DEBUG, "CmdInit: getHostSystemType completed.");
+    TarnGetFabricScanningOption();
+    TarnLogMessage(VT_MSG_DEBUG, "CmdInit: TarnGetFabricScanningOption completed.");
+    BuildTarnDevices();
+    TarnLogMessage(VT_MSG_DEBUG, "CmdInit: BuildTarnDevices completed.");
+    CoreInitializeTargets();
+    TarnLogMessage(VT_MSG_DEBUG, "CmdInit: CoreInitializeTargets completed.");
+
+    char systemType[128] = "";
+    OSSGetHostInformation(nullptr, systemType, nullptr, nullptr);
+    g_bIA64Host = std::strstr(systemType, "ia64") != nullptr ? 1 : 0;
+    TarnLogMessage(VT_MSG_DEBUG, "CmdInit: host system type %u, ia64=%d", hostType, g_bIA64Host);
+    TarnLogMessage(VT_MSG_DEBUG, "CmdInit completed.");
+}
+
+/* ------------------------------------------------------------ termination */
+
+VTAPI_EXPORT int32_t get_terminfo(void) {
+    if (tcgetattr(STDIN_FILENO, &g_savedTerminal) != 0) return -1;
+    g_terminalSaved = true;
+    return 0;
+}
+
+// 0 when the saved attributes were put back, or when none were saved.
+VTAPI_EXPORT int32_t restore(void) {
+    if (!g_terminalSaved) return 0;
+    return tcsetattr(STDIN_FILENO, TCSANOW, &g_savedTerminal) == 0 ? 0 : -1;
+}
+
+VTAPI_EXPORT void termination_handler(int32_t signum) {
+    TarnLogMessage(VT_MSG_INFO, "Signal (%d) caught...", signum);
+    TarnLogMessage(VT_MSG_DEBUG, "g_signalHandlerInProgress=%d", g_signalHandlerInProgress);
+    if (g_signalHandlerInProgress) {
+        TarnLogMessage(VT_MSG_DEBUG, "Already raised signal (%d)...", signum);
+    } else {
+        g_signalHandlerInProgress = 1;
+        TarnLogMessage(VT_MSG_DEBUG, "Setting SignalHandlerInProcess to (%d).", g_signalHandlerInProgress);
+        if (g_DiagState == TARN_DIAG_RUNNING) {
+            TarnLogMessage(VT_MSG_DEBUG, "Diagnostics test is running (status=%d)", g_DiagState);
+            g_DiagState = TARN_DIAG_STOPPED;
+            TarnLogMessage(VT_MSG_DEBUG, "Diagnostics test stopped (status=%d)", g_DiagState);
+        }
+        if (g_DiagState == TARN_DIAG_STOPPED) {
+            g_DiagState = TARN_DIAG_HANDLER;
+            TarnLogMessage(VT_MSG_DEBUG, "termination_handler: g_DiagState=%d", g_DiagState);
+        }
+        TarnLogMessage(VT_MSG_DEBUG, "Calling cleanup routine");
+        if (g_ResourcesDeallocated) {
+            TarnLogMessage(VT_MSG_DEBUG, "termination_handler: already called cleanup()!");
+        } else {
+            TarnLogMessage(VT_MSG_DEBUG, "\nCTRL-C triggered - Cleanup() ...");
+            cleanup();
+        }
+    }
+    for (int s : {SIGINT, SIGHUP, SIGTERM, SIGPIPE}) signal(s, SIG_DFL);
+    raise(signum);  // stays pending while this handler runs
+    const int32_t status = restore();
+    TarnLogMessage(VT_MSG_DEBUG, "termination_handler: exit %d.", status);
+    // Unblocking delivers the raised signal with its default action, so the
+    // parent sees the process end by that signal.
+    sigset_t set;
+    sigemptyset(&set);
+    sigaddset(&set, signum);
+    sigprocmask(SIG_UNBLOCK, &set, nullptr);
+    std::exit(status);
+}
+
+VTAPI_EXPORT uint32_t OSSUninitialize(void) {
+    OSSDeleteCriticalSection();
+    HBA_FreeLibrary();
+    return 0;
+}
+
+VTAPI_EXPORT void cleanup(void) {
+    if (bHelp || bParseErr || bGetAppVersion) return;
+    if (g_ResourcesDeallocated) return;
+    TarnLogMessage(VT_MSG_DEBUG, "Shutting Down...");
+    OSSStopCorePollingLoop();
+    TarnLogMessage(VT_MSG_DEBUG, "Deallocating Core resources...");
+    CoreUninitialize();
+    TarnLogMessage(VT_MSG_DEBUG, "CoreUnintialize done...");
+    OSSUninitialize();
+    TarnLogMessage(VT_MSG_DEBUG, "OSSUninitialize done...");
+    FreeMyDeviceList(1);
+    TarnLogMessage(VT_MSG_DEBUG, "FreeMyDeviceList done...");
+    TarnUnInitializeLogFile();
+    g_ResourcesDeallocated = 1;
+    TarnLogMessage(VT_MSG_DEBUG, "cleanup: g_ResourcesDeallocated = %d", g_ResourcesDeallocated);
+}
+
+/* ------------------------------------------------------ front-end hooks */
+
+VTAPI_EXPORT int32_t ProcessArg(int32_t argc, char **argv) {
+    (void)argc;
+    (void)argv;
+    return 0;
+}
+
+VTAPI_EXPORT int32_t ProcessHelpArg(int32_t argc, char **argv) {
+    (void)argc;
+    (void)argv;
+    return 0;
+}
+
+VTAPI_EXPORT void DisplayVersion(void) {}
+
+VTAPI_EXPORT void scfxPrint(const char *text) { (void)text; }
+
+VTAPI_EXPORT void scfxDiagnosticsPrint(const char *text) { (void)text; }
+
+}  // extern "C"
