@@ -4,4 +4,9 @@
 set -euo pipefail
 cd "$(dirname "$0")/.."
 ./scripts/setup.sh
-exec build/bin/vtsdm-sim show "$@"
+# With no arguments: the summary, then the targets and LUNs of every port.
+if [[ $# -eq 0 ]]; then
+  build/bin/tarncli -z && echo && build/bin/tarncli -l all
+  exit $?
+fi
+exec build/bin/tarncli "$@"
