@@ -1,0 +1,158 @@
+// FC_ functions whose work is not implemented yet.  Each one awaits its
+// implementation (HBA parameters and NVRAM files, boot devices, virtual ports
+// and QoS, aliases, flash images and updates, diagnostics, link status and
+// statistics, and the adapter features that have no design yet) and until
+// then answers VTAPI_FUNCTION_NOT_APPLICABLE without touching the adapter.
+// They exist now so that the whole exported surface is in place: the
+// VTAPI_ frames call them through the dynamic symbol table, and a program may
+// already replace them.  Replace each one here with its real function as its
+// work lands.
+#include "vtapi_api.h"
+
+namespace {
+
+constexpr uint32_t kPending = VTAPI_FUNCTION_NOT_APPLICABLE;
+
+}  // namespace
+
+extern "C" {
+
+// -------- Adapter and port information
+
+VTAPI_EXPORT uint32_t FC_GetUUIDFromI2CVPD(uint32_t, uint16_t, uint8_t *, uint32_t) { return kPending; }
+VTAPI_EXPORT uint32_t FC_GetFlashComponentVersion(const AdapterEntry *, uint32_t, char *, uint32_t) {
+    return kPending;
+}
+VTAPI_EXPORT uint32_t FC_GetFwPreloadTablesVersion(const AdapterEntry *, char *, uint32_t) { return kPending; }
+VTAPI_EXPORT uint32_t FC_GetAdapterAlias(const ProtocolEntry *, char *, uint32_t) { return kPending; }
+VTAPI_EXPORT uint32_t FC_SetAdapterAlias(const ProtocolEntry *, const char *, uint32_t) { return kPending; }
+
+// -------- Configuration: HBA parameters, NVRAM files, boot devices, virtual ports and QoS, target link speed
+
+VTAPI_EXPORT uint32_t FC_GetHBAParamsInfo(const ProtocolEntry *, VTAPI_HBAParams *) { return kPending; }
+VTAPI_EXPORT uint32_t FC_UpdateHBAParameters(const ProtocolEntry *, const VTAPI_HBAParams *) { return kPending; }
+VTAPI_EXPORT uint32_t FC_PostVerifyHBAParameter(const ProtocolEntry *) { return kPending; }
+VTAPI_EXPORT uint32_t FC_LoadHBAParametersFromTemplateFile(const ProtocolEntry *, uint32_t) { return kPending; }
+VTAPI_EXPORT uint32_t FC_RestoreDefaultNVRAM(const ProtocolEntry *) { return kPending; }
+VTAPI_EXPORT uint32_t FC_SaveSingleAdapterNVRAMToFile(const ProtocolEntry *, const char *) { return kPending; }
+VTAPI_EXPORT uint32_t FC_UpdateAdapterNVRAMFromFile(const ProtocolEntry *, const char *) { return kPending; }
+VTAPI_EXPORT uint32_t FC_DoGlobalNVRAMUpdateAll(const char *) { return kPending; }
+VTAPI_EXPORT uint32_t FC_ResetToDefaultSettings(const ProtocolEntry *) { return kPending; }
+VTAPI_EXPORT uint32_t FC_GetBootDeviceInfo(const ProtocolEntry *, VTAPI_BootDeviceInfo *, uint32_t) {
+    return kPending;
+}
+VTAPI_EXPORT uint32_t FC_SetBootDeviceInfo(const ProtocolEntry *, const VTAPI_BootDeviceInfo *) { return kPending; }
+VTAPI_EXPORT uint32_t FC_GetNVMeBootDeviceEntries(const ProtocolEntry *, VTAPI_NVMeBootDeviceEntries *) {
+    return kPending;
+}
+VTAPI_EXPORT uint32_t FC_SetNVMeBootDeviceEntries(const ProtocolEntry *, const VTAPI_NVMeBootDeviceEntries *) {
+    return kPending;
+}
+VTAPI_EXPORT uint32_t FC_IsBootFromSANConfigured(const ProtocolEntry *, uint32_t *) { return kPending; }
+VTAPI_EXPORT uint32_t FC_GetBfsConfigMode(const ProtocolEntry *, uint32_t *) { return kPending; }
+VTAPI_EXPORT uint32_t FC_SetBfsConfigMode(const ProtocolEntry *, uint32_t) { return kPending; }
+VTAPI_EXPORT uint32_t FC_GetNumberofVirtualPortsSupported(const ProtocolEntry *, uint32_t *) { return kPending; }
+VTAPI_EXPORT uint32_t FC_CreateVirtualPort(const ProtocolEntry *, const uint8_t *, const uint8_t *, uint16_t *) {
+    return kPending;
+}
+VTAPI_EXPORT uint32_t FC_DeleteVirtualPort(const ProtocolEntry *, const uint8_t *) { return kPending; }
+VTAPI_EXPORT uint32_t FC_SDGetQoS(const ProtocolEntry *, const uint8_t *, SDQoS *) { return kPending; }
+VTAPI_EXPORT uint32_t FC_SDSetQoS(const ProtocolEntry *, const uint8_t *, const SDQoS *) { return kPending; }
+VTAPI_EXPORT uint32_t FC_GetTargetLinkSpeed(const ProtocolEntry *, const uint8_t *, uint32_t *) { return kPending; }
+VTAPI_EXPORT uint32_t FC_SetTargetLinkSpeed(const ProtocolEntry *, const uint8_t *, uint32_t) { return kPending; }
+VTAPI_EXPORT uint32_t FC_SetTargetLinkSpeedToAlltargets(const ProtocolEntry *, uint32_t) { return kPending; }
+
+// -------- Flash: image files, region updates and saves
+
+VTAPI_EXPORT uint32_t FC_doOptionROMUpdate(const ProtocolEntry *, const char *, uint32_t) { return kPending; }
+VTAPI_EXPORT uint32_t FC_UpdateAdapterFirmwareTableFromFile(const ProtocolEntry *, const char *) { return kPending; }
+VTAPI_EXPORT uint32_t FC_UpdateSpecificFlashRegionFromFile(const ProtocolEntry *, const char *, uint32_t) {
+    return kPending;
+}
+VTAPI_EXPORT uint32_t FC_UpdateAdapterMpiCfgFromDatFile(const ProtocolEntry *, const char *) { return kPending; }
+VTAPI_EXPORT uint32_t FC_UpdateAdapterPEPCfgFromFile(const ProtocolEntry *, const char *) { return kPending; }
+VTAPI_EXPORT uint32_t FC_SaveAdapterSerdesRegionToFile(const ProtocolEntry *, const char *) { return kPending; }
+VTAPI_EXPORT uint32_t FC_SaveAdapterFirmwareTableToFile(const ProtocolEntry *, const char *) { return kPending; }
+VTAPI_EXPORT uint32_t FC_SaveAdapterMpiCfgToDatFile(const ProtocolEntry *, const char *) { return kPending; }
+VTAPI_EXPORT uint32_t FC_GetFlashImageVersion(const ProtocolEntry *, const char *, VTAPI_FlashImageVersion *) {
+    return kPending;
+}
+VTAPI_EXPORT uint32_t FC_GetFlashImageSupportedAdapters(const char *, VTAPI_FlashImageAdapters *) { return kPending; }
+VTAPI_EXPORT uint32_t FC_GetAdapterFlashMemoBlock(const ProtocolEntry *, void *, uint32_t *) { return kPending; }
+VTAPI_EXPORT uint32_t FC_SfpModuleFirmwareUpdate(const ProtocolEntry *, const char *) { return kPending; }
+
+// -------- Diagnostics
+
+VTAPI_EXPORT uint32_t FC_DiagnosticsLoopBackTest(const ProtocolEntry *, const VTAPI_DiagParams *, VTAPI_DiagResult *) {
+    return kPending;
+}
+VTAPI_EXPORT uint32_t FC_DiagnosticsReadWriteBufferTest(const ProtocolEntry *, const VTAPI_DiagParams *, VTAPI_RWBufferTestResultList **) {
+    return kPending;
+}
+VTAPI_EXPORT uint32_t FC_FreeRWBufferTestResultList(VTAPI_RWBufferTestResultList *) { return kPending; }
+VTAPI_EXPORT uint32_t FC_AbortDiagTest(const ProtocolEntry *) { return kPending; }
+VTAPI_EXPORT uint32_t FC_DiagnosticsEchoElsTest(const ProtocolEntry *, const uint8_t *, void *, uint32_t *) {
+    return kPending;
+}
+VTAPI_EXPORT uint32_t FC_DiagnosticsRDPTest(const ProtocolEntry *, const uint8_t *, void *, uint32_t *) {
+    return kPending;
+}
+VTAPI_EXPORT uint32_t FC_DiagnosticsFCPingTest(const ProtocolEntry *, const uint8_t *, void *, uint32_t *) {
+    return kPending;
+}
+VTAPI_EXPORT uint32_t FC_DiagnosticsCTCommand(const ProtocolEntry *, const void *, uint32_t, void *, uint32_t *) {
+    return kPending;
+}
+VTAPI_EXPORT uint32_t FC_CheckAdapterDPortOption(const ProtocolEntry *, uint32_t *) { return kPending; }
+VTAPI_EXPORT uint32_t FC_ConfigureAdapterDPortSettings(const ProtocolEntry *, uint32_t) { return kPending; }
+VTAPI_EXPORT uint32_t FC_DiagnosticsDPortTest(const ProtocolEntry *, void *, uint32_t *) { return kPending; }
+VTAPI_EXPORT uint32_t FC_DiagnosticsDPortTestEX(const ProtocolEntry *, void *, uint32_t *) { return kPending; }
+VTAPI_EXPORT uint32_t FC_DiagnosticsDPortTestV2(const ProtocolEntry *, void *, uint32_t *) { return kPending; }
+VTAPI_EXPORT uint32_t FC_UpdateAdapterBeaconStatus(const ProtocolEntry *, uint32_t) { return kPending; }
+VTAPI_EXPORT uint32_t FC_GetAdapterBeaconStatus(const ProtocolEntry *, uint32_t *) { return kPending; }
+
+// -------- Link status and statistics
+
+VTAPI_EXPORT uint32_t FC_GetLinkStatus(const ProtocolEntry *, VTAPI_LinkStatusResultList **) { return kPending; }
+VTAPI_EXPORT uint32_t FC_FreeLinkStatusResultList(VTAPI_LinkStatusResultList *) { return kPending; }
+VTAPI_EXPORT uint32_t FC_GetPortStatisticsFC(const ProtocolEntry *, VTAPI_PortStatistics *) { return kPending; }
+VTAPI_EXPORT uint32_t FC_RefreshDeviceStats(const ProtocolEntry *) { return kPending; }
+VTAPI_EXPORT uint32_t FC_ResetDeviceStats(const ProtocolEntry *) { return kPending; }
+VTAPI_EXPORT uint32_t FC_GetFWPrivateStats(const ProtocolEntry *, void *, uint32_t *) { return kPending; }
+VTAPI_EXPORT uint32_t FC_GetSCMRStatisticsList(const ProtocolEntry *, VTAPI_SCMRStatisticsList **) {
+    return kPending;
+}
+VTAPI_EXPORT uint32_t FC_FreeSCMRStatisticsList(VTAPI_SCMRStatisticsList *) { return kPending; }
+VTAPI_EXPORT uint32_t FC_SANCongMgmtResetStatistics(const ProtocolEntry *) { return kPending; }
+VTAPI_EXPORT uint32_t FC_GetSCMRProfile(const ProtocolEntry *, uint32_t *) { return kPending; }
+VTAPI_EXPORT uint32_t FC_SetSCMRProfile(const ProtocolEntry *, uint32_t) { return kPending; }
+VTAPI_EXPORT uint32_t FC_IsUSCMFeatureEnabled(const ProtocolEntry *, uint32_t *) { return kPending; }
+
+// -------- Dumps, transceivers, EDC, FEC and credits, converged adapters
+
+VTAPI_EXPORT uint32_t FC_SDGetFwDump(const ProtocolEntry *, void *, uint32_t *) { return kPending; }
+VTAPI_EXPORT uint32_t FC_SDGetFwDump2(const ProtocolEntry *, void *, uint32_t *) { return kPending; }
+VTAPI_EXPORT uint32_t FC_SDGetTraceBuffer(const ProtocolEntry *, void *, uint32_t *) { return kPending; }
+VTAPI_EXPORT uint32_t FC_GetSFPData(const ProtocolEntry *, void *, uint32_t *) { return kPending; }
+VTAPI_EXPORT uint32_t FC_SaveSFPDataToFile(const ProtocolEntry *, const char *) { return kPending; }
+VTAPI_EXPORT uint32_t FC_SaveSFPDataToTextFile(const ProtocolEntry *, const char *) { return kPending; }
+VTAPI_EXPORT uint32_t FC_GetAdapterAsicBoardTemperature(const ProtocolEntry *, int32_t *) { return kPending; }
+VTAPI_EXPORT uint32_t FC_GetEDCChipsetVersion(const ProtocolEntry *, char *, uint32_t) { return kPending; }
+VTAPI_EXPORT uint32_t FC_GetAdapterEDCChipsetStatus(const ProtocolEntry *, uint32_t *) { return kPending; }
+VTAPI_EXPORT uint32_t FC_GetAdapterEDCSettings(const ProtocolEntry *, void *, uint32_t *) { return kPending; }
+VTAPI_EXPORT uint32_t FC_GetFECSupportInfo(const ProtocolEntry *, void *, uint32_t *) { return kPending; }
+VTAPI_EXPORT uint32_t FC_SetFECSupportInfo(const ProtocolEntry *, const void *, uint32_t) { return kPending; }
+VTAPI_EXPORT uint32_t FC_ResetFECCounters(const ProtocolEntry *) { return kPending; }
+VTAPI_EXPORT uint32_t FC_GetBBCSupportInfo(const ProtocolEntry *, void *, uint32_t *) { return kPending; }
+VTAPI_EXPORT uint32_t FC_GetBBCSupportInfoEx(const ProtocolEntry *, void *, uint32_t *) { return kPending; }
+VTAPI_EXPORT uint32_t FC_SetBBCSupportInfo(const ProtocolEntry *, const void *, uint32_t) { return kPending; }
+VTAPI_EXPORT uint32_t FC_GetDCBXParams(const ProtocolEntry *, void *, uint32_t *) { return kPending; }
+VTAPI_EXPORT uint32_t FC_CheckOrlaPersonalityChangeOption(const ProtocolEntry *, uint32_t *) { return kPending; }
+VTAPI_EXPORT uint32_t FC_GetPersonalityType(const ProtocolEntry *, uint32_t *) { return kPending; }
+VTAPI_EXPORT uint32_t FC_ChangePersonalityType(const ProtocolEntry *, uint32_t) { return kPending; }
+VTAPI_EXPORT uint32_t FC_GetMpiConfigTableParams(const ProtocolEntry *, void *, uint32_t *) { return kPending; }
+VTAPI_EXPORT uint32_t FC_GetDCEStatistics(const ProtocolEntry *, void *, uint32_t *) { return kPending; }
+VTAPI_EXPORT uint32_t FC_GetFCFPrimVLANConfig(const ProtocolEntry *, void *, uint32_t *) { return kPending; }
+VTAPI_EXPORT uint32_t FC_SetFCFPrimVLANConfig(const ProtocolEntry *, const void *, uint32_t) { return kPending; }
+VTAPI_EXPORT uint32_t FC_GetFCoEGeneralInfo(const ProtocolEntry *, void *, uint32_t *) { return kPending; }
+}  // extern "C"
