@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
 # Builds the libFuzzer targets with clang into build-fuzz/ and runs each one
-# for a bounded time over its seed corpus (fuzz/corpus/<name without _fuzz>).
+# for a bounded time over its starting corpus (fuzz/corpus/<name without _fuzz>).
 # Exits non-zero when a target fails to build or finds a crash.
 # FUZZ_SECONDS (default 20) and FUZZ_RUNS (default 2000000) bound each run.
 set -euo pipefail
@@ -18,13 +18,13 @@ status=0
 shopt -s nullglob
 for target in build-fuzz/fuzz/*_fuzz; do
   name=$(basename "$target")
-  seeds=fuzz/corpus/${name%_fuzz}
+  inputs=fuzz/corpus/${name%_fuzz}
   work=$(mktemp -d)
   trap 'rm -rf "$work"' EXIT
   args=("$work")
-  [[ -d $seeds ]] && args+=("$seeds")
+  [[ -d $inputs ]] && args+=("$inputs")
   echo "== $name (${seconds}s, at most $runs runs)"
-  # New inputs go to the scratch directory; the committed seeds stay as they are.
+  # New inputs go to the scratch directory; the committed inputs stay as they are.
   if ! ASAN_OPTIONS=detect_leaks=1:abort_on_error=1 UBSAN_OPTIONS=print_stacktrace=1:halt_on_error=1 \
        "$target" -max_total_time="$seconds" -runs="$runs" -max_len=4096 \
        -artifact_prefix="build-fuzz/$name-" "${args[@]}"; then
