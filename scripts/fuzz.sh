@@ -25,9 +25,14 @@ for target in build-fuzz/fuzz/*_fuzz; do
   [[ -d $inputs ]] && args+=("$inputs")
   echo "== $name (${seconds}s, at most $runs runs)"
   # New inputs go to the scratch directory; the committed inputs stay as they are.
-  if ! ASAN_OPTIONS=detect_leaks=1:abort_on_error=1 UBSAN_OPTIONS=print_stacktrace=1:halt_on_error=1 \
+  # The fuzzer's progress goes to a log; its end is shown on a failure.
+  log=build-fuzz/$name.log
+  if ASAN_OPTIONS=detect_leaks=1:abort_on_error=1 UBSAN_OPTIONS=print_stacktrace=1:halt_on_error=1 \
        "$target" -max_total_time="$seconds" -runs="$runs" -max_len=4096 \
-       -artifact_prefix="build-fuzz/$name-" "${args[@]}"; then
+       -artifact_prefix="build-fuzz/$name-" "${args[@]}" >"$log" 2>&1; then
+    grep -E '^Done [0-9]+ runs' "$log" || tail -n 1 "$log"
+  else
+    tail -n 60 "$log" >&2
     echo "fuzz: $name failed; reproducer under build-fuzz/$name-*" >&2
     status=1
   fi
