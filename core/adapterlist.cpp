@@ -326,8 +326,10 @@ VTAPI_EXPORT uint32_t CreateAdapterEntryFromSDMDevice(AdapterNode *node, SDMDevi
 
         rc = 0;
         if (CoreGetISPType(device) > 9) {
+            // A node filled again keeps its slots, cleared.
             for (auto &slot : node->VPortWWPN) {
-                slot = static_cast<uint8_t *>(calloc(1, 8));
+                if (slot) memset(slot, 0, 8);
+                else slot = static_cast<uint8_t *>(calloc(1, 8));
                 if (!slot) rc = 115;
             }
             if (!isVirtualPortHBA(device)) {
