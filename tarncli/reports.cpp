@@ -174,6 +174,14 @@ bool TargetMatches(const TargetEntry *t, const uint8_t *wwpn, bool set) {
     return !set || std::memcmp(t->WWPN, wwpn, 8) == 0;
 }
 
+// True when the port has a target the command selects (any target without
+// a WWPN filter).
+bool AnyTargetMatches(const SDMDevice *d, const uint8_t *wwpn, bool set) {
+    for (const TargetEntry *t = d->Targets.First; t; t = t->next)
+        if (TargetMatches(t, wwpn, set)) return true;
+    return false;
+}
+
 void XmlEnd() { XML_EmitStatusMessage(0, nullptr, 0, 0, 1); }
 
 struct Totals {
@@ -402,8 +410,7 @@ Result Targets(const TarnCommand &cmd) {
     }
     bool first = true;
     for (const SDMDevice *d : ports) {
-        bool any = false;
-        for (const TargetEntry *t = d->Targets.First; t && !any; t = t->next) any = TargetMatches(t, wwpn, filtered);
+        const bool any = AnyTargetMatches(d, wwpn, filtered);
         if (filtered && !any) continue;
         if (!first) Out("\n");
         first = false;
@@ -478,8 +485,7 @@ Result Luns(const TarnCommand &cmd) {
     }
     bool first = true;
     for (const SDMDevice *d : ports) {
-        bool any = false;
-        for (const TargetEntry *t = d->Targets.First; t && !any; t = t->next) any = TargetMatches(t, wwpn, filtered);
+        const bool any = AnyTargetMatches(d, wwpn, filtered);
         if (filtered && !any) continue;
         if (!first) Out("\n");
         first = false;

@@ -24,12 +24,7 @@ namespace {
 
 using vttest::RunResult;
 
-std::vector<std::string> Lines(const std::string &text) {
-    std::vector<std::string> lines;
-    std::istringstream in(text);
-    for (std::string line; std::getline(in, line);) lines.push_back(line);
-    return lines;
-}
+using vttest::Lines;
 
 bool WellFormed(const std::string &doc) {
     xmlDocPtr parsed = xmlReadMemory(doc.data(), static_cast<int>(doc.size()), "report.xml", nullptr,

@@ -62,6 +62,19 @@ void WriteFile(const std::string &path, const std::string &data) {
     out << data;
 }
 
+std::vector<std::string> Lines(const std::string &text) {
+    std::vector<std::string> out;
+    std::istringstream in(text);
+    for (std::string l; std::getline(in, l);) out.push_back(l);
+    return out;
+}
+
+int FindLine(const std::vector<std::string> &lines, const std::string &needle, int from) {
+    for (size_t i = size_t(from < 0 ? 0 : from); i < lines.size(); ++i)
+        if (lines[i].find(needle) != std::string::npos) return int(i);
+    return -1;
+}
+
 std::string SourcePath(const std::string &rel) { return std::string(VT_SOURCE_DIR) + "/" + rel; }
 std::string BuildPath(const std::string &rel) { return std::string(VT_BUILD_DIR) + "/" + rel; }
 

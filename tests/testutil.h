@@ -37,6 +37,10 @@ private:
 };
 
 std::string ReadFile(const std::string &path);
+// The lines of a text, without their line ends.
+std::vector<std::string> Lines(const std::string &text);
+// Index of the first line at or after `from` that contains `needle`, or -1.
+int FindLine(const std::vector<std::string> &lines, const std::string &needle, int from = 0);
 void WriteFile(const std::string &path, const std::string &data);
 std::string SourcePath(const std::string &rel);  // under the source tree
 std::string BuildPath(const std::string &rel);   // under the build tree

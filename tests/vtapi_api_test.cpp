@@ -18,6 +18,9 @@
 // Replacements of FC_ functions: the library calls them through the dynamic
 // symbol table, so these definitions are the ones its frames reach.
 namespace {
+
+using vttest::FindLine;
+using vttest::Lines;
 int gNvramFileCalls = 0;
 std::vector<uint32_t> gFlagDuringUpdate;
 }  // namespace
@@ -38,19 +41,6 @@ using vttest::SysrootScope;
 
 const uint8_t kPort0[8] = {0x21, 0x00, 0x00, 0x24, 0xff, 0x7c, 0x50, 0x10};
 const uint8_t kTarget0[8] = {0x50, 0x0a, 0x09, 0x81, 0x00, 0x00, 0xa1, 0x00};
-
-std::vector<std::string> Lines(const std::string &text) {
-    std::vector<std::string> out;
-    std::istringstream in(text);
-    for (std::string l; std::getline(in, l);) out.push_back(l);
-    return out;
-}
-
-int Find(const std::vector<std::string> &lines, const std::string &needle, int from = 0) {
-    for (size_t i = size_t(from); i < lines.size(); ++i)
-        if (lines[i].find(needle) != std::string::npos) return int(i);
-    return -1;
-}
 
 class Api : public ::testing::Test {
 protected:
@@ -93,9 +83,9 @@ protected:
     // lines of `name` in this order after line `from`; returns the exit line.
     int ExpectFrame(const std::string &name, int status, int from = 0) {
         auto log = Log();
-        int enter = Find(log, "PROFILER ENTER FUNCTION " + name, from);
-        int ret = Find(log, name + "(): returning with " + std::to_string(status), enter + 1);
-        int exit = Find(log, "PROFILER EXIT FUNCTION " + name + " ", ret + 1);
+        int enter = FindLine(log, "PROFILER ENTER FUNCTION " + name, from);
+        int ret = FindLine(log, name + "(): returning with " + std::to_string(status), enter + 1);
+        int exit = FindLine(log, "PROFILER EXIT FUNCTION " + name + " ", ret + 1);
         EXPECT_GE(enter, 0) << name;
         EXPECT_GT(ret, enter) << name;
         EXPECT_GT(exit, ret) << name;
@@ -114,18 +104,18 @@ TEST_F(Api, FramesWriteEnterStatusAndExitLines) {
     int at = ExpectFrame("VTAPI_GetPortIndex", 0);
     // The core's own line comes between enter and the status line.
     auto log = Log();
-    EXPECT_GT(Find(log, "GetPortIndex: PhysPortNumber=1"), Find(log, "PROFILER ENTER FUNCTION VTAPI_GetPortIndex"));
+    EXPECT_GT(FindLine(log, "GetPortIndex: PhysPortNumber=1"), FindLine(log, "PROFILER ENTER FUNCTION VTAPI_GetPortIndex"));
 
     // A family whose work is not there yet goes through the same frame, with
     // the lines before and after the call.
     EXPECT_EQ(VTAPI_GetHBAParamsInfo(nullptr, nullptr), VTAPI_FUNCTION_NOT_APPLICABLE);
     at = ExpectFrame("VTAPI_GetHBAParamsInfo", 36, at);
     log = Log();
-    int before = Find(log, "VTAPI_GetHBAParamsInfo(): Before calling FC_GetHBAParamsInfo()");
-    int after = Find(log, "VTAPI_GetHBAParamsInfo(): After calling FC_GetHBAParamsInfo()");
-    EXPECT_GT(before, Find(log, "PROFILER ENTER FUNCTION VTAPI_GetHBAParamsInfo"));
+    int before = FindLine(log, "VTAPI_GetHBAParamsInfo(): Before calling FC_GetHBAParamsInfo()");
+    int after = FindLine(log, "VTAPI_GetHBAParamsInfo(): After calling FC_GetHBAParamsInfo()");
+    EXPECT_GT(before, FindLine(log, "PROFILER ENTER FUNCTION VTAPI_GetHBAParamsInfo"));
     EXPECT_GT(after, before);
-    EXPECT_LT(after, Find(log, "VTAPI_GetHBAParamsInfo(): returning with 36"));
+    EXPECT_LT(after, FindLine(log, "VTAPI_GetHBAParamsInfo(): returning with 36"));
 
     EXPECT_EQ(VTAPI_SDGetQoS(nullptr, nullptr, nullptr), VTAPI_FUNCTION_NOT_APPLICABLE);
     at = ExpectFrame("VTAPI_SDGetQoS", 36, at);
@@ -139,7 +129,7 @@ TEST_F(Api, FramesWriteEnterStatusAndExitLines) {
     // An error status is logged as a signed number.
     EXPECT_EQ(VTAPI_GetPortIndex(99, 0, &index), VTAPI_DEVICE_NUMBER_NOT_FOUND);
     ExpectFrame("VTAPI_GetPortIndex", 12, at);
-    EXPECT_EQ(Find(Log(), "PROFILER ERROR"), -1);
+    EXPECT_EQ(FindLine(Log(), "PROFILER ERROR"), -1);
 }
 
 TEST_F(Api, FileUpdateFrameChecksTheFileFirst) {

@@ -18,24 +18,13 @@
 
 namespace {
 
+using vttest::FindLine;
+using vttest::Lines;
+
 
 using vttest::SysrootScope;
 
 std::string Prog(const std::string &name) { return vttest::BuildPath("tests/" + name); }
-
-std::vector<std::string> Lines(const std::string &text) {
-    std::vector<std::string> out;
-    std::istringstream in(text);
-    for (std::string l; std::getline(in, l);) out.push_back(l);
-    return out;
-}
-
-// Index of the first line at or after `from` containing `needle`, or -1.
-int Find(const std::vector<std::string> &lines, const std::string &needle, int from = 0) {
-    for (size_t i = size_t(from); i < lines.size(); ++i)
-        if (lines[i].find(needle) != std::string::npos) return int(i);
-    return -1;
-}
 
 const char kCardStart[] = R"({"serial":"%s","model":"%s","device_id":"%s","subsystem_vendor_id":"%s","subsystem_id":"%s",
   "pci_bus":%d,"driver":{"reports_supported_speed":%s},"ports":[)";
@@ -76,11 +65,11 @@ TEST_F(Lifecycle, WalksTheDefaultHostAndRebuildsIdenticalLists) {
     auto out = Lines(r.out);
     EXPECT_EQ(out[0], "adapters 4");
     // Cards in serial-number order, with the versions their flash carries.
-    int k = Find(out, "adapter VTK24110A7 model VT2912 type 2 mfr Vantor Corporation fw 9.12.01 bios 3.67 fcode 4.21 "
+    int k = FindLine(out, "adapter VTK24110A7 model VT2912 type 2 mfr Vantor Corporation fw 9.12.01 bios 3.67 fcode 4.21 "
                       "efi 7.34 flashfw 9.12.01 mbi 1.12.03");
-    int o = Find(out, "adapter VTO21030D4 model VT1812");
-    int s = Find(out, "adapter VTS18050C3 model VT1602");
-    int w = Find(out, "adapter VTW23080B2 model VT2516");
+    int o = FindLine(out, "adapter VTO21030D4 model VT1812");
+    int s = FindLine(out, "adapter VTS18050C3 model VT1602");
+    int w = FindLine(out, "adapter VTW23080B2 model VT2516");
     ASSERT_GE(k, 0) << r.out;
     EXPECT_LT(k, o);
     EXPECT_LT(o, s);
@@ -114,16 +103,16 @@ TEST_F(Lifecycle, WalksTheDefaultHostAndRebuildsIdenticalLists) {
     std::regex debugLine(R"(^Debug: \d\d:\d\d:\d\d\.\d\d\d:[a-z_]+\.cpp\(\d{4}\):.*)");
     EXPECT_TRUE(std::regex_match(log[0], debugLine)) << log[0];
     EXPECT_NE(log[0].find("module "), std::string::npos);
-    int steps[] = {Find(log, "Before checkAndInstallHBAConfFile()"), Find(log, "After checkAndInstallHBAConfFile()"),
-                   Find(log, "Before core_FreeAdapterList() call"), Find(log, "Before TarnReinitializeDevices()"),
-                   Find(log, "Found Vantor HBA - instance (0)"), Find(log, "After TarnReinitializeDevices()"),
-                   Find(log, "After BuildAdapterInfoForFC()"), Find(log, "Iterating through gpAdapterList"),
-                   Find(log, "Begin Adapter = VTK24110A7"),
-                   Find(log, "FC Protocol Entry Type WWPN = 21-00-00-24-FF-7C-50-10, WWNN = 20-00-00-24-FF-7C-50-10"),
-                   Find(log, "returning VTAPI_SUCCESS"), Find(log, "Profile: "),
-                   Find(log, "PROFILER EXIT FUNCTION VTAPI_Initialize"),
-                   Find(log, "PROFILER ENTER FUNCTION VTAPI_RefreshData"),
-                   Find(log, "PROFILER EXIT FUNCTION VTAPI_Uninitialize")};
+    int steps[] = {FindLine(log, "Before checkAndInstallHBAConfFile()"), FindLine(log, "After checkAndInstallHBAConfFile()"),
+                   FindLine(log, "Before core_FreeAdapterList() call"), FindLine(log, "Before TarnReinitializeDevices()"),
+                   FindLine(log, "Found Vantor HBA - instance (0)"), FindLine(log, "After TarnReinitializeDevices()"),
+                   FindLine(log, "After BuildAdapterInfoForFC()"), FindLine(log, "Iterating through gpAdapterList"),
+                   FindLine(log, "Begin Adapter = VTK24110A7"),
+                   FindLine(log, "FC Protocol Entry Type WWPN = 21-00-00-24-FF-7C-50-10, WWNN = 20-00-00-24-FF-7C-50-10"),
+                   FindLine(log, "returning VTAPI_SUCCESS"), FindLine(log, "Profile: "),
+                   FindLine(log, "PROFILER EXIT FUNCTION VTAPI_Initialize"),
+                   FindLine(log, "PROFILER ENTER FUNCTION VTAPI_RefreshData"),
+                   FindLine(log, "PROFILER EXIT FUNCTION VTAPI_Uninitialize")};
     for (size_t i = 0; i < std::size(steps); ++i) EXPECT_GE(steps[i], 0) << "step " << i;
     for (size_t i = 1; i + 4 < std::size(steps); ++i) EXPECT_LT(steps[i - 1], steps[i]) << "step " << i;
 }
@@ -168,15 +157,15 @@ TEST_F(Lifecycle, DiscoveryOrderSkipsAndSpeedRule) {
     ASSERT_EQ(r.status, 0) << r.err;
     auto out = Lines(r.out);
     EXPECT_EQ(out[0], "adapters 5") << r.out;
-    int a = Find(out, "adapter AA100"), b = Find(out, "adapter BB200"), z = Find(out, "adapter ZZ900");
+    int a = FindLine(out, "adapter AA100"), b = FindLine(out, "adapter BB200"), z = FindLine(out, "adapter ZZ900");
     ASSERT_GE(a, 0);
     EXPECT_LT(a, b);
     EXPECT_LT(b, z);
-    EXPECT_EQ(Find(out, "adapter EE500"), -1);
+    EXPECT_EQ(FindLine(out, "adapter EE500"), -1);
     EXPECT_NE(out[a + 2].find("supported 0x70"), std::string::npos) << out[a + 2];
     EXPECT_NE(out[b + 2].find("supported 0x38"), std::string::npos) << out[b + 2];
-    EXPECT_NE(out[Find(out, "adapter CC300") + 2].find("supported 0x40"), std::string::npos);
-    EXPECT_NE(out[Find(out, "adapter DD400") + 2].find("supported 0x20"), std::string::npos);
+    EXPECT_NE(out[FindLine(out, "adapter CC300") + 2].find("supported 0x40"), std::string::npos);
+    EXPECT_NE(out[FindLine(out, "adapter DD400") + 2].find("supported 0x20"), std::string::npos);
     // The driver that reports its mask keeps it (4, 8, 16 Gb/s).
     EXPECT_NE(out[z + 2].find("supported 0x38"), std::string::npos);
     // Ports of one card: ascending WWPN, whatever the file order.
