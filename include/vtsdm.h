@@ -16,11 +16,25 @@
  *    stored through the size/count argument.
  *  - All records are plain C structs with natural alignment.
  *
- * The backend selected at run time is the simulated host: a JSON file that
- * describes cards, ports, targets and LUNs (environment VTSDM_HOST, default
- * <install>/data/default_host.json), whose changes persist in a state
- * directory (environment VTSDM_STATE_DIR, default
- * $VTAPI_SYSROOT/var/lib/vtsdm).
+ * Backends
+ *  One of two backends answers every call:
+ *  - "linux": the adapters of this machine as the kernel's FC transport
+ *    class shows them in sysfs (/sys/class/fc_host, fc_remote_ports,
+ *    fc_vports, the SCSI devices of each remote port, the PCI function),
+ *    SCSI commands through the SCSI generic devices (SG_IO), statistics,
+ *    link events and virtual ports.  The kernel offers no NVRAM, flash,
+ *    option-ROM, loopback or QoS interface: those calls return
+ *    SDERR_NOT_SUPPORTED.
+ *  - "sim": a simulated host, a JSON file that describes cards, ports,
+ *    targets and LUNs (environment VTSDM_HOST, default
+ *    <install>/data/default_host.json), whose changes persist in a state
+ *    directory (environment VTSDM_STATE_DIR, default
+ *    $VTAPI_SYSROOT/var/lib/vtsdm).
+ *  The choice: VTSDM_BACKEND=sim or linux; else a line "backend = sim"
+ *  (or linux, or auto) in <install>/data/vtsdm.conf; else linux when the
+ *  system has FC host adapters and sim otherwise.  Every system path goes
+ *  under $VTAPI_SYSROOT when it is set.  SDGetBackendName tells which
+ *  backend answers.
  */
 #ifndef VTSDM_H
 #define VTSDM_H
@@ -38,7 +52,7 @@ extern "C" {
 #define SDERR_SCSI_CHECK_CONDITION 0x20000040u /* sense data returned */
 #define SDERR_DIAG_PARAMETER       0x20000064u /* diagnostic parameter error */
 #define SDERR_INVALID_PARAMETER    0x20000065u /* bad argument */
-#define SDERR_NOT_SUPPORTED        0x20000066u /* not supported by this port */
+#define SDERR_NOT_SUPPORTED        0x20000066u /* not supported by this port or its driver */
 #define SDERR_DEVICE_BUSY          0x20000067u /* device or target busy */
 #define SDERR_INVALID_HANDLE       0x20000068u /* handle not open */
 #define SDERR_NOT_FOUND            0x20000069u /* no such target, LUN, region or vport */
@@ -292,6 +306,12 @@ typedef struct SDDiagResult {
 /* Library. */
 SDM_EXPORT uint32_t SDGetVersion(char *buffer, uint32_t size);
 SDM_EXPORT const char *SDGetErrorString(uint32_t status);
+/* The backend that answers: "linux" or "sim"; and one line that says where
+ * its data comes from ("Linux FC transport at /sys, SCSI through SG_IO",
+ * "simulated host /opt/.../default_host.json").  SDERR_IO_FAILED when no
+ * backend could be made (the reason went to standard error). */
+SDM_EXPORT uint32_t SDGetBackendName(char *buffer, uint32_t size);
+SDM_EXPORT uint32_t SDGetBackendDescription(char *buffer, uint32_t size);
 
 /* Devices. SDOpenDevice returns SDERR_NO_SUCH_DEVICE past the last one. */
 SDM_EXPORT uint32_t SDOpenDevice(uint32_t instance, uint32_t *handle);

@@ -1,32 +1,53 @@
-// The exported SD... calls: argument checks and copying in and out of the
-// caller's buffers around the simulator.
+// The exported SD... calls: argument checks, the handle table, copies in
+// and out of the caller's buffers and the error texts, around whichever
+// backend answers (backend.h).
 #include <algorithm>
 #include <cstring>
 #include <exception>
+#include <map>
 
-#include "host.h"
+#include "backend.h"
+#include "fcnames.h"
 #include "nvram_map.h"
-#include "sim.h"
 #include "vtsdm.h"
 
-using vtsdm::AcquireSimulator;
-using vtsdm::Simulator;
+using vtsdm::AcquireBackend;
+using vtsdm::Backend;
+using vtsdm::PortKey;
 
 namespace {
 
-// Runs `fn` against the simulator under its lock; a host file that cannot
-// be loaded answers SDERR_IO_FAILED, and no exception crosses the C boundary.
+constexpr char kVersion[] = "vtsdm 1.0.0";
+
+// An open handle: the backend generation it was opened under and the port.
+struct OpenPort {
+    uint64_t generation;
+    PortKey key;
+};
+std::map<uint32_t, OpenPort> g_handles;  // guarded by the backend lock
+uint32_t g_nextHandle = 0x100;
+
+// Runs `fn` against the backend under its lock; a backend that cannot be
+// made answers SDERR_IO_FAILED, and no exception crosses the C boundary.
 template <typename Fn>
-uint32_t WithSim(Fn fn) {
+uint32_t WithBackend(Fn fn) {
     try {
-        auto access = AcquireSimulator();
-        if (!access.sim) return SDERR_IO_FAILED;
-        return fn(*access.sim);
-    } catch (const std::bad_alloc &) {
-        return SDERR_IO_FAILED;
+        auto access = AcquireBackend();
+        if (!access.backend) return SDERR_IO_FAILED;
+        return fn(*access.backend, access.generation);
     } catch (const std::exception &) {
         return SDERR_IO_FAILED;
     }
+}
+
+// Runs `fn` with the port behind an open handle.
+template <typename Fn>
+uint32_t WithPort(uint32_t handle, Fn fn) {
+    return WithBackend([&](Backend &b, uint64_t generation) {
+        auto it = g_handles.find(handle);
+        if (it == g_handles.end() || it->second.generation != generation) return SDERR_INVALID_HANDLE;
+        return fn(b, it->second.key);
+    });
 }
 
 // Copies a reply into the caller's buffer; *size is in: room, out: bytes.
@@ -37,13 +58,27 @@ void CopyOut(const std::vector<uint8_t> &data, void *buf, uint32_t *size) {
     *size = n;
 }
 
-uint32_t Scsi(uint32_t h, const uint8_t *wwpn, uint16_t lun, Simulator::Cdb cdb, uint8_t evpd, uint8_t page,
+uint32_t CopyText(const std::string &text, char *buffer, uint32_t size) {
+    if (!buffer || size == 0) return SDERR_INVALID_PARAMETER;
+    if (text.size() + 1 > size) return SDERR_BUFFER_TOO_SMALL;
+    memcpy(buffer, text.c_str(), text.size() + 1);
+    return SDERR_NONE;
+}
+
+uint32_t Scsi(uint32_t h, const uint8_t *wwpn, uint16_t lun, vtsdm::ScsiOp op, uint8_t evpd, uint8_t page,
               void *resp, uint32_t *respSize, void *sense, uint32_t *senseSize) {
-    if (!wwpn || (cdb != Simulator::Cdb::TestUnitReady && (!resp || !respSize))) return SDERR_INVALID_PARAMETER;
-    std::vector<uint8_t> out, sns;
-    uint32_t rc = WithSim([&](Simulator &s) { return s.scsi(h, wwpn, lun, cdb, evpd, page, {}, out, sns); });
-    if (respSize) CopyOut(out, resp, respSize);
-    if (senseSize) CopyOut(sns, sense, senseSize);
+    if (!wwpn || (op != vtsdm::ScsiOp::TestUnitReady && (!resp || !respSize))) return SDERR_INVALID_PARAMETER;
+    vtsdm::ScsiRequest rq;
+    rq.op = op;
+    rq.target = vtsdm::WwnFromBytes(wwpn);
+    rq.lun = lun;
+    rq.evpd = evpd;
+    rq.page = page;
+    rq.allocation = respSize ? *respSize : 0;
+    vtsdm::ScsiReply reply;
+    uint32_t rc = WithPort(h, [&](Backend &b, PortKey k) { return b.scsi(k, rq, reply); });
+    if (respSize) CopyOut(reply.data, resp, respSize);
+    if (senseSize) CopyOut(reply.sense, sense, senseSize);
     return rc;
 }
 
@@ -52,11 +87,32 @@ uint32_t Scsi(uint32_t h, const uint8_t *wwpn, uint16_t lun, Simulator::Cdb cdb,
 extern "C" {
 
 SDM_EXPORT uint32_t SDGetVersion(char *buffer, uint32_t size) {
-    static const char version[] = "vtsdm 1.0.0 (simulated host)";
-    if (!buffer || size == 0) return SDERR_INVALID_PARAMETER;
-    if (size < sizeof version) return SDERR_BUFFER_TOO_SMALL;
-    memcpy(buffer, version, sizeof version);
-    return SDERR_NONE;
+    std::string version = kVersion;
+    WithBackend([&](Backend &b, uint64_t) {
+        version += std::string(b.name()) == "sim" ? " (simulated host)" : " (Linux FC transport)";
+        return SDERR_NONE;
+    });
+    return CopyText(version, buffer, size);
+}
+
+SDM_EXPORT uint32_t SDGetBackendName(char *buffer, uint32_t size) {
+    std::string name;
+    if (uint32_t rc = WithBackend([&](Backend &b, uint64_t) {
+            name = b.name();
+            return SDERR_NONE;
+        }))
+        return rc;
+    return CopyText(name, buffer, size);
+}
+
+SDM_EXPORT uint32_t SDGetBackendDescription(char *buffer, uint32_t size) {
+    std::string text;
+    if (uint32_t rc = WithBackend([&](Backend &b, uint64_t) {
+            text = b.description();
+            return SDERR_NONE;
+        }))
+        return rc;
+    return CopyText(text, buffer, size);
 }
 
 SDM_EXPORT const char *SDGetErrorString(uint32_t status) {
@@ -65,7 +121,7 @@ SDM_EXPORT const char *SDGetErrorString(uint32_t status) {
     case SDERR_SCSI_CHECK_CONDITION: return "SCSI check condition";
     case SDERR_DIAG_PARAMETER: return "Invalid diagnostic parameter";
     case SDERR_INVALID_PARAMETER: return "Invalid parameter";
-    case SDERR_NOT_SUPPORTED: return "Not supported";
+    case SDERR_NOT_SUPPORTED: return "Not supported on this adapter's driver";
     case SDERR_DEVICE_BUSY: return "Device busy";
     case SDERR_INVALID_HANDLE: return "Invalid device handle";
     case SDERR_NOT_FOUND: return "Object not found";
@@ -82,94 +138,121 @@ SDM_EXPORT const char *SDGetErrorString(uint32_t status) {
 }
 
 SDM_EXPORT uint32_t SDOpenDevice(uint32_t instance, uint32_t *handle) {
-    return WithSim([&](Simulator &s) { return s.open(instance, handle); });
+    if (!handle) return SDERR_INVALID_PARAMETER;
+    return WithBackend([&](Backend &b, uint64_t generation) {
+        PortKey key = 0;
+        if (uint32_t rc = b.open(instance, key)) return rc;
+        const uint32_t h = g_nextHandle++;
+        g_handles[h] = OpenPort{generation, key};
+        *handle = h;
+        return SDERR_NONE;
+    });
 }
 
 SDM_EXPORT uint32_t SDCloseDevice(uint32_t handle) {
-    return WithSim([&](Simulator &s) { return s.close(handle); });
+    return WithBackend([&](Backend &b, uint64_t generation) {
+        auto it = g_handles.find(handle);
+        if (it == g_handles.end()) return SDERR_INVALID_HANDLE;
+        const OpenPort port = it->second;
+        g_handles.erase(it);
+        if (port.generation != generation) return SDERR_INVALID_HANDLE;
+        b.close(port.key);
+        return SDERR_NONE;
+    });
 }
 
 SDM_EXPORT uint32_t SDGetHbaDeviceChipProperty(uint32_t handle, SDChipProperty *prop) {
-    return WithSim([&](Simulator &s) { return s.chipProperty(handle, prop); });
+    if (!prop) return SDERR_INVALID_PARAMETER;
+    return WithPort(handle, [&](Backend &b, PortKey k) { return b.chipProperty(k, *prop); });
 }
 
 SDM_EXPORT uint32_t SDGetHbaDeviceDriverProperty(uint32_t handle, SDDriverProperty *prop) {
-    return WithSim([&](Simulator &s) { return s.driverProperty(handle, prop); });
+    if (!prop) return SDERR_INVALID_PARAMETER;
+    return WithPort(handle, [&](Backend &b, PortKey k) { return b.driverProperty(k, *prop); });
 }
 
 SDM_EXPORT uint32_t SDGetHbaDeviceNodeProperty(uint32_t handle, SDNodeProperty *prop) {
-    return WithSim([&](Simulator &s) { return s.nodeProperty(handle, prop); });
+    if (!prop) return SDERR_INVALID_PARAMETER;
+    return WithPort(handle, [&](Backend &b, PortKey k) { return b.nodeProperty(k, *prop); });
 }
 
 SDM_EXPORT uint32_t SDGetHbaDevicePortProperty(uint32_t handle, SDPortProperty *prop) {
-    return WithSim([&](Simulator &s) { return s.portProperty(handle, prop); });
+    if (!prop) return SDERR_INVALID_PARAMETER;
+    return WithPort(handle, [&](Backend &b, PortKey k) { return b.portProperty(k, *prop); });
 }
 
 SDM_EXPORT uint32_t SDGetDiscTargetProperties(uint32_t handle, SDDiscTargetProperty *buffer, uint32_t *count) {
-    return WithSim([&](Simulator &s) { return s.discTargets(handle, buffer, count); });
+    if (!count) return SDERR_INVALID_PARAMETER;
+    std::vector<SDDiscTargetProperty> targets;
+    if (uint32_t rc = WithPort(handle, [&](Backend &b, PortKey k) { return b.discTargets(k, targets); })) return rc;
+    const uint32_t room = buffer ? *count : 0;
+    *count = uint32_t(targets.size());
+    if (room < targets.size()) return SDERR_BUFFER_TOO_SMALL;
+    if (!targets.empty()) memcpy(buffer, targets.data(), targets.size() * sizeof(SDDiscTargetProperty));
+    return SDERR_NONE;
 }
 
 SDM_EXPORT uint32_t SDSendScsiReportLunsCmdFC(uint32_t handle, const uint8_t *targetWWPN, void *resp,
                                               uint32_t *respSize, void *sense, uint32_t *senseSize) {
-    return Scsi(handle, targetWWPN, 0, Simulator::Cdb::ReportLuns, 0, 0, resp, respSize, sense, senseSize);
+    return Scsi(handle, targetWWPN, 0, vtsdm::ScsiOp::ReportLuns, 0, 0, resp, respSize, sense, senseSize);
 }
 
 SDM_EXPORT uint32_t SDSendScsiInquiryCmdFC(uint32_t handle, const uint8_t *targetWWPN, uint16_t lun, uint8_t evpd,
                                            uint8_t page, void *resp, uint32_t *respSize, void *sense,
                                            uint32_t *senseSize) {
-    return Scsi(handle, targetWWPN, lun, Simulator::Cdb::Inquiry, evpd, page, resp, respSize, sense, senseSize);
+    return Scsi(handle, targetWWPN, lun, vtsdm::ScsiOp::Inquiry, evpd, page, resp, respSize, sense, senseSize);
 }
 
 SDM_EXPORT uint32_t SDSendScsiReadCapacityCmdFC(uint32_t handle, const uint8_t *targetWWPN, uint16_t lun,
                                                 void *resp, uint32_t *respSize, void *sense, uint32_t *senseSize) {
-    return Scsi(handle, targetWWPN, lun, Simulator::Cdb::ReadCapacity10, 0, 0, resp, respSize, sense, senseSize);
+    return Scsi(handle, targetWWPN, lun, vtsdm::ScsiOp::ReadCapacity10, 0, 0, resp, respSize, sense, senseSize);
 }
 
 SDM_EXPORT uint32_t SDSendScsiReadCapacityLargeCmdFC(uint32_t handle, const uint8_t *targetWWPN, uint16_t lun,
                                                      void *resp, uint32_t *respSize, void *sense,
                                                      uint32_t *senseSize) {
-    return Scsi(handle, targetWWPN, lun, Simulator::Cdb::ReadCapacity16, 0, 0, resp, respSize, sense, senseSize);
+    return Scsi(handle, targetWWPN, lun, vtsdm::ScsiOp::ReadCapacity16, 0, 0, resp, respSize, sense, senseSize);
 }
 
 SDM_EXPORT uint32_t SDSendScsiTestUnitReadyCmdFC(uint32_t handle, const uint8_t *targetWWPN, uint16_t lun,
                                                  void *sense, uint32_t *senseSize) {
-    return Scsi(handle, targetWWPN, lun, Simulator::Cdb::TestUnitReady, 0, 0, nullptr, nullptr, sense, senseSize);
+    return Scsi(handle, targetWWPN, lun, vtsdm::ScsiOp::TestUnitReady, 0, 0, nullptr, nullptr, sense, senseSize);
 }
 
 SDM_EXPORT uint32_t SDSendScsiWriteBufferCmdFC(uint32_t handle, const uint8_t *targetWWPN, uint16_t lun,
                                                const void *data, uint32_t size, void *sense, uint32_t *senseSize) {
     if (!targetWWPN || (!data && size)) return SDERR_INVALID_PARAMETER;
     if (size > 65536) return SDERR_INVALID_PARAMETER;
-    std::vector<uint8_t> in(static_cast<const uint8_t *>(data), static_cast<const uint8_t *>(data) + size);
-    std::vector<uint8_t> out, sns;
-    uint32_t rc = WithSim([&](Simulator &s) {
-        return s.scsi(handle, targetWWPN, lun, Simulator::Cdb::WriteBuffer, 0, 0, in, out, sns);
-    });
-    if (senseSize) CopyOut(sns, sense, senseSize);
+    vtsdm::ScsiRequest rq;
+    rq.op = vtsdm::ScsiOp::WriteBuffer;
+    rq.target = vtsdm::WwnFromBytes(targetWWPN);
+    rq.lun = lun;
+    if (size) rq.dataOut.assign(static_cast<const uint8_t *>(data), static_cast<const uint8_t *>(data) + size);
+    vtsdm::ScsiReply reply;
+    uint32_t rc = WithPort(handle, [&](Backend &b, PortKey k) { return b.scsi(k, rq, reply); });
+    if (senseSize) CopyOut(reply.sense, sense, senseSize);
     return rc;
 }
 
 SDM_EXPORT uint32_t SDSendScsiReadBufferCmdFC(uint32_t handle, const uint8_t *targetWWPN, uint16_t lun, void *data,
                                               uint32_t *size, void *sense, uint32_t *senseSize) {
-    return Scsi(handle, targetWWPN, lun, Simulator::Cdb::ReadBuffer, 0, 0, data, size, sense, senseSize);
+    return Scsi(handle, targetWWPN, lun, vtsdm::ScsiOp::ReadBuffer, 0, 0, data, size, sense, senseSize);
 }
 
 SDM_EXPORT uint32_t SDGetLunOSDeviceName(uint32_t handle, const uint8_t *targetWWPN, uint16_t lun, char *name,
                                          uint32_t size) {
     if (!targetWWPN || !name || size == 0) return SDERR_INVALID_PARAMETER;
     std::string n;
-    uint32_t rc = WithSim([&](Simulator &s) { return s.lunOsName(handle, targetWWPN, lun, n); });
-    if (rc) return rc;
-    if (n.size() + 1 > size) return SDERR_BUFFER_TOO_SMALL;
-    memcpy(name, n.c_str(), n.size() + 1);
-    return SDERR_NONE;
+    const uint64_t target = vtsdm::WwnFromBytes(targetWWPN);
+    if (uint32_t rc = WithPort(handle, [&](Backend &b, PortKey k) { return b.lunOsName(k, target, lun, n); }))
+        return rc;
+    return CopyText(n, name, size);
 }
 
 SDM_EXPORT uint32_t SDGetNVRam(uint32_t handle, uint32_t offset, uint32_t area, void *buffer, uint32_t size) {
     if (!buffer) return SDERR_INVALID_PARAMETER;
     std::vector<uint8_t> img;
-    uint32_t rc = WithSim([&](Simulator &s) { return s.nvramImage(handle, area, img); });
-    if (rc) return rc;
+    if (uint32_t rc = WithPort(handle, [&](Backend &b, PortKey k) { return b.readNvram(k, area, img); })) return rc;
     if (offset > img.size()) return SDERR_INVALID_PARAMETER;
     uint32_t n = std::min<uint32_t>(size, uint32_t(img.size()) - offset);
     memcpy(buffer, img.data() + offset, n);
@@ -178,16 +261,16 @@ SDM_EXPORT uint32_t SDGetNVRam(uint32_t handle, uint32_t offset, uint32_t area, 
 
 SDM_EXPORT uint32_t SDUpdateNVRam(uint32_t handle, uint32_t offset, uint32_t area, const void *buffer,
                                   uint32_t size) {
-    if (offset != 0) return SDERR_INVALID_PARAMETER;
-    return WithSim([&](Simulator &s) {
-        return s.updateNvram(handle, area, static_cast<const uint8_t *>(buffer), size);
-    });
+    if (offset != 0 || !buffer) return SDERR_INVALID_PARAMETER;
+    const std::vector<uint8_t> img(static_cast<const uint8_t *>(buffer), static_cast<const uint8_t *>(buffer) + size);
+    return WithPort(handle, [&](Backend &b, PortKey k) { return b.writeNvram(k, area, img); });
 }
 
 SDM_EXPORT uint32_t SDGetVariableValue(uint32_t handle, const void *nvram, uint32_t id) {
     if (!nvram) return 0xFFFFFFFFu;
     uint32_t size = 0;
-    if (WithSim([&](Simulator &s) { return s.nvramSize(handle, size); }) != SDERR_NONE) return 0xFFFFFFFFu;
+    if (WithPort(handle, [&](Backend &b, PortKey k) { return b.nvramSize(k, size); }) != SDERR_NONE)
+        return 0xFFFFFFFFu;
     uint32_t value = 0;
     if (!vtsdm::nvram::GetValue(static_cast<const uint8_t *>(nvram), size, id, value)) return 0xFFFFFFFFu;
     return value;
@@ -196,7 +279,7 @@ SDM_EXPORT uint32_t SDGetVariableValue(uint32_t handle, const void *nvram, uint3
 SDM_EXPORT uint32_t SDSetVariableValue(uint32_t handle, void *nvram, uint32_t id, uint32_t value) {
     if (!nvram) return SDERR_INVALID_PARAMETER;
     uint32_t size = 0;
-    if (uint32_t rc = WithSim([&](Simulator &s) { return s.nvramSize(handle, size); })) return rc;
+    if (uint32_t rc = WithPort(handle, [&](Backend &b, PortKey k) { return b.nvramSize(k, size); })) return rc;
     if (!vtsdm::nvram::FindField(size, id)) return SDERR_NOT_FOUND;
     return vtsdm::nvram::SetValue(static_cast<uint8_t *>(nvram), size, id, value) ? SDERR_NONE
                                                                                  : SDERR_INVALID_PARAMETER;
@@ -205,8 +288,7 @@ SDM_EXPORT uint32_t SDSetVariableValue(uint32_t handle, void *nvram, uint32_t id
 SDM_EXPORT uint32_t SDGetVpd(uint32_t handle, void *buffer, uint32_t *size) {
     if (!size) return SDERR_INVALID_PARAMETER;
     std::vector<uint8_t> vpd;
-    uint32_t rc = WithSim([&](Simulator &s) { return s.vpd(handle, vpd); });
-    if (rc) return rc;
+    if (uint32_t rc = WithPort(handle, [&](Backend &b, PortKey k) { return b.vpd(k, vpd); })) return rc;
     if (!buffer || *size < vpd.size()) {
         *size = uint32_t(vpd.size());
         return SDERR_BUFFER_TOO_SMALL;
@@ -222,13 +304,13 @@ SDM_EXPORT uint32_t SDGetOptionRomLayout(uint32_t handle, uint32_t reserved, SDO
     if (!layout || size < 8) return SDERR_INVALID_PARAMETER;
     std::vector<SDOptionRomRegion> regions;
     uint32_t flashSize = 0;
-    uint32_t rc = WithSim([&](Simulator &s) { return s.flashLayout(handle, regions, flashSize); });
-    if (rc) return rc;
+    if (uint32_t rc = WithPort(handle, [&](Backend &b, PortKey k) { return b.flashLayout(k, regions, flashSize); }))
+        return rc;
     const uint32_t room = std::min<uint32_t>(layout->Count, (size - 8) / sizeof(SDOptionRomRegion));
     layout->FlashSize = flashSize;
     layout->Count = uint32_t(regions.size());
     if (room < regions.size()) return SDERR_BUFFER_TOO_SMALL;
-    memcpy(layout->Region, regions.data(), regions.size() * sizeof(SDOptionRomRegion));
+    if (!regions.empty()) memcpy(layout->Region, regions.data(), regions.size() * sizeof(SDOptionRomRegion));
     return SDERR_NONE;
 }
 
@@ -236,8 +318,8 @@ SDM_EXPORT uint32_t SDGetOptionRomEx(uint32_t handle, void *buffer, uint32_t siz
                                      uint32_t offset) {
     if (!buffer) return SDERR_INVALID_PARAMETER;
     std::vector<uint8_t> bytes;
-    uint32_t rc = WithSim([&](Simulator &s) { return s.readRegion(handle, region, bytes); });
-    if (rc) return rc;
+    if (uint32_t rc = WithPort(handle, [&](Backend &b, PortKey k) { return b.readRegion(k, region, bytes); }))
+        return rc;
     if (offset >= bytes.size()) return size ? SDERR_SHORT_READ : SDERR_NONE;
     uint32_t n = std::min<uint32_t>(size, uint32_t(bytes.size()) - offset);
     memcpy(buffer, bytes.data() + offset, n);
@@ -247,16 +329,16 @@ SDM_EXPORT uint32_t SDGetOptionRomEx(uint32_t handle, void *buffer, uint32_t siz
 SDM_EXPORT uint32_t SDUpdateOptionRomEx2(uint32_t handle, const void *buffer, uint32_t size, uint32_t region,
                                          uint32_t offset, uint32_t flags) {
     (void)flags;
-    return WithSim([&](Simulator &s) {
-        return s.writeRegion(handle, region, offset, static_cast<const uint8_t *>(buffer), size);
-    });
+    if (!buffer && size) return SDERR_INVALID_PARAMETER;
+    std::vector<uint8_t> data;
+    if (size) data.assign(static_cast<const uint8_t *>(buffer), static_cast<const uint8_t *>(buffer) + size);
+    return WithPort(handle, [&](Backend &b, PortKey k) { return b.writeRegion(k, region, offset, data); });
 }
 
 SDM_EXPORT uint32_t SDGetAen(uint32_t handle, void *buffer, uint32_t bufferSize, uint32_t *count) {
     if (!count || (!buffer && bufferSize)) return SDERR_INVALID_PARAMETER;
     std::vector<SDAenRecord> events;
-    uint32_t rc = WithSim([&](Simulator &s) { return s.takeEvents(handle, events); });
-    if (rc) return rc;
+    if (uint32_t rc = WithPort(handle, [&](Backend &b, PortKey k) { return b.takeEvents(k, events); })) return rc;
     const size_t fit = std::min<size_t>(events.size(), bufferSize / sizeof(SDAenRecord));
     if (fit) memcpy(buffer, events.data(), fit * sizeof(SDAenRecord));
     *count = uint32_t(events.size());
@@ -264,54 +346,59 @@ SDM_EXPORT uint32_t SDGetAen(uint32_t handle, void *buffer, uint32_t bufferSize,
 }
 
 SDM_EXPORT uint32_t SDGetStatistics(uint32_t handle, SDStatistics *stats) {
-    return WithSim([&](Simulator &s) { return s.statistics(handle, stats); });
+    if (!stats) return SDERR_INVALID_PARAMETER;
+    return WithPort(handle, [&](Backend &b, PortKey k) { return b.statistics(k, *stats); });
 }
 
 SDM_EXPORT uint32_t SDResetStatistics(uint32_t handle) {
-    return WithSim([&](Simulator &s) { return s.resetStatistics(handle); });
+    return WithPort(handle, [&](Backend &b, PortKey k) { return b.resetStatistics(k); });
 }
 
 SDM_EXPORT uint32_t SDGetPortStatisticsFC(uint32_t handle, const uint8_t *targetWWPN, SDLinkErrorStatus *status) {
-    return WithSim([&](Simulator &s) { return s.remoteLinkStatus(handle, targetWWPN, status); });
+    if (!status) return SDERR_INVALID_PARAMETER;
+    return WithPort(handle, [&](Backend &b, PortKey k) {
+        if (!targetWWPN) return SDERR_NOT_FOUND;
+        return b.remoteLinkStatus(k, vtsdm::WwnFromBytes(targetWWPN), *status);
+    });
 }
 
 SDM_EXPORT uint32_t SDRunDiagLoopbackEx(uint32_t handle, uint32_t option, const void *tx, void *rx,
                                         uint32_t dataSize, uint32_t iterations, SDDiagResult *result) {
-    return WithSim([&](Simulator &s) {
-        return s.loopback(handle, option, tx, rx, dataSize, iterations, result, false);
-    });
+    if (!result) return SDERR_INVALID_PARAMETER;
+    const vtsdm::LoopbackRequest rq{option, tx, rx, dataSize, iterations, false};
+    return WithPort(handle, [&](Backend &b, PortKey k) { return b.loopback(k, rq, *result); });
 }
 
 SDM_EXPORT uint32_t SDDiagIO(uint32_t handle, const void *tx, void *rx, uint32_t dataSize, uint32_t count,
                              uint32_t increment, SDDiagResult *result) {
     (void)increment;
-    return WithSim([&](Simulator &s) {
-        return s.loopback(handle, SD_LOOPBACK_EXTERNAL, tx, rx, dataSize, count, result, true);
-    });
+    if (!result) return SDERR_INVALID_PARAMETER;
+    const vtsdm::LoopbackRequest rq{SD_LOOPBACK_EXTERNAL, tx, rx, dataSize, count, true};
+    return WithPort(handle, [&](Backend &b, PortKey k) { return b.loopback(k, rq, *result); });
 }
 
 SDM_EXPORT uint32_t SDCreateVport(uint32_t handle, const uint8_t *wwnn, const uint8_t *wwpn, uint16_t *vportId) {
-    if (!wwpn) return SDERR_INVALID_PARAMETER;
+    if (!wwpn || !vportId) return SDERR_INVALID_PARAMETER;
     const uint64_t n = wwnn ? vtsdm::WwnFromBytes(wwnn) : 0, p = vtsdm::WwnFromBytes(wwpn);
-    return WithSim([&](Simulator &s) { return s.createVport(handle, n, p, vportId); });
+    return WithPort(handle, [&](Backend &b, PortKey k) { return b.createVport(k, n, p, *vportId); });
 }
 
 SDM_EXPORT uint32_t SDDeleteVport(uint32_t handle, const uint8_t *wwpn) {
     if (!wwpn) return SDERR_INVALID_PARAMETER;
     const uint64_t p = vtsdm::WwnFromBytes(wwpn);
-    return WithSim([&](Simulator &s) { return s.deleteVport(handle, p); });
+    return WithPort(handle, [&](Backend &b, PortKey k) { return b.deleteVport(k, p); });
 }
 
 SDM_EXPORT uint32_t SDGetQoS(uint32_t handle, const uint8_t *vportWWPN, SDQoS *qos) {
-    if (!vportWWPN) return SDERR_INVALID_PARAMETER;
+    if (!vportWWPN || !qos) return SDERR_INVALID_PARAMETER;
     const uint64_t p = vtsdm::WwnFromBytes(vportWWPN);
-    return WithSim([&](Simulator &s) { return s.getQoS(handle, p, qos); });
+    return WithPort(handle, [&](Backend &b, PortKey k) { return b.getQoS(k, p, *qos); });
 }
 
 SDM_EXPORT uint32_t SDSetQoS(uint32_t handle, const uint8_t *vportWWPN, const SDQoS *qos) {
     if (!vportWWPN || !qos) return SDERR_INVALID_PARAMETER;
     const uint64_t p = vtsdm::WwnFromBytes(vportWWPN);
-    return WithSim([&](Simulator &s) { return s.setQoS(handle, p, *qos); });
+    return WithPort(handle, [&](Backend &b, PortKey k) { return b.setQoS(k, p, *qos); });
 }
 
 }  // extern "C"

@@ -9,7 +9,7 @@
 
 #include "host.h"
 #include "nvram_map.h"
-#include "sim.h"
+#include "simulator.h"
 #include "testutil.h"
 #include "vtsdm.h"
 
@@ -49,14 +49,14 @@ class SimTest : public ::testing::Test {
 protected:
     void SetUp() override { UseHost(HostWithPorts(kPort)); }
     void TearDown() override {
-        vtsdm::UnloadSimulator();
+        vtsdm::UnloadBackend();
         unsetenv("VTSDM_HOST");
     }
     void UseHost(const std::string &json) {
         hostFile_ = root_.path("/host.json");
         vttest::WriteFile(hostFile_, json);
         setenv("VTSDM_HOST", hostFile_.c_str(), 1);
-        vtsdm::UnloadSimulator();
+        vtsdm::UnloadBackend();
     }
     // Opens an instance, riding out injected "retry" answers.
     uint32_t Open(uint32_t instance) {
@@ -116,7 +116,7 @@ TEST_F(SimTest, HostFileErrorsNameTheFileAndField) {
     UseHost(HostWithPorts(R"({"wwnn":"20:00:00:24:ff:00:00:01","wwpn":"bad"})"));
     uint32_t h;
     EXPECT_EQ(SDOpenDevice(0, &h), SDERR_IO_FAILED);
-    EXPECT_NE(vtsdm::LoadError().find("ports[0].wwpn"), std::string::npos);
+    EXPECT_NE(vtsdm::BackendError().find("ports[0].wwpn"), std::string::npos);
     EXPECT_FALSE(std::filesystem::exists(root_.path("/var/lib/vtsdm")));
 }
 
@@ -290,7 +290,7 @@ TEST_F(SimTest, NvramVariablesAndChecksum) {
     EXPECT_EQ(SDUpdateNVRam(h, 0, 1, img.data(), 256), SDERR_BUFFER_TOO_SMALL);
 
     // A new process sees the write; the alternate area is untouched.
-    vtsdm::UnloadSimulator();
+    vtsdm::UnloadBackend();
     h = Open(0);
     std::vector<uint8_t> again(512), alt(512);
     ASSERT_EQ(SDGetNVRam(h, 0, 1, again.data(), 512), SDERR_NONE);
@@ -333,7 +333,7 @@ TEST_F(SimTest, FlashLayoutRegionsAndVpd) {
     uint8_t patch[4] = {1, 2, 3, 4};
     ASSERT_EQ(SDUpdateOptionRomEx2(h, patch, 4, 0x07, 100, 0), SDERR_NONE);
     EXPECT_EQ(SDUpdateOptionRomEx2(h, patch, 4, 0x07, bootSize - 2, 0), SDERR_INVALID_PARAMETER);
-    vtsdm::UnloadSimulator();
+    vtsdm::UnloadBackend();
     h = Open(0);
     uint8_t back[4];
     ASSERT_EQ(SDGetOptionRomEx(h, back, 4, 0x07, 100), SDERR_NONE);
@@ -449,7 +449,7 @@ TEST_F(SimTest, VirtualPortsAndQoS) {
     EXPECT_EQ(id, 2);
     EXPECT_EQ(SDCreateVport(h, wwpn, wwpn, &id), SDERR_INVALID_PARAMETER);  // duplicate
     // The new vPort is instance 2, and another process sees it and the QoS.
-    vtsdm::UnloadSimulator();
+    vtsdm::UnloadBackend();
     h = Open(0);
     uint32_t vh = Open(2);
     SDPortProperty port;
@@ -492,10 +492,11 @@ TEST_F(SimTest, DiagnosticsAndRemoteLinkStatus) {
 TEST(SimLargeHost, CompactFormsExpandToTheFullHost) {
     SysrootScope root;
     setenv("VTSDM_HOST", vttest::SourcePath("data/hosts/large_31x256x256.json").c_str(), 1);
-    vtsdm::UnloadSimulator();
-    auto access = vtsdm::AcquireSimulator();
-    ASSERT_NE(access.sim, nullptr) << vtsdm::LoadError();
-    const vtsdm::Host &host = access.sim->host();
+    vtsdm::UnloadBackend();
+    auto access = vtsdm::AcquireBackend();
+    vtsdm::Simulator *sim = vtsdm::ActiveSimulator(access);
+    ASSERT_NE(sim, nullptr) << vtsdm::BackendError();
+    const vtsdm::Host &host = sim->host();
     EXPECT_EQ(host.ports.size(), 31u);
     size_t targets = 0, luns = 0;
     for (const auto &p : host.ports)
@@ -508,7 +509,7 @@ TEST(SimLargeHost, CompactFormsExpandToTheFullHost) {
     EXPECT_EQ(host.cards[3].serial, "VTLRG0-3");
     EXPECT_NE(host.ports[0].wwpn, host.ports[2].wwpn);
     access.lock.unlock();
-    vtsdm::UnloadSimulator();
+    vtsdm::UnloadBackend();
     unsetenv("VTSDM_HOST");
 }
 

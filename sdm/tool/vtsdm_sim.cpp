@@ -1,6 +1,7 @@
 // vtsdm-sim: shows the simulated host and changes its state for tests and
-// demonstrations.  "show" walks the host through the SD... calls exactly as
-// a management program would.
+// demonstrations.  "show" walks whichever backend answers through the SD...
+// calls exactly as a management program would; the other commands work on
+// the simulated host.
 #include <cinttypes>
 #include <cstdio>
 #include <cstdlib>
@@ -9,8 +10,10 @@
 #include <string>
 #include <vector>
 
+#include "backend.h"
 #include "host.h"
-#include "sim.h"
+#include "simulator.h"
+#include "sysfs_export.h"
 #include "vtsdm.h"
 
 namespace {
@@ -19,8 +22,9 @@ const char *kUsage =
     "usage: vtsdm-sim [--host FILE] COMMAND [ARGS]\n"
     "\n"
     "Commands:\n"
-    "  show [--luns N]            adapters, ports, targets and LUNs (at most N LUNs\n"
-    "                             per target, default 16; 0 shows all)\n"
+    "  show [--luns N]            the backend that answers, then adapters, ports,\n"
+    "                             targets and LUNs (at most N LUNs per target,\n"
+    "                             default 16; 0 shows all)\n"
     "  check                      load the host file and report the first problem\n"
     "  reset                      forget every persisted change of this host\n"
     "  event INSTANCE CODE...     queue events: lip, linkup, linkdown, lipreset, scr,\n"
@@ -31,7 +35,12 @@ const char *kUsage =
     "                             device_errors, link_failure, loss_of_sync,\n"
     "                             loss_of_signal, invalid_crc, invalid_tx_words,\n"
     "                             primitive_seq_errors, tx_frames, rx_frames\n"
+    "  export-sysfs DIR           write DIR/sys as the kernel's FC transport would show\n"
+    "                             this host (run it again after a program wrote to a\n"
+    "                             control attribute there: it acts on the write)\n"
     "\n"
+    "show uses the backend VTSDM_BACKEND (sim or linux), <install>/data/vtsdm.conf or\n"
+    "the machine chooses; the other commands always work on the simulated host.\n"
     "The host file is $VTSDM_HOST or <install>/data/default_host.json; state is\n"
     "kept in $VTSDM_STATE_DIR or $VTAPI_SYSROOT/var/lib/vtsdm.\n";
 
@@ -160,7 +169,10 @@ void ShowLuns(uint32_t h, const SDDiscTargetProperty &t, uint32_t maxLuns) {
 }
 
 int Show(uint32_t maxLuns) {
-    printf("Simulated host: %s\n", vtsdm::DefaultHostPath().c_str());
+    char name[32] = "", description[512] = "";
+    if (SDGetBackendName(name, sizeof name) != SDERR_NONE) return 2;  // the reason is on standard error
+    SDGetBackendDescription(description, sizeof description);
+    printf("Backend: %s (%s)\n", name, description);
     std::string lastSerial;
     uint32_t found = 0;
     for (uint32_t inst = 0; inst < SD_MAX_INSTANCES; ++inst) {
@@ -168,7 +180,7 @@ int Show(uint32_t maxLuns) {
         uint32_t rc = SDOpenDevice(inst, &h);
         if (rc == SDERR_NO_SUCH_DEVICE) break;
         if (rc != SDERR_NONE) {
-            if (rc == SDERR_IO_FAILED && !vtsdm::LoadError().empty()) return 2;
+            if (rc == SDERR_IO_FAILED && !vtsdm::BackendError().empty()) return 2;
             printf("Instance %u: cannot open: %s (0x%08x)\n", inst, SDGetErrorString(rc), rc);
             continue;
         }
@@ -245,14 +257,27 @@ int main(int argc, char **argv) {
         return i >= argc ? 2 : 0;
     }
     const std::string cmd = argv[i++];
-    auto access = vtsdm::AcquireSimulator();
-    if (!access.sim) return 2;  // the reason is already on standard error
-    vtsdm::Simulator &sim = *access.sim;
-
     if (cmd == "show") {
         uint32_t maxLuns = 16;
         if (i + 1 < argc && strcmp(argv[i], "--luns") == 0) maxLuns = uint32_t(strtoul(argv[i + 1], nullptr, 10));
         return Show(maxLuns);
+    }
+    // Everything else works on the simulated host, whatever backend "show" would use.
+    setenv("VTSDM_BACKEND", "sim", 1);
+    auto access = vtsdm::AcquireBackend();
+    vtsdm::Simulator *simulator = vtsdm::ActiveSimulator(access);
+    if (!simulator) return 2;  // the reason is already on standard error
+    vtsdm::Simulator &sim = *simulator;
+
+    if (cmd == "export-sysfs" && i < argc) {
+        try {
+            // A tree that exists already may hold control writes to act on.
+            if (vtsdm::ApplySysfsWrites(sim, argv[i]) == 0) vtsdm::ExportSysfs(sim, argv[i]);
+        } catch (const std::exception &e) {
+            fprintf(stderr, "vtsdm-sim: export-sysfs: %s\n", e.what());
+            return 1;
+        }
+        return 0;
     }
     if (cmd == "check") {
         printf("%s: %zu cards, %zu ports\n", sim.host().path.c_str(), sim.host().cards.size(),

@@ -11,6 +11,7 @@
 #include <string>
 #include <vector>
 
+#include "fcnames.h"
 #include "vtsdm.h"
 
 namespace vtsdm {
@@ -159,15 +160,5 @@ struct Host {
 // Loads and checks a host file.  Throws HostError.
 Host LoadHost(const std::string &path);
 Host ParseHost(const std::string &text, const std::string &path);
-
-// WWN text "21:00:00:24:ff:00:00:01" (or 16 hex digits) <-> value.
-std::optional<uint64_t> ParseWwn(const std::string &text);
-std::string FormatWwn(uint64_t wwn);
-void WwnToBytes(uint64_t wwn, uint8_t out[8]);
-uint64_t WwnFromBytes(const uint8_t in[8]);
-
-// Port speed in Gb/s -> SD_SPEED_* code and supported-mask bit (0 if none).
-std::optional<uint32_t> SpeedCodeForGbps(uint32_t gbps);
-uint8_t SupportedBitForGbps(uint32_t gbps);
 
 }  // namespace vtsdm

@@ -1,0 +1,115 @@
+// The simulated host: a host file, its persisted state, and the answers of
+// the backend interface computed from both.  The operations are spread over
+// files by area (simulator.cpp: instances and properties; sim_scsi.cpp;
+// sim_nvram.cpp; sim_flash.cpp; sim_monitor.cpp: events, statistics and the
+// link controls; sim_diag.cpp; sim_vport.cpp), so each area grows in its own
+// file.
+#pragma once
+
+#include <cstdint>
+#include <map>
+#include <memory>
+#include <optional>
+#include <string>
+#include <tuple>
+#include <unordered_map>
+#include <vector>
+
+#include "backend.h"
+#include "host.h"
+#include "state.h"
+
+namespace vtsdm {
+
+// Where the host file and the state come from.
+std::string DefaultHostPath();   // $VTSDM_HOST or <install>/data/default_host.json
+std::string DefaultStateDir();   // $VTSDM_STATE_DIR or $VTAPI_SYSROOT/var/lib/vtsdm
+
+class Simulator : public Backend {
+public:
+    // Loads the host file; throws HostError.
+    Simulator(const std::string &hostPath, const std::string &stateDir);
+
+    const char *name() const override { return "sim"; }
+    std::string description() const override;
+
+    const Host &host() const { return host_; }
+    StateStore &store() { return store_; }
+
+    // One port function as an instance sees it.
+    struct View {
+        uint32_t instance = 0;
+        const Port *port = nullptr;   // the physical port (the parent of a vPort)
+        const Card *card = nullptr;
+        std::optional<VPortRecord> vport;
+        uint64_t wwpn() const { return vport ? vport->wwpn : port->wwpn; }
+    };
+
+    // Instance list: physical ports in file order, then virtual ports.
+    std::vector<View> instances();
+    // The port function with this WWPN; SDERR_DEVICE_REMOVED when there is none.
+    uint32_t resolve(PortKey key, View &v);
+
+    uint32_t open(uint32_t instance, PortKey &key) override;
+    uint32_t chipProperty(PortKey key, SDChipProperty &p) override;
+    uint32_t driverProperty(PortKey key, SDDriverProperty &p) override;
+    uint32_t nodeProperty(PortKey key, SDNodeProperty &p) override;
+    uint32_t portProperty(PortKey key, SDPortProperty &p) override;
+    uint32_t discTargets(PortKey key, std::vector<SDDiscTargetProperty> &out) override;
+
+    uint32_t scsi(PortKey key, const ScsiRequest &request, ScsiReply &reply) override;
+    uint32_t lunOsName(PortKey key, uint64_t target, uint16_t lun, std::string &name) override;
+
+    uint32_t nvramSize(PortKey key, uint32_t &size) override;
+    uint32_t readNvram(PortKey key, uint32_t area, std::vector<uint8_t> &image) override;
+    uint32_t writeNvram(PortKey key, uint32_t area, const std::vector<uint8_t> &image) override;
+
+    uint32_t vpd(PortKey key, std::vector<uint8_t> &out) override;
+    uint32_t flashLayout(PortKey key, std::vector<SDOptionRomRegion> &regions, uint32_t &flashSize) override;
+    uint32_t readRegion(PortKey key, uint32_t region, std::vector<uint8_t> &bytes) override;
+    uint32_t writeRegion(PortKey key, uint32_t region, uint32_t offset, const std::vector<uint8_t> &data) override;
+
+    uint32_t takeEvents(PortKey key, std::vector<SDAenRecord> &events) override;
+    uint32_t statistics(PortKey key, SDStatistics &out) override;
+    uint32_t resetStatistics(PortKey key) override;
+    uint32_t remoteLinkStatus(PortKey key, uint64_t target, SDLinkErrorStatus &out) override;
+
+    uint32_t loopback(PortKey key, const LoopbackRequest &request, SDDiagResult &result) override;
+
+    uint32_t createVport(PortKey key, uint64_t wwnn, uint64_t wwpn, uint16_t &vportId) override;
+    uint32_t deleteVport(PortKey key, uint64_t wwpn) override;
+    uint32_t getQoS(PortKey key, uint64_t vportWwpn, SDQoS &out) override;
+    uint32_t setQoS(PortKey key, uint64_t vportWwpn, const SDQoS &qos) override;
+
+    // Controls of vtsdm-sim, by instance; not part of the backend interface.
+    uint32_t queueEvent(uint32_t instance, uint32_t code);
+    uint32_t setLinkState(uint32_t instance, uint16_t state, bool dport);
+    uint32_t addCounters(uint32_t instance, const SDStatistics &delta);
+
+    // Physical-port lookup by WWPN.
+    const Port *findPort(uint64_t wwpn) const;
+    // The target of a port function by WWPN, or null.
+    const Target *findTarget(const View &v, uint64_t wwpn) const;
+    // The link state the port has now (the host file's, or as changed).
+    uint16_t currentPortState(const View &v);
+
+private:
+    std::vector<VPortRecord> currentVports();
+    const std::vector<std::pair<uint32_t, std::vector<uint8_t>>> &baseFlash(const Card &c);
+    std::vector<uint8_t> initialNvram(const View &v);
+    uint32_t consumeFault(const std::string &key, uint32_t limit);
+    uint32_t instancePort(uint32_t instance, View &v);
+
+    Host host_;
+    StateStore store_;
+    std::unordered_map<uint64_t, uint32_t> portByWwpn_;
+    std::vector<std::unordered_map<uint64_t, uint32_t>> targetByWwpn_;  // per physical port
+    std::map<uint32_t, std::vector<std::pair<uint32_t, std::vector<uint8_t>>>> flash_;  // by card
+    std::map<std::tuple<uint64_t, uint64_t, uint16_t>, std::vector<uint8_t>> buffers_;  // write buffer
+};
+
+// The active backend when it is the simulator, else null; the caller holds
+// `access` for as long as it uses the result.
+Simulator *ActiveSimulator(const BackendAccess &access);
+
+}  // namespace vtsdm
