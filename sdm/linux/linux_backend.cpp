@@ -392,32 +392,52 @@ void LinuxBackend::loadRemotePorts(FcHostPort &h) {
         r.loggedIn = RemotePortLoggedIn(state);
         r.blocked = state == "Blocked";
         r.targetId = ParseDecimal(Text(ReadAttr(a + "/scsi_target_id"))).value_or(-1);
-        // Its SCSI target and the logical units under it.
-        for (const std::string &t : ListDir(r.dir)) {
-            if (t.rfind("target", 0) != 0) continue;
-            const std::string tdir = r.dir + "/" + t;
-            for (const std::string &u : ListDir(tdir)) {
-                auto sn = ParseScsiName(u);
-                if (!sn) continue;
-                LogicalUnit lu;
-                lu.lun = sn->lun;
-                lu.dir = tdir + "/" + u;
-                lu.type = int(ParseDecimal(Text(ReadAttr(lu.dir + "/type"))).value_or(-1));
-                for (const std::string &g : ListDir(lu.dir + "/scsi_generic")) {
-                    lu.generic = g;
-                    break;
-                }
-                r.luns.push_back(std::move(lu));
+        // The units of a remote port seen before in this scan stay as read.
+        for (RemotePort &old : h.rports)
+            if (old.unitsLoaded && old.name == r.name && old.wwpn == r.wwpn && r.loggedIn) {
+                r.luns = std::move(old.luns);
+                r.unitsLoaded = true;
             }
-        }
-        std::sort(r.luns.begin(), r.luns.end(),
-                  [](const LogicalUnit &a, const LogicalUnit &b) { return a.lun < b.lun; });
         found.emplace_back(pn->number, std::move(r));
     }
     std::sort(found.begin(), found.end(), [](const auto &a, const auto &b) { return a.first < b.first; });
     h.rports.clear();
     for (auto &[n, r] : found) h.rports.push_back(std::move(r));
     h.rportsLoaded = true;
+}
+
+// The SCSI target of a remote port and its logical units, each with its
+// generic device and OS device name, read in one pass.
+void LinuxBackend::loadUnits(RemotePort &r) {
+    r.luns.clear();
+    r.unitsLoaded = true;
+    for (const std::string &t : ListDir(r.dir)) {
+        if (t.rfind("target", 0) != 0) continue;
+        const std::string tdir = r.dir + "/" + t;
+        for (const std::string &u : ListDir(tdir)) {
+            auto sn = ParseScsiName(u);
+            if (!sn) continue;
+            LogicalUnit lu;
+            lu.lun = sn->lun;
+            lu.dir = tdir + "/" + u;
+            lu.type = int(ParseDecimal(Text(ReadAttr(lu.dir + "/type"))).value_or(-1));
+            const std::vector<std::string> entries = ListDir(lu.dir);
+            auto has = [&](const char *e) { return std::binary_search(entries.begin(), entries.end(), e); };
+            lu.generic = LinkBaseName(lu.dir + "/generic");
+            if (lu.generic.empty() && has("scsi_generic"))
+                for (const std::string &g : ListDir(lu.dir + "/scsi_generic")) lu.generic = g;
+            // A disk's block device, else a tape's or a changer's character device.
+            std::string os;
+            if (has("block"))
+                for (const std::string &d : ListDir(lu.dir + "/block")) os = d;
+            if (os.empty() && has("tape")) os = LinkBaseName(lu.dir + "/tape");
+            if (os.empty() && has("scsi_changer"))
+                for (const std::string &d : ListDir(lu.dir + "/scsi_changer")) os = d;
+            if (!os.empty()) lu.osName = "/dev/" + os;
+            r.luns.push_back(std::move(lu));
+        }
+    }
+    std::sort(r.luns.begin(), r.luns.end(), [](const LogicalUnit &a, const LogicalUnit &b) { return a.lun < b.lun; });
 }
 
 RemotePort *LinuxBackend::findRemotePort(FcHostPort &h, uint64_t wwpn) {
@@ -429,12 +449,15 @@ RemotePort *LinuxBackend::findRemotePort(FcHostPort &h, uint64_t wwpn) {
     return nullptr;
 }
 
-const LogicalUnit *LinuxBackend::findUnit(const RemotePort &r, uint16_t lun, bool anyForTarget) const {
-    for (const LogicalUnit &u : r.luns)
-        if (LunNumberOf(u.lun) == lun && !u.generic.empty()) return &u;
-    if (anyForTarget)
+const LogicalUnit *LinuxBackend::findUnit(RemotePort &r, uint16_t lun, bool anyForTarget) {
+    for (int pass = 0; pass < 2; ++pass) {
+        if (!r.unitsLoaded || pass == 1) loadUnits(r);
         for (const LogicalUnit &u : r.luns)
-            if (!u.generic.empty()) return &u;
+            if (LunNumberOf(u.lun) == lun && !u.generic.empty()) return &u;
+        if (anyForTarget)
+            for (const LogicalUnit &u : r.luns)
+                if (!u.generic.empty()) return &u;
+    }
     return nullptr;
 }
 
@@ -444,13 +467,14 @@ uint32_t LinuxBackend::discTargets(PortKey key, std::vector<SDDiscTargetProperty
     loadRemotePorts(*h);
     out.assign(h->rports.size(), SDDiscTargetProperty{});
     for (size_t i = 0; i < h->rports.size(); ++i) {
-        const RemotePort &r = h->rports[i];
+        RemotePort &r = h->rports[i];
         SDDiscTargetProperty &d = out[i];
         WwnToBytes(r.wwnn, d.WWNN);
         WwnToBytes(r.wwpn, d.WWPN);
         PortIdBytes(r.portId, d.PortId);
         d.TargetType = IsNvmeTarget(r) ? SD_TARGETTYPE_NVME : SD_TARGETTYPE_FCP;
         d.PortType = 1;  // N_Port
+        if (r.loggedIn && !r.unitsLoaded) loadUnits(r);
         d.TargetFlags = (r.loggedIn ? SD_TGTFLAG_LOGGED_IN : 0) |
                         ((r.roles & (kRoleFcpTarget | kRoleNvmeTarget)) ? SD_TGTFLAG_TARGET : 0) |
                         ((r.roles & (kRoleFcpInitiator | kRoleNvmeInitiator)) ? SD_TGTFLAG_INITIATOR : 0) |
@@ -514,19 +538,14 @@ uint32_t LinuxBackend::lunOsName(PortKey key, uint64_t target, uint16_t lun, std
                 }
         return SDERR_NOT_FOUND;
     }
-    for (const LogicalUnit &u : r->luns) {
-        if (LunNumberOf(u.lun) != lun) continue;
-        // A disk's block device, else a tape's or a changer's character device.
-        for (const char *cls : {"block", "scsi_tape", "scsi_changer"}) {
-            for (const std::string &dev : ListDir(u.dir + "/" + cls)) {
-                const bool plainTape = std::string_view(cls) != "scsi_tape" ||
-                                       (dev.rfind("st", 0) == 0 && dev.find_first_not_of("0123456789", 2) == std::string::npos);
-                if (!plainTape) continue;
-                name = "/dev/" + dev;
+    for (int pass = 0; pass < 2; ++pass) {
+        if (!r->unitsLoaded || pass == 1) loadUnits(*r);
+        for (const LogicalUnit &u : r->luns)
+            if (LunNumberOf(u.lun) == lun) {
+                if (u.osName.empty()) return SDERR_NOT_FOUND;
+                name = u.osName;
                 return SDERR_NONE;
             }
-        }
-        return SDERR_NOT_FOUND;
     }
     return SDERR_NOT_FOUND;
 }

@@ -26,6 +26,7 @@ struct LogicalUnit {
     std::string dir;      // sysfs device directory (".../3:0:1:2")
     std::string generic;  // "sg4", or "" without a generic device
     int type = -1;        // SCSI peripheral device type from sysfs
+    std::string osName;   // "/dev/sdc", "/dev/st0", "/dev/sch1", or ""
 };
 
 struct RemotePort {
@@ -37,6 +38,7 @@ struct RemotePort {
     bool loggedIn = false;
     bool blocked = false; // "Blocked": the link to it is down for now
     int64_t targetId = -1;
+    bool unitsLoaded = false;       // read once per scan of the hosts
     std::vector<LogicalUnit> luns;  // by LUN number
 };
 
@@ -89,8 +91,9 @@ private:
     FcHostPort *find(PortKey key);
     const FcHostPort *parentOf(const FcHostPort &h) const;
     void loadRemotePorts(FcHostPort &h);
+    void loadUnits(RemotePort &r);
     RemotePort *findRemotePort(FcHostPort &h, uint64_t wwpn);
-    const LogicalUnit *findUnit(const RemotePort &r, uint16_t lun, bool anyForTarget) const;
+    const LogicalUnit *findUnit(RemotePort &r, uint16_t lun, bool anyForTarget);
     uint32_t writeControl(const std::string &path, const std::string &text);
     std::string attr(const FcHostPort &h, const char *name) const;
     std::string hostOrParentAttr(const FcHostPort &h, const char *name) const;

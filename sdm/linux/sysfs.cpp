@@ -221,6 +221,8 @@ std::optional<std::string> ReadFile(const std::string &path) {
         }
         if (n == 0) break;
         out.append(buf, size_t(n));
+        // An attribute comes in one read; only a full buffer may have more.
+        if (size_t(n) < sizeof buf) break;
     }
     ::close(fd);
     return out;
