@@ -65,6 +65,18 @@ uint32_t CopyText(const std::string &text, char *buffer, uint32_t size) {
     return SDERR_NONE;
 }
 
+// A text the backend gives, into the caller's buffer.
+template <typename Fn>
+uint32_t CopyBackendText(Fn text, char *buffer, uint32_t size) {
+    std::string out;
+    if (uint32_t rc = WithBackend([&](Backend &b, uint64_t) {
+            out = text(b);
+            return SDERR_NONE;
+        }))
+        return rc;
+    return CopyText(out, buffer, size);
+}
+
 uint32_t Scsi(uint32_t h, const uint8_t *wwpn, uint16_t lun, vtsdm::ScsiOp op, uint8_t evpd, uint8_t page,
               void *resp, uint32_t *respSize, void *sense, uint32_t *senseSize) {
     if (!wwpn || (op != vtsdm::ScsiOp::TestUnitReady && (!resp || !respSize))) return SDERR_INVALID_PARAMETER;
@@ -96,23 +108,11 @@ SDM_EXPORT uint32_t SDGetVersion(char *buffer, uint32_t size) {
 }
 
 SDM_EXPORT uint32_t SDGetBackendName(char *buffer, uint32_t size) {
-    std::string name;
-    if (uint32_t rc = WithBackend([&](Backend &b, uint64_t) {
-            name = b.name();
-            return SDERR_NONE;
-        }))
-        return rc;
-    return CopyText(name, buffer, size);
+    return CopyBackendText([](Backend &b) { return std::string(b.name()); }, buffer, size);
 }
 
 SDM_EXPORT uint32_t SDGetBackendDescription(char *buffer, uint32_t size) {
-    std::string text;
-    if (uint32_t rc = WithBackend([&](Backend &b, uint64_t) {
-            text = b.description();
-            return SDERR_NONE;
-        }))
-        return rc;
-    return CopyText(text, buffer, size);
+    return CopyBackendText([](Backend &b) { return b.description(); }, buffer, size);
 }
 
 SDM_EXPORT const char *SDGetErrorString(uint32_t status) {

@@ -10,6 +10,7 @@
 #include "nvme_fc.h"
 #include "pci_vpd.h"
 #include "sysroot.h"
+#include "wire.h"
 
 namespace vtsdm::linuxfc {
 
@@ -18,27 +19,15 @@ namespace {
 constexpr uint32_t kPciClassFibreChannel = 0x0C04;  // base class and subclass
 constexpr size_t kMaxReportLuns = 8 + 8 * 16384;
 
-void CopyText(char *dst, size_t size, const std::string &src) {
-    size_t n = std::min(size - 1, src.size());
-    memcpy(dst, src.data(), n);
-    dst[n] = '\0';
-}
-
-void PortIdBytes(uint32_t id, uint8_t out[3]) {
-    out[0] = uint8_t(id >> 16);
-    out[1] = uint8_t(id >> 8);
-    out[2] = uint8_t(id);
-}
+using wire::CopyText;
+using wire::PortIdBytes;
+using wire::PutBe;
 
 uint64_t Hex(const std::optional<std::string> &text) {
     return text ? ParseHex(*text).value_or(0) : 0;
 }
 
 std::string Text(const std::optional<std::string> &text) { return text.value_or(""); }
-
-void PutBe(std::vector<uint8_t> &b, size_t at, uint64_t v, int bytes) {
-    for (int i = bytes - 1; i >= 0; --i, v >>= 8) b[at + size_t(i)] = uint8_t(v & 0xFF);
-}
 
 // The directory of the PCI function a SCSI host hangs under: the nearest
 // ancestor whose name is a PCI address.

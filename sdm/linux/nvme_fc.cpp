@@ -3,27 +3,16 @@
 #include <algorithm>
 
 #include "sysfs.h"
+#include "wire.h"
 
 namespace vtsdm::linuxfc {
 
 namespace {
 
-void PutBe(std::vector<uint8_t> &b, size_t at, uint64_t v, int bytes) {
-    for (int i = bytes - 1; i >= 0; --i, v >>= 8) b[at + size_t(i)] = uint8_t(v & 0xFF);
-}
+using wire::PutBe;
+using wire::PutText;
 
-void PutText(std::vector<uint8_t> &b, size_t at, const std::string &s, size_t width) {
-    for (size_t i = 0; i < width; ++i) b[at + i] = i < s.size() ? uint8_t(s[i]) : ' ';
-}
-
-std::vector<uint8_t> IllegalRequest(uint8_t asc) {
-    std::vector<uint8_t> s(18, 0);
-    s[0] = 0x70;
-    s[2] = 0x05;
-    s[7] = 10;
-    s[12] = asc;
-    return s;
-}
+std::vector<uint8_t> IllegalRequest(uint8_t asc) { return wire::FixedSense(0x05, asc, 0); }
 
 // "nn-0x...:pn-0x..." -> the two names.
 bool ParseNamePair(std::string_view text, uint64_t &nn, uint64_t &pn) {

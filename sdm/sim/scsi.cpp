@@ -2,29 +2,14 @@
 
 #include <cstring>
 
+#include "wire.h"
+
 namespace vtsdm::scsi {
 
-namespace {
+using wire::PutBe;
+using wire::PutText;
 
-void PutBe(std::vector<uint8_t> &b, size_t at, uint64_t v, int bytes) {
-    for (int i = bytes - 1; i >= 0; --i, v >>= 8) b[at + size_t(i)] = uint8_t(v & 0xFF);
-}
-
-void PutText(std::vector<uint8_t> &b, size_t at, const std::string &s, size_t width) {
-    for (size_t i = 0; i < width; ++i) b[at + i] = i < s.size() ? uint8_t(s[i]) : ' ';
-}
-
-}  // namespace
-
-std::vector<uint8_t> Sense(uint8_t key, uint8_t asc, uint8_t ascq) {
-    std::vector<uint8_t> s(18, 0);
-    s[0] = 0x70;  // current error, fixed format
-    s[2] = key & 0x0F;
-    s[7] = 10;    // additional sense length
-    s[12] = asc;
-    s[13] = ascq;
-    return s;
-}
+std::vector<uint8_t> Sense(uint8_t key, uint8_t asc, uint8_t ascq) { return wire::FixedSense(key, asc, ascq); }
 
 std::vector<uint8_t> ReportLuns(const Target &t) {
     const uint32_t n = t.lunCount();
