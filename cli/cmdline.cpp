@@ -94,6 +94,21 @@ constexpr CommandSpec kCommands[] = {
     {TARN_CMD_HELP, "?", "Help", 0, false, nullptr},
 };
 
+// Words a command takes as its first argument that are never a port
+// selector: "-i vpd" is "-i all vpd".
+constexpr struct {
+    int32_t id;
+    const char *word;
+} kKeywordArguments[] = {
+    {TARN_CMD_INFO, "vpd"},
+};
+
+bool IsKeywordArgument(const CommandSpec &c, const std::string &arg) {
+    for (const auto &k : kKeywordArguments)
+        if (k.id == c.id && strcasecmp(arg.c_str(), k.word) == 0) return true;
+    return false;
+}
+
 const CommandSpec *FindCommandById(int32_t id) {
     for (const auto &c : kCommands)
         if (c.id == id) return &c;
@@ -394,7 +409,7 @@ VTAPI_EXPORT uint32_t FirstPassParseArg(int32_t argc, char **argv, int32_t fromF
                     SetParseError(TARN_STATUS_OUTPUT_SWITCH,
                                   "Error: Cannot generate xml output format to the system log file");
                 } else {
-                    SetLogFileName("/var/adm/messages");
+                    SetLogFileName(vt::MapSystemPath("/var/adm/messages").c_str());
                     if (TarnInitializeLogFile("a+") != 0)
                         SetParseError(TARN_STATUS_OUTPUT_SWITCH, "Unable to open file '%s' for writing!",
                                       GetLogFileName());
@@ -425,7 +440,7 @@ VTAPI_EXPORT uint32_t FirstPassParseArg(int32_t argc, char **argv, int32_t fromF
 
 VTAPI_EXPORT uint32_t ParseArgumentsFromFile(void) {
     TarnLogMessage(VT_MSG_DEBUG, "ParseArgumentsFromFile: file=%s", g_CmdFileName);
-    std::ifstream in(vt::MapSystemPath(g_CmdFileName));
+    std::ifstream in(g_CmdFileName);  // the user's path, used as given
     if (!in) {
         SetParseError(TARN_STATUS_OUTPUT_SWITCH, "Unable to open file '%s' for reading!", g_CmdFileName);
         return TARN_STATUS_OUTPUT_SWITCH;
@@ -483,7 +498,8 @@ VTAPI_EXPORT uint32_t SecondPassParseArg(int32_t argc, char **argv) {
     if (c->id == TARN_CMD_VERSION) bGetAppVersion = 1;
 
     size_t next = 1;
-    if (c->selectsPorts && next < words.size() && !IsOptionWord(words[next])) {
+    if (c->selectsPorts && next < words.size() && !IsOptionWord(words[next]) &&
+        !IsKeywordArgument(*c, words[next])) {
         const std::string &sel = words[next++];
         if (strcasecmp(sel.c_str(), "all") == 0) {
             g_command.Selection = TARN_SELECT_ALL;
@@ -604,15 +620,12 @@ VTAPI_EXPORT void termination_handler(int32_t signum) {
         }
     }
     for (int s : {SIGINT, SIGHUP, SIGTERM, SIGPIPE}) signal(s, SIG_DFL);
-    raise(signum);  // stays pending while this handler runs
+    // The signal being handled is blocked while the handler runs, so the
+    // raised one stays pending, and the process ends by the exit below with
+    // the status of the terminal restore.
+    raise(signum);
     const int32_t status = restore();
     TarnLogMessage(VT_MSG_DEBUG, "termination_handler: exit %d.", status);
-    // Unblocking delivers the raised signal with its default action, so the
-    // parent sees the process end by that signal.
-    sigset_t set;
-    sigemptyset(&set);
-    sigaddset(&set, signum);
-    sigprocmask(SIG_UNBLOCK, &set, nullptr);
     std::exit(status);
 }
 

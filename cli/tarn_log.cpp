@@ -11,7 +11,6 @@
 #include <ctime>
 #include <string>
 
-#include "sysroot.h"
 #include "vtapi_oss.h"
 
 extern "C" {
@@ -52,6 +51,14 @@ FILE *OpenLogStream(const std::string &path, const char *mode) {
     return stream;
 }
 
+// vsnprintf of a format that may be null, which gives an empty text.
+void FormatText(char *text, size_t size, const char *format, va_list args) {
+    if (format == nullptr)
+        text[0] = '\0';
+    else
+        std::vsnprintf(text, size, format, args);
+}
+
 }  // namespace
 
 extern "C" {
@@ -64,7 +71,7 @@ VTAPI_EXPORT void TarnLogMessage(int32_t type, const char *format, ...) {
     char text[256];
     va_list args;
     va_start(args, format);
-    std::vsnprintf(text, sizeof text, format != nullptr ? format : "", args);
+    FormatText(text, sizeof text, format, args);
     va_end(args);
     TarnOSSLogMessage(type, text);
 }
@@ -93,7 +100,7 @@ VTAPI_EXPORT void TarnPrint(int32_t type, const char *format, ...) {
     char text[256];
     va_list args;
     va_start(args, format);
-    std::vsnprintf(text, sizeof text, format != nullptr ? format : "", args);
+    FormatText(text, sizeof text, format, args);
     va_end(args);
     PrintMessage(type, text);
 }
@@ -104,7 +111,7 @@ VTAPI_EXPORT void TarnMenuLogMessage(int32_t type, const char *format, ...) {
     char text[512];
     va_list args;
     va_start(args, format);
-    std::vsnprintf(text, sizeof text, format != nullptr ? format : "", args);
+    FormatText(text, sizeof text, format, args);
     va_end(args);
     if (type == VT_MSG_PLAIN)
         std::fputs(text, stdout);
@@ -120,12 +127,14 @@ VTAPI_EXPORT void SetLogFileName(const char *name) {
 VTAPI_EXPORT const char *GetLogFileName(void) { return g_LogFileName; }
 
 // Returns 1 when there is no mode or the file cannot be opened; the output
-// then goes to the console.
+// then goes to the console.  The name is opened as it is: a name the user
+// gave (-o FILE) is the user's path, and callers that name one of the
+// system's own files map it first.
 VTAPI_EXPORT int32_t TarnInitializeLogFile(const char *mode) {
     TarnUnInitializeLogFile();
     if (mode == nullptr || g_LogFileName[0] == '\0')
         return 1;
-    g_fp = OpenLogStream(vt::MapSystemPath(g_LogFileName), mode);
+    g_fp = OpenLogStream(g_LogFileName, mode);
     return g_fp == nullptr ? 1 : 0;
 }
 

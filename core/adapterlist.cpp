@@ -319,7 +319,9 @@ VTAPI_EXPORT uint32_t CreateAdapterEntryFromSDMDevice(AdapterNode *node, SDMDevi
             node->QoSValue = uint16_t(device->VPortQoSValue);
             if (node->VPortId >= GetDeviceMaxVportsSupportQOS(device)) {
                 node->QoSValue = 0;
-                if (isFCOeHBA(device)) node->QoSState[1] = 2;
+                // A virtual port has the vPort interface type; the FCoE
+                // function it belongs to shows in the converged-adapter chip.
+                if (isFCoECNA(device)) node->QoSState[1] = 2;
             }
         }
         if (isFCoECNA(device)) memcpy(node->EnodeMAC, device->DevicePortProperty.EnodeMAC, 6);

@@ -58,6 +58,30 @@ bool ReadRegion(uint32_t handle, uint32_t region, std::vector<uint8_t> &out) {
     return false;
 }
 
+// Empties a protocol list and clears its header.  The target list of an
+// entry is freed only for protocol type 0; other types give up only the
+// entry itself (deliberately).
+void EmptyProtocolList(ProtocolList *list) {
+    for (ProtocolEntry *p = list->First; p;) {
+        ProtocolEntry *next = p->next;
+        if (p->ProtocolType == 0) FreeTargetList(&p->Device.Targets);
+        else if (p->Device.Targets.First) RetainedTargetLists().push_back(p->Device.Targets);
+        free(p);
+        p = next;
+    }
+    core_ZeroProtocolListMem(list);
+}
+
+void EmptyPhyPortList(PhyPortList *list) {
+    for (PhyPortEntry *p = list->First; p;) {
+        PhyPortEntry *next = p->next;
+        EmptyProtocolList(&p->Protocols);
+        free(p);
+        p = next;
+    }
+    core_ZeroPhyPortListMem(list);
+}
+
 }  // namespace
 
 extern "C" {
@@ -91,37 +115,28 @@ VTAPI_EXPORT void core_ZeroProtocolListMem(ProtocolList *list) {
     if (list) *list = ProtocolList{};
 }
 
-// Frees the entries of a protocol list.  The target list of an entry is
-// freed only for protocol type 0; other types give up only the entry itself
-// (deliberately).  The list header belongs to its PhyPortEntry.
+// The free functions take a list header that a caller made on its own
+// (core_Create...List) and release it with everything below it.  Inside the
+// tree the protocol and port lists are embedded in their parent record, so
+// the tree is emptied through EmptyPhyPortList and EmptyProtocolList, which
+// leave the header to the parent.
 VTAPI_EXPORT void core_FreeProtocolList(ProtocolList *list) {
     if (!list) return;
-    for (ProtocolEntry *p = list->First; p;) {
-        ProtocolEntry *next = p->next;
-        if (p->ProtocolType == 0) FreeTargetList(&p->Device.Targets);
-        else if (p->Device.Targets.First) RetainedTargetLists().push_back(p->Device.Targets);
-        free(p);
-        p = next;
-    }
-    core_ZeroProtocolListMem(list);
+    EmptyProtocolList(list);
+    free(list);
 }
 
 VTAPI_EXPORT void core_FreePhyPortList(PhyPortList *list) {
     if (!list) return;
-    for (PhyPortEntry *p = list->First; p;) {
-        PhyPortEntry *next = p->next;
-        core_FreeProtocolList(&p->Protocols);
-        free(p);
-        p = next;
-    }
-    core_ZeroPhyPortListMem(list);
+    EmptyPhyPortList(list);
+    free(list);
 }
 
 VTAPI_EXPORT void core_FreeAdapterList(AdapterEntryList *list) {
     if (!list) return;
     for (AdapterEntry *a = list->First; a;) {
         AdapterEntry *next = a->next;
-        core_FreePhyPortList(&a->PhyPorts);
+        EmptyPhyPortList(&a->PhyPorts);
         free(a);
         a = next;
     }

@@ -2,9 +2,11 @@
 // building the sorted device list, the AdapterList and their order.
 #include <strings.h>
 
+#include <array>
 #include <cstdlib>
 #include <cstring>
 
+#include "core/tarn_lists.h"
 #include "vtapi_boardtable.h"
 #include "vtapi_core.h"
 #include "vtapi_oss.h"
@@ -18,6 +20,13 @@ uint32_t g_hostSystemType = 0;
 
 const char kFile[] = __FILE__;
 
+// Release functions of the command-line layer's lists, by vt::core::TarnList.
+std::array<vt::core::TarnListRelease, size_t(vt::core::TarnList::QoSLuns) + 1> g_tarnListRelease{};
+
+void ReleaseTarnList(vt::core::TarnList list) {
+    if (vt::core::TarnListRelease release = g_tarnListRelease[size_t(list)]) release();
+}
+
 // Copy of a device record with cleared links, targets included.
 SDMDevice *CopyDevice(const SDMDevice *d) {
     auto *copy = static_cast<SDMDevice *>(calloc(1, sizeof(SDMDevice)));
@@ -30,6 +39,10 @@ SDMDevice *CopyDevice(const SDMDevice *d) {
 }
 
 }  // namespace
+
+void vt::core::SetTarnListRelease(TarnList list, TarnListRelease release) {
+    g_tarnListRelease[size_t(list)] = release;
+}
 
 extern "C" {
 
@@ -120,11 +133,18 @@ VTAPI_EXPORT uint32_t TarnReinitializeDevices(void) {
 }
 
 VTAPI_EXPORT uint32_t FreeMyDeviceList(uint32_t all) {
-    (void)all;  // the user vPort options, vSAN and QoS lists are not kept by this build
+    using vt::core::TarnList;
+    for (TarnList list : {TarnList::DisabledDiagnostics, TarnList::PersistentDevices, TarnList::SetFeatureResults,
+                          TarnList::GetFeatureResults, TarnList::BeaconTargets, TarnList::HbaStatistics,
+                          TarnList::LoopbackResults, TarnList::ReadWriteBufferResults, TarnList::BoardTemperatures})
+        ReleaseTarnList(list);
     SDMDeviceList *mine = GetMyDeviceList();
     CloneFreeTarnDeviceList(mine->First);
     *mine = SDMDeviceList{};
     RemoveAllAdaptersFromAdapterList();
+    if (all) ReleaseTarnList(TarnList::UserVPortOptions);
+    for (TarnList list : {TarnList::UserVSANs, TarnList::UserOptionRomRequests, TarnList::QoSLuns})
+        ReleaseTarnList(list);
     return 0;
 }
 

@@ -172,6 +172,7 @@ VTAPI_EXPORT void FC_CorePollForAEN(void) {
 }
 
 VTAPI_EXPORT uint32_t VTAPI_RegisterAlarmNotificationCallback(VTAPI_AlarmCallback callback) {
+    ProfilerEnterFunction("VTAPI_RegisterAlarmNotificationCallback");
     uint32_t rc = 2;
     if (callback) {
         rc = 0xFFFFFFFFu;
@@ -188,10 +189,12 @@ VTAPI_EXPORT uint32_t VTAPI_RegisterAlarmNotificationCallback(VTAPI_AlarmCallbac
         }
     }
     LogDebug(kFile, __LINE__, "VTAPI_RegisterAlarmNotificationCallback(): returning with %d", rc);
+    ProfilerExitFunction("VTAPI_RegisterAlarmNotificationCallback");
     return rc;
 }
 
 VTAPI_EXPORT uint32_t VTAPI_UnRegisterAlarmNotificationCallback(VTAPI_AlarmCallback callback) {
+    ProfilerEnterFunction("VTAPI_UnRegisterAlarmNotificationCallback");
     uint32_t rc = 2;
     if (callback)
         for (VTAPI_AlarmCallback &slot : gAlarmCallbacks)
@@ -201,6 +204,7 @@ VTAPI_EXPORT uint32_t VTAPI_UnRegisterAlarmNotificationCallback(VTAPI_AlarmCallb
                 break;
             }
     LogDebug(kFile, __LINE__, "VTAPI_UnRegisterAlarmNotificationCallback(): returning with %d", rc);
+    ProfilerExitFunction("VTAPI_UnRegisterAlarmNotificationCallback");
     return rc;
 }
 

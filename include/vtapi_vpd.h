@@ -67,6 +67,12 @@ VTAPI_EXPORT uint32_t vtfuIsBlankVpd(const uint8_t *buffer, uint32_t size);
  * tag is missing (result then empty) or 2 when result is null. */
 VTAPI_EXPORT uint32_t vtfuGetVPDInfoFromBuf(const uint8_t *buffer, uint32_t size, VPDInfo *result);
 
+/* The VPD of a listed port, read through FC_GetVpd and parsed into info as
+ * vtfuGetVPDInfoFromBuf does: the table that reports show.  Returns 0, 2
+ * for a null argument, or the failure of the read (29 on a virtual port,
+ * whose card's VPD belongs to its physical port) or of the parse. */
+VTAPI_EXPORT uint32_t GetHBAVPDData2(const SDMDevice *device, VPDInfo *info);
+
 /* Label of a keyword (first two characters compared), "UNKNOWN" if none. */
 VTAPI_EXPORT const char *vtfuGetVPDFieldDescripton(const char *keyword);
 

@@ -113,7 +113,9 @@ std::string FormatWithoutArguments(const char *format, size_t limit) {
             } else {
                 precision = ReadNumber(p, cap);
             }
-            conv += "." + std::to_string(precision);
+            // Not "." + std::to_string(): GCC 12 at -O3 warns falsely about
+            // that (-Wrestrict).
+            conv.append(".").append(std::to_string(precision));
         }
         while (*p != '\0' && std::strchr("hlLqjzZt", *p) != nullptr)
             ++p;
@@ -159,9 +161,20 @@ std::string FormatWithoutArguments(const char *format, size_t limit) {
     return out;
 }
 
+// vsnprintf of a format that may be null, which gives an empty text.
+void FormatText(char *text, size_t size, const char *format, va_list args) {
+    if (format == nullptr)
+        text[0] = '\0';
+    else
+        std::vsnprintf(text, size, format, args);
+}
+
 // Builds "stamp:base(line):format" (or "stamp:format" without a source
-// path), formats it with the caller's arguments and hands the text to
-// LogMessage, which formats it once more.
+// path), formats it with the caller's arguments, then formats the text once
+// more as a format given no arguments (so a "%" that came in through an
+// argument is interpreted again) and hands the result to LogMessage.  The
+// second pass is done here, where it can be made safe, rather than by
+// passing the text to LogMessage as a format with nothing behind it.
 void WriteApiLine(int32_t type, const char *file, uint32_t line, const char *format, va_list args) {
     // Without a messages file the line would be dropped: skip the formatting,
     // which discovery of many LUNs would otherwise pay for every line.
@@ -184,7 +197,10 @@ void WriteApiLine(int32_t type, const char *file, uint32_t line, const char *for
     } catch (const std::bad_alloc &) {
         std::snprintf(text, sizeof text, "%s", "vtapiReFormat Failed");
     }
-    LogMessage(type, text);
+    try {
+        LogMessage(type, "%s", FormatWithoutArguments(text, kLineLimit).c_str());
+    } catch (const std::bad_alloc &) {
+    }
 }
 
 void ApiLine(int32_t type, const char *format, ...) __attribute__((format(printf, 2, 3)));
@@ -285,15 +301,13 @@ VTAPI_EXPORT void LogError(const char *file, uint32_t line, const char *format, 
     va_end(args);
 }
 
-// Callers pass finished text.  The text is formatted once more so that a
-// "%" that came in through an argument is interpreted again; its variadic
-// arguments are never read, so conversions print as if given 0.
 VTAPI_EXPORT void LogMessage(int32_t type, const char *format, ...) {
-    try {
-        const std::string text = FormatWithoutArguments(format != nullptr ? format : "", kLineLimit);
-        OSSLogMessage2(type, text.c_str());
-    } catch (const std::bad_alloc &) {
-    }
+    char text[kLineLimit + 1];
+    va_list args;
+    va_start(args, format);
+    FormatText(text, sizeof text, format, args);
+    va_end(args);
+    OSSLogMessage2(type, text);
 }
 
 VTAPI_EXPORT uint32_t OSSLogMessage2(int32_t type, const char *text) {
@@ -408,7 +422,7 @@ VTAPI_EXPORT void CoreLogMessage(int32_t type, const char *format, ...) {
     char text[512];
     va_list args;
     va_start(args, format);
-    std::vsnprintf(text, sizeof text, format != nullptr ? format : "", args);
+    FormatText(text, sizeof text, format, args);
     va_end(args);
     OSSLogMessage(type, text);
 }

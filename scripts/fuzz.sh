@@ -10,7 +10,7 @@ seconds=${FUZZ_SECONDS:-20}
 runs=${FUZZ_RUNS:-2000000}
 jobs=${FUZZ_JOBS:-2}
 
-cmake -S . -B build-fuzz -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo \
+cmake -S . -B build-fuzz -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo -DVT_WERROR=ON \
       -DCMAKE_C_COMPILER=clang -DCMAKE_CXX_COMPILER=clang++ -DVT_BUILD_BENCH=OFF >/dev/null
 ninja -C build-fuzz -j "$jobs" fuzz
 

@@ -26,9 +26,10 @@ if ((${#missing[@]})); then
 fi
 
 jobs=$(nproc)
+# Our own builds stop at any compiler warning (VT_WERROR).
 build() {  # build DIR [cmake options...]
   local dir=$1; shift
-  cmake -S . -B "$dir" -G Ninja "$@" >/dev/null
+  cmake -S . -B "$dir" -G Ninja -DVT_WERROR=ON "$@" >/dev/null
   ninja -C "$dir" -j "$jobs"
 }
 

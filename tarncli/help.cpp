@@ -30,15 +30,18 @@ const CommandHelp kHelp[] = {
     {TARN_CMD_TARGETS, "tarncli -t [hba] [target-wwpn]",
      "Lists the targets each selected port sees: target number, WWPN, WWNN, port\n"
      "ID, type (Disk, Tape, NVMe, Array, ...), login status and LUN count, with\n"
-     "vendor and product on the next line.  A target WWPN shows that target only.\n"},
+     "vendor and product on the next line.  A target WWPN shows that target only;\n"
+     "given without an HBA, it shows that target on every port that sees it.\n"},
     {TARN_CMD_LUNS, "tarncli -l [hba] [target-wwpn [lun]]",
      "Lists the LUNs behind the targets of each selected port: LUN number, device\n"
      "type, product, revision, size, path (Active or Passive) and OS device name.\n"
-     "A target WWPN limits the list to that target, and a LUN number to that LUN.\n"},
+     "A target WWPN limits the list to that target, and a LUN number to that LUN;\n"
+     "the HBA may be left out before a target WWPN.\n"},
     {TARN_CMD_SUMMARY, "tarncli -z [hba]",
      "Summary report: the host, then one line per selected port with its model,\n"
      "WWPN, state, speed, number of targets and LUNs and their total capacity,\n"
-     "and a total line.\n"},
+     "and a total line.  Targets and LUNs count their paths; the total capacity\n"
+     "counts a LUN seen through several paths once.\n"},
     {TARN_CMD_VERSION, "tarncli -v", "Shows the version of tarncli and of its libraries.\n"},
 };
 

@@ -1,9 +1,6 @@
 // tarncli: runs one command through the library's command-line entry and
 // supplies the front-end hooks the library calls: the command processor,
 // help, version and the print hooks.
-#include <fcntl.h>
-#include <unistd.h>
-
 #include <cstdarg>
 #include <cstdio>
 #include <cstdlib>
@@ -40,17 +37,6 @@ int32_t Fail(int32_t status, const std::string &message) {
         std::fflush(stderr);
     }
     return status;
-}
-
-// Test hook: when TARNCLI_TEST_HOLD_FILE names a file, the command creates
-// it and waits (up to 30 s) before running, so that a test can signal a
-// process that is inside a command.
-void HoldForTest() {
-    const char *path = std::getenv("TARNCLI_TEST_HOLD_FILE");
-    if (path == nullptr || *path == '\0') return;
-    const int fd = open(path, O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644);
-    if (fd >= 0) close(fd);
-    for (int i = 0; i < 300; ++i) usleep(100 * 1000);
 }
 
 }  // namespace
@@ -98,7 +84,6 @@ VTAPI_EXPORT int32_t ProcessArg(int32_t, char **) {
     }
     if (cmd.Command == TARN_CMD_NONE)
         return tarn::Fail(TARN_STATUS_UNKNOWN_PARAM, "Error: No command given! Run 'tarncli -h' for the usage.");
-    tarn::HoldForTest();
 
     tarn::Result result;
     switch (cmd.Command) {

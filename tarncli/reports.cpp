@@ -9,6 +9,7 @@
 #include <cstring>
 #include <set>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "tarncli.h"
@@ -21,6 +22,7 @@ namespace {
 
 constexpr int kWidth = 79;
 constexpr int kLabelWidth = 20;
+constexpr int kVpdLabelWidth = 30;
 
 std::string Wwn(const uint8_t *w) {
     char text[32];
@@ -78,7 +80,9 @@ std::string Size(uint64_t bytes) {
 
 // Port number column: the physical port, or "v<id>" for a virtual port.
 std::string PortLabel(const SDMDevice *d) {
-    if (isVirtualPortHBA(d)) return "v" + std::to_string(d->DeviceNodeProperty.VPortId);
+    // std::string("v") rather than "v": a literal + std::to_string() makes
+    // GCC 12 at -O3 warn falsely (-Wrestrict).
+    if (isVirtualPortHBA(d)) return std::string("v") + std::to_string(d->DeviceNodeProperty.VPortId);
     return std::to_string(GetPhyPortNumber(d));
 }
 
@@ -108,9 +112,10 @@ void Title(const std::string &text) {
     Rule('=');
 }
 
-// "Label               : value", long values wrapped under the value column.
-void Line(const char *label, const std::string &value) {
-    const size_t room = kWidth - kLabelWidth - 3;
+// "label : value" with the label in a column of `width`, a long value
+// wrapped (at blanks where it has them) under the value column.
+void Wrapped(const std::string &label, int width, const std::string &value) {
+    const size_t room = static_cast<size_t>(kWidth - width - 3);
     std::string rest = value.empty() ? std::string("-") : value;
     bool first = true;
     while (!rest.empty()) {
@@ -119,12 +124,16 @@ void Line(const char *label, const std::string &value) {
             cut = rest.rfind(' ', room);
             if (cut == std::string::npos || cut == 0) cut = room;
         }
-        Out("%-*s %s %s\n", kLabelWidth, first ? label : "", first ? ":" : " ", rest.substr(0, cut).c_str());
+        Out("%-*.*s %s %s\n", width, width, first ? label.c_str() : "", first ? ":" : " ",
+            rest.substr(0, cut).c_str());
         rest = rest.substr(cut);
         while (!rest.empty() && rest[0] == ' ') rest.erase(0, 1);
         first = false;
     }
 }
+
+// "Label               : value".
+void Line(const char *label, const std::string &value) { Wrapped(label, kLabelWidth, value); }
 
 void PortHeading(const SDMDevice *d) {
     std::string text = "HBA instance " + std::to_string(d->Instance) + ": " + Model(d);
@@ -154,6 +163,29 @@ std::vector<const SDMDevice *> SelectPorts(const TarnCommand &cmd, Result &resul
                       ? "Error: No HBA port with instance " + std::to_string(cmd.Instance) + " found!"
                       : "Error: No HBA port with WWPN " + Wwn(cmd.WWPN) + " found!"};
     return ports;
+}
+
+// "-t <target-wwpn>" and "-l <target-wwpn> [lun]" name no adapter: a WWPN
+// in the adapter's place that is not a port of this host but a target behind
+// one selects that target on every port.  `room` is the number of
+// arguments the command takes after the adapter.
+TarnCommand TargetInPlaceOfAdapter(const TarnCommand &cmd, uint32_t room) {
+    if (cmd.Selection != TARN_SELECT_WWPN || cmd.SubArgCount >= room) return cmd;
+    bool isTarget = false;
+    const SDMDeviceList *list = GetMyDeviceList();
+    for (const SDMDevice *d = list != nullptr ? list->First : nullptr; d; d = d->next) {
+        if (std::memcmp(d->DevicePortProperty.WWPN, cmd.WWPN, 8) == 0) return cmd;
+        for (const TargetEntry *t = d->Targets.First; t && !isTarget; t = t->next)
+            isTarget = std::memcmp(t->WWPN, cmd.WWPN, 8) == 0;
+    }
+    if (!isTarget) return cmd;
+    TarnCommand out = cmd;
+    out.Selection = TARN_SELECT_ALL;
+    for (uint32_t i = out.SubArgCount; i > 0; --i)
+        std::memcpy(out.SubArgs[i], out.SubArgs[i - 1], TARN_SUBARG_SIZE);
+    std::snprintf(out.SubArgs[0], TARN_SUBARG_SIZE, "%s", Wwn(cmd.WWPN).c_str());
+    ++out.SubArgCount;
+    return out;
 }
 
 // Optional target filter (a target WWPN) among the command's arguments.
@@ -189,9 +221,14 @@ struct Totals {
     uint64_t bytes = 0;
 };
 
+// Targets and LUNs count their paths (a LUN seen through two ports counts
+// twice); the capacity counts each LUN once.  A LUN is the unit of its
+// target node: its target's WWNN and its number, whichever target port and
+// local port reach it.
 Totals Count(const std::vector<const SDMDevice *> &ports) {
     Totals t;
     std::set<std::string> serials;
+    std::set<std::pair<std::string, uint16_t>> counted;
     for (const SDMDevice *d : ports) {
         if (isVirtualPortHBA(d)) ++t.vports;
         else ++t.ports;
@@ -199,7 +236,8 @@ Totals Count(const std::vector<const SDMDevice *> &ports) {
         t.targets += d->Targets.Count;
         for (const TargetEntry *g = d->Targets.First; g; g = g->next) {
             t.luns += g->Luns.Count;
-            for (const LunEntry *l = g->Luns.First; l; l = l->next) t.bytes += TarnLunCapacity(l);
+            for (const LunEntry *l = g->Luns.First; l; l = l->next)
+                if (counted.emplace(Wwn(g->WWNN), l->LunNumber).second) t.bytes += TarnLunCapacity(l);
         }
     }
     t.cards = static_cast<uint32_t>(serials.size());
@@ -232,21 +270,8 @@ std::string VpdLabel(const VPDEntry &e) {
     return label.empty() || label == "UNKNOWN" ? std::string("Keyword ") + Field(e.tag) : label;
 }
 
-// Reads and parses the VPD of a physical port; false when it has none.
-bool ReadVpd(const SDMDevice *d, VPDInfo &info) {
-    info = VPDInfo{};
-    std::vector<uint8_t> buffer(1024);
-    uint32_t size = static_cast<uint32_t>(buffer.size());
-    uint32_t rc = SDGetVpd(d->DeviceHandle, buffer.data(), &size);
-    if (rc == SDERR_BUFFER_TOO_SMALL && size > buffer.size() && size <= 65536) {
-        buffer.resize(size);
-        rc = SDGetVpd(d->DeviceHandle, buffer.data(), &size);
-    }
-    if (rc != SDERR_NONE || size == 0) return false;
-    return vtfuGetVPDInfoFromBuf(buffer.data(), std::min<uint32_t>(size, static_cast<uint32_t>(buffer.size())),
-                                 &info) == 0 &&
-           info.count > 0;
-}
+// The parsed VPD of a physical port; false when it has none.
+bool ReadVpd(const SDMDevice *d, VPDInfo &info) { return GetHBAVPDData2(d, &info) == 0 && info.count > 0; }
 
 void TextGeneralInfo(const SDMDevice *d) {
     const SDNodeProperty &node = d->DeviceNodeProperty;
@@ -302,7 +327,7 @@ void TextVpd(const SDMDevice *d) {
         const VPDEntry &e = info.entries[i];
         const std::string label = "  " + VpdLabel(e) + " (" + Field(e.tag) + ")";
         char value[2 * VTFU_VPD_FIELD_SIZE + 8];
-        Out("%-30.30s : %.46s\n", label.c_str(), TarnVPDValueText(&e, value, sizeof value));
+        Wrapped(label, kVpdLabelWidth, TarnVPDValueText(&e, value, sizeof value));
     }
 }
 
@@ -380,7 +405,8 @@ Result Info(const TarnCommand &cmd) {
 
 /* ------------------------------------------------------------------ -t */
 
-Result Targets(const TarnCommand &cmd) {
+Result Targets(const TarnCommand &command) {
+    const TarnCommand cmd = TargetInPlaceOfAdapter(command, 1);
     Result result;
     uint8_t wwpn[8] = {};
     bool filtered = false;
@@ -434,7 +460,8 @@ Result Targets(const TarnCommand &cmd) {
 
 /* ------------------------------------------------------------------ -l */
 
-Result Luns(const TarnCommand &cmd) {
+Result Luns(const TarnCommand &command) {
+    const TarnCommand cmd = TargetInPlaceOfAdapter(command, 2);
     Result result;
     uint8_t wwpn[8] = {};
     bool filtered = false;

@@ -81,7 +81,7 @@ protected:
         cenv.push_back(nullptr);
         char *argv[] = {probe.data(), nullptr};
 
-        pid_t pid = fork();
+        const pid_t pid = vttest::ForkChild();
         if (pid == 0) {
             int o = open(out.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600);
             int e = open(err.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600);
@@ -103,9 +103,8 @@ protected:
             _exit(kSetupFailed);
         }
         ProbeRun r;
-        int st = 0;
-        if (pid > 0 && waitpid(pid, &st, 0) == pid)
-            r.status = WIFEXITED(st) ? WEXITSTATUS(st) : 128 + WTERMSIG(st);
+        const int st = vttest::ChildGuard(pid).Wait();
+        if (st != -1) r.status = WIFEXITED(st) ? WEXITSTATUS(st) : 128 + WTERMSIG(st);
         r.out = ReadFile(out);
         r.err = ReadFile(err);
         std::istringstream lines(r.out);

@@ -406,10 +406,10 @@ TEST_F(SimTest, StatisticsLinkStateAndEventsAcrossProcesses) {
 TEST_F(SimTest, ConcurrentWritersLoseNothing) {
     // Four processes add to one counter 25 times each, every add a
     // read-modify-write of the state file under its lock.
-    std::vector<pid_t> kids;
+    std::vector<vttest::ChildGuard> kids;
     const std::string tool = vttest::BuildPath("bin/vtsdm-sim");
     for (int k = 0; k < 4; ++k) {
-        pid_t pid = fork();
+        const pid_t pid = vttest::ForkChild();
         if (pid == 0) {
             setenv("VTSDM_HOST", hostFile_.c_str(), 1);
             for (int i = 0; i < 25; ++i) {
@@ -418,11 +418,10 @@ TEST_F(SimTest, ConcurrentWritersLoseNothing) {
             }
             _exit(0);
         }
-        kids.push_back(pid);
+        kids.emplace_back(pid);
     }
-    for (pid_t pid : kids) {
-        int st = 0;
-        waitpid(pid, &st, 0);
+    for (auto &kid : kids) {
+        const int st = kid.Wait();
         EXPECT_TRUE(WIFEXITED(st) && WEXITSTATUS(st) == 0);
     }
     uint32_t h = Open(0);

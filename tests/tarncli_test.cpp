@@ -9,6 +9,7 @@
 #include <libxml/parser.h>
 
 #include <chrono>
+#include <cstdlib>
 #include <filesystem>
 #include <regex>
 #include <sstream>
@@ -63,6 +64,28 @@ protected:
         vttest::WriteFile(path, host);
         return "VTSDM_HOST=" + path;
     }
+    // Starts tarncli with the test library preloaded, waits until it holds
+    // inside its command (the hold file appears), interrupts it and returns
+    // its wait status.
+    int Interrupted(std::vector<std::string> args, std::vector<std::string> env) {
+        const std::string hold = env.front().substr(env.front().find('=') + 1);
+        args.insert(args.begin(), vttest::BuildPath("bin/tarncli"));
+        env.push_back("LD_PRELOAD=" + vttest::BuildPath("tests/tarncli_preload.so"));
+        // In the sanitizer build the preloaded library comes before the
+        // sanitizer's runtime, which is harmless here.
+        const char *asan = std::getenv("ASAN_OPTIONS");
+        env.push_back(std::string("ASAN_OPTIONS=") + (asan ? std::string(asan) + ":" : "") + "verify_asan_link_order=0");
+        const int devnull = open("/dev/null", O_WRONLY | O_CLOEXEC);
+        vttest::ChildGuard tool = vttest::Spawn(args, env, devnull);
+        close(devnull);
+        // The tool signals readiness through the file; wait for it as long
+        // as the test may run.
+        while (!std::filesystem::exists(hold) && waitpid(tool.pid(), nullptr, WNOHANG) == 0)
+            std::this_thread::sleep_for(std::chrono::milliseconds(20));
+        EXPECT_TRUE(std::filesystem::exists(hold)) << "the tool ended before it held";
+        kill(tool.pid(), SIGINT);
+        return tool.Wait();
+    }
     void ReferenceFile(const std::string &content) {
         vttest::WriteFile(sysroot_.path("/opt/Vantor_Corporation/PallwickCLI/tgcli.properties"), content);
     }
@@ -114,7 +137,8 @@ TEST_F(TarncliTest, TextReportsFitTheTerminalAndShowTheHost) {
     const std::string z = Tarn({"-z"}).out;
     EXPECT_TRUE(std::regex_search(z, std::regex(R"(\n +2  VT2516 +21:00:00:0e:1e:6a:10:20  Online +16 +1 +8  16\.0 TB\n)")))
         << z;
-    EXPECT_TRUE(std::regex_search(z, std::regex(R"(Total +12 +32  29\.2 TB\n)"))) << z;
+    // Targets and LUNs count paths; the capacity counts each LUN once.
+    EXPECT_TRUE(std::regex_search(z, std::regex(R"(Total +12 +32  22\.6 TB\n)"))) << z;
 
     // "/" is accepted in place of "-".
     EXPECT_EQ(Tarn({"/t", "0"}).out, Tarn({"-t", "0"}).out);
@@ -237,21 +261,41 @@ TEST_F(TarncliTest, ValuesAreNotEscaped) {
 /* ------------------------------------------------------ output switches */
 
 TEST_F(TarncliTest, OutputFileReceivesTheReport) {
-    RunResult r = Tarn({"-z", "-o", "/var/tmp/report.txt"});
+    // The file names are the user's own: used as given, never moved under
+    // the system root ($VTAPI_SYSROOT) as the system's own paths are.
+    const std::string text = sysroot_.path("/var/tmp/report.txt");
+    RunResult r = Tarn({"-z", "-o", text});
     EXPECT_EQ(r.status, 0) << r.err;
     EXPECT_TRUE(r.out.empty()) << r.out;
-    const std::string report = vttest::ReadFile(sysroot_.path("/var/tmp/report.txt"));
+    const std::string report = vttest::ReadFile(text);
     EXPECT_EQ(report, Tarn({"-z"}).out);
-    Tarn({"-o", "/var/tmp/report.txt", "-z"});
-    EXPECT_EQ(Count(vttest::ReadFile(sysroot_.path("/var/tmp/report.txt")), "Summary Report"), 2u) << "appended";
+    Tarn({"-o", text, "-z"});
+    EXPECT_EQ(Count(vttest::ReadFile(text), "Summary Report"), 2u) << "appended";
 
-    r = Tarn({"-x2", "-t", "-o", "/var/tmp/report.xml"});
+    const std::string xml = sysroot_.path("/var/tmp/report.xml");
+    r = Tarn({"-x2", "-t", "-o", xml});
     EXPECT_EQ(r.status, 0);
-    EXPECT_TRUE(WellFormed(vttest::ReadFile(sysroot_.path("/var/tmp/report.xml"))));
+    EXPECT_TRUE(WellFormed(vttest::ReadFile(xml)));
 
-    r = Tarn({"-z", "-o", "/no/such/dir/report.txt"});
+    // A relative name is relative to the working directory.
+    std::filesystem::create_directories(sysroot_.path("/work"));
+    const auto cwd = std::filesystem::current_path();
+    std::filesystem::current_path(sysroot_.path("/work"));
+    r = Tarn({"-g", "-o", "out.txt"});
+    std::filesystem::current_path(cwd);
+    EXPECT_EQ(r.status, 0) << r.err;
+    EXPECT_NE(vttest::ReadFile(sysroot_.path("/work/out.txt")).find("Host Information"), std::string::npos);
+
+    // "-o system" is the system's log file, which is mapped.
+    std::filesystem::create_directories(sysroot_.path("/var/adm"));
+    r = Tarn({"-g", "-o", "system"});
+    EXPECT_EQ(r.status, 0) << r.err;
+    EXPECT_NE(vttest::ReadFile(sysroot_.path("/var/adm/messages")).find("Host Information"), std::string::npos);
+
+    const std::string missing = sysroot_.path("/no/such/dir/report.txt");
+    r = Tarn({"-z", "-o", missing});
     EXPECT_EQ(r.status, 136);
-    EXPECT_NE(r.err.find("Unable to open file '/no/such/dir/report.txt' for writing!"), std::string::npos) << r.err;
+    EXPECT_NE(r.err.find("Unable to open file '" + missing + "' for writing!"), std::string::npos) << r.err;
     r = Tarn({"-z", "-o"});
     EXPECT_EQ(r.status, 136);
     EXPECT_NE(r.err.find("Error: This option must be combined with other command!"), std::string::npos);
@@ -267,30 +311,92 @@ TEST_F(TarncliTest, OutputFileReceivesTheReport) {
 }
 
 TEST_F(TarncliTest, CommandFileHoldsOneCommand) {
-    vttest::WriteFile(sysroot_.path("/cmd.txt"), "# targets of the first port\n-t   0\n");
-    RunResult r = Tarn({"-f", "/cmd.txt"});
+    const std::string cmd = sysroot_.path("/cmd.txt");
+    vttest::WriteFile(cmd, "# targets of the first port\n-t   0\n");
+    RunResult r = Tarn({"-f", cmd});
     EXPECT_EQ(r.status, 0) << r.err;
     EXPECT_EQ(r.out, Tarn({"-t", "0"}).out);
-    r = Tarn({"-x2", "-f", "/cmd.txt"});
+    r = Tarn({"-x2", "-f", cmd});
     EXPECT_EQ(r.out, Tarn({"-x2", "-t", "0"}).out);
 
     vttest::WriteFile(sysroot_.path("/xml.txt"), "-x -l 0 \"50:0a:09:81:00:00:a1:00\" 1\n");
-    r = Tarn({"-f", "/xml.txt"});
+    r = Tarn({"-f", sysroot_.path("/xml.txt")});
     EXPECT_EQ(r.status, 0);
     EXPECT_TRUE(WellFormed(r.out));
     EXPECT_EQ(Count(r.out, "<LUN>"), 1u);
 
-    r = Tarn({"-f", "/missing.txt"});
+    const std::string missing = sysroot_.path("/missing.txt");
+    r = Tarn({"-f", missing});
     EXPECT_EQ(r.status, 136);
-    EXPECT_NE(r.err.find("Unable to open file '/missing.txt' for reading!"), std::string::npos) << r.err;
-    EXPECT_EQ(Tarn({"-f", "/cmd.txt", "-g"}).status, 136);
+    EXPECT_NE(r.err.find("Unable to open file '" + missing + "' for reading!"), std::string::npos) << r.err;
+    EXPECT_EQ(Tarn({"-f", cmd, "-g"}).status, 136);
     EXPECT_EQ(Tarn({"-f"}).status, 136);
     vttest::WriteFile(sysroot_.path("/empty.txt"), "# nothing\n");
-    EXPECT_EQ(Tarn({"-f", "/empty.txt"}).status, 136);
+    EXPECT_EQ(Tarn({"-f", sysroot_.path("/empty.txt")}).status, 136);
     vttest::WriteFile(sysroot_.path("/two.txt"), "-t\n-l\n");
-    r = Tarn({"-f", "/two.txt"});
+    r = Tarn({"-f", sysroot_.path("/two.txt")});
     EXPECT_EQ(r.status, 60);
     EXPECT_NE(r.err.find("Option '-l' cannot follow '-t'"), std::string::npos);
+}
+
+/* ---------------------------------------------- optional adapter argument */
+
+TEST_F(TarncliTest, AdapterMayBeLeftOutBeforeVpdOrATarget) {
+    // "-i vpd": the VPD of every port, as "-i all vpd".
+    RunResult r = Tarn({"-i", "vpd"});
+    ASSERT_EQ(r.status, 0) << r.err;
+    EXPECT_EQ(r.out, Tarn({"-i", "all", "vpd"}).out);
+    EXPECT_EQ(r.out.find("Port Speed"), std::string::npos);
+    EXPECT_EQ(Count(r.out, "Vital Product Data\n"), 7u);
+    EXPECT_EQ(Tarn({"-x2", "/i", "VPD"}).out, Tarn({"-x2", "-i", "all", "vpd"}).out);
+
+    // "-t <target WWPN>": that target on every port that sees it (port 0 and
+    // its virtual port).
+    const std::string target = "50:0a:09:81:00:00:a1:00";
+    r = Tarn({"-t", target});
+    ASSERT_EQ(r.status, 0) << r.err;
+    EXPECT_EQ(r.out, Tarn({"-t", "all", target}).out);
+    EXPECT_EQ(Count(r.out, "HBA instance "), 2u) << r.out;
+    EXPECT_EQ(Count(r.out, target), 2u) << r.out;
+    // "-l <target WWPN> [lun]" likewise.
+    r = Tarn({"-l", target, "300"});
+    ASSERT_EQ(r.status, 0) << r.err;
+    EXPECT_EQ(r.out, Tarn({"-l", "all", target, "300"}).out);
+    EXPECT_EQ(Count(r.out, "/dev/sde"), 2u) << r.out;
+    EXPECT_EQ(Tarn({"-x", "-l", target}).out, Tarn({"-x", "-l", "all", target}).out);
+
+    // A WWPN that is a local port still selects that port; one that is
+    // neither a port nor a target is still no adapter port.
+    EXPECT_EQ(Tarn({"-t", "21:00:00:24:ff:7c:50:10"}).out, Tarn({"-t", "0"}).out);
+    r = Tarn({"-t", "50:0a:09:81:00:00:ff:ff"});
+    EXPECT_EQ(r.status, 8);
+    EXPECT_NE(r.err.find("No HBA port with WWPN 50:0a:09:81:00:00:ff:ff found!"), std::string::npos) << r.err;
+    // A further argument after the target is more than -t takes: it is
+    // read as the target after an adapter.
+    r = Tarn({"-t", target, "extra"});
+    EXPECT_EQ(r.status, 48);
+    EXPECT_NE(r.err.find("Invalid target WWPN 'extra'"), std::string::npos) << r.err;
+}
+
+TEST_F(TarncliTest, LongVpdValuesAreShownWhole) {
+    // A 120-character value (the VPD keeps up to 127) in the dual-port card.
+    std::string longValue;
+    for (int i = 0; longValue.size() < 120; ++i) longValue += "word" + std::to_string(i) + " ";
+    longValue.resize(120);
+    if (longValue.back() == ' ') longValue.back() = 'x';
+    const std::string env = HostWith(R"("vpd": { "EC": "B",)", R"("vpd": { "EC": "B", "V0": ")" + longValue + R"(",)");
+    const RunResult r = Tarn({"-i", "0", "vpd"}, {env});
+    ASSERT_EQ(r.status, 0) << r.err;
+    const auto lines = Lines(r.out);
+    const int at = vttest::FindLine(lines, "Misc. Information (V0)");
+    ASSERT_GE(at, 0) << r.out;
+    // The value column starts at 33; continuation lines leave the label
+    // column blank.
+    std::string shown = lines[at].substr(33);
+    for (size_t i = at + 1; i < lines.size() && lines[i].rfind(std::string(33, ' '), 0) == 0; ++i)
+        shown.append(" ").append(lines[i].substr(33));
+    EXPECT_EQ(shown, longValue) << r.out;
+    for (const auto &line : lines) EXPECT_LE(line.size(), 79u) << line;
 }
 
 /* ------------------------------------------------------ errors and help */
@@ -364,30 +470,15 @@ TEST_F(TarncliTest, DisabledFeatureAndInterruptedCommand) {
     EXPECT_EQ(r.status, 66);
     EXPECT_NE(r.err.find("-b (Boot code/firmware update from an image file): not available"), std::string::npos);
 
-    // SIGINT while the command runs: the handler cleans up once and the
-    // process ends by the signal.
+    // SIGINT while the command runs: the handler cleans up once, and the
+    // process ends with the status of the terminal restore, the signal it
+    // raised again still blocked.  A preloaded library stops the tool when
+    // it starts its command.
     for (const auto &e : std::filesystem::directory_iterator(sysroot_.path("/var/tmp")))
         std::filesystem::remove(e.path());
     const std::string hold = sysroot_.path("/tmp/hold");
-    const std::string tool = vttest::BuildPath("bin/tarncli");
-    const std::string holdEnv = "TARNCLI_TEST_HOLD_FILE=" + hold;
-    const pid_t pid = fork();
-    ASSERT_GE(pid, 0);
-    if (pid == 0) {
-        const int devnull = open("/dev/null", O_RDWR);
-        dup2(devnull, 0);
-        dup2(devnull, 1);
-        putenv(const_cast<char *>(holdEnv.c_str()));
-        execl(tool.c_str(), tool.c_str(), "-z", static_cast<char *>(nullptr));
-        _exit(127);
-    }
-    for (int i = 0; i < 400 && !std::filesystem::exists(hold); ++i)
-        std::this_thread::sleep_for(std::chrono::milliseconds(50));
-    ASSERT_TRUE(std::filesystem::exists(hold));
-    kill(pid, SIGINT);
-    int st = 0;
-    ASSERT_EQ(waitpid(pid, &st, 0), pid);
-    EXPECT_TRUE(WIFSIGNALED(st) && WTERMSIG(st) == SIGINT) << st;
+    int st = Interrupted({"-z"}, {"VTTEST_HOLD_FILE=" + hold});
+    EXPECT_TRUE(WIFEXITED(st) && WEXITSTATUS(st) == 0) << st;
 
     std::string trace;
     for (const auto &e : std::filesystem::directory_iterator(sysroot_.path("/var/tmp")))
@@ -401,6 +492,11 @@ TEST_F(TarncliTest, DisabledFeatureAndInterruptedCommand) {
         EXPECT_EQ(Count(trace, std::string(line) + "\n"), 1u) << line;
     EXPECT_EQ(Count(trace, "Diagnostics test is running"), 0u);
     EXPECT_LT(trace.find("CmdInit completed."), trace.find("Signal (2) caught..."));
+
+    // A failed restore gives its status.
+    std::filesystem::remove(hold);
+    st = Interrupted({"-g"}, {"VTTEST_HOLD_FILE=" + hold, "VTTEST_RESTORE_STATUS=7"});
+    EXPECT_TRUE(WIFEXITED(st) && WEXITSTATUS(st) == 7) << st;
 }
 
 }  // namespace

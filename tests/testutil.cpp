@@ -2,8 +2,13 @@
 
 #include <fcntl.h>
 #include <poll.h>
+#include <signal.h>
+#include <sys/prctl.h>
+#include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
+
+#include <cerrno>
 
 #include <cstdlib>
 #include <cstring>
@@ -78,40 +83,104 @@ int FindLine(const std::vector<std::string> &lines, const std::string &needle, i
 std::string SourcePath(const std::string &rel) { return std::string(VT_SOURCE_DIR) + "/" + rel; }
 std::string BuildPath(const std::string &rel) { return std::string(VT_BUILD_DIR) + "/" + rel; }
 
+namespace {
+
+// The process environment with `extra` entries ("NAME=value") replacing or
+// adding to it.
+std::vector<std::string> Environment(const std::vector<std::string> &extra) {
+    std::vector<std::string> env;
+    for (char **e = environ; *e; ++e)
+        env.emplace_back(*e);
+    for (const auto &x : extra) {
+        auto key = x.substr(0, x.find('=') + 1);
+        std::erase_if(env, [&](const std::string &s) { return s.rfind(key, 0) == 0; });
+        env.push_back(x);
+    }
+    return env;
+}
+
+std::vector<char *> CStrings(const std::vector<std::string> &strings) {
+    std::vector<char *> out;
+    for (const auto &s : strings) out.push_back(const_cast<char *>(s.c_str()));
+    out.push_back(nullptr);
+    return out;
+}
+
+// In a forked child: stdin from /dev/null, stdout and stderr as given
+// (-1 leaves them), then the program.  Never returns.
+[[noreturn]] void ExecChild(const std::vector<char *> &argv, const std::vector<char *> &env, int out, int err) {
+    if (out >= 0) dup2(out, 1);
+    if (err >= 0) dup2(err, 2);
+    const int devnull = open("/dev/null", O_RDONLY);
+    if (devnull >= 0) dup2(devnull, 0);
+    execve(argv[0], argv.data(), env.data());
+    _exit(127);
+}
+
+}  // namespace
+
+ChildGuard &ChildGuard::operator=(ChildGuard &&other) noexcept {
+    if (this != &other) {
+        Kill();
+        pid_ = other.pid_;
+        other.pid_ = -1;
+    }
+    return *this;
+}
+
+int ChildGuard::Wait() {
+    if (pid_ <= 0) return -1;
+    int status = -1;
+    while (waitpid(pid_, &status, 0) < 0 && errno == EINTR) {
+    }
+    pid_ = -1;
+    return status;
+}
+
+int ChildGuard::Kill() {
+    if (pid_ <= 0) return -1;
+    kill(pid_, SIGKILL);
+    return Wait();
+}
+
+pid_t ForkChild() {
+    const pid_t parent = getpid();
+    const pid_t pid = fork();
+    if (pid == 0) {
+        prctl(PR_SET_PDEATHSIG, SIGKILL);
+        if (getppid() != parent) _exit(126);  // the parent is already gone
+    }
+    return pid;
+}
+
+ChildGuard Spawn(const std::vector<std::string> &argv, const std::vector<std::string> &extraEnv, int stdoutFd) {
+    const std::vector<std::string> env = Environment(extraEnv);
+    const std::vector<char *> cargv = CStrings(argv), cenv = CStrings(env);
+    const pid_t pid = ForkChild();
+    if (pid == 0) ExecChild(cargv, cenv, stdoutFd, -1);
+    return ChildGuard(pid);
+}
+
 RunResult Run(const std::vector<std::string> &argv, const std::vector<std::string> &extraEnv) {
     RunResult r;
     int outp[2], errp[2];
     if (pipe2(outp, O_CLOEXEC) != 0 || pipe2(errp, O_CLOEXEC) != 0)
         return r;
-    std::vector<std::string> env;
-    for (char **e = environ; *e; ++e)
-        env.emplace_back(*e);
-    for (const auto &x : extraEnv) {
-        auto key = x.substr(0, x.find('=') + 1);
-        std::erase_if(env, [&](const std::string &s) { return s.rfind(key, 0) == 0; });
-        env.push_back(x);
-    }
-    std::vector<char *> cargv, cenv;
-    for (const auto &a : argv) cargv.push_back(const_cast<char *>(a.c_str()));
-    cargv.push_back(nullptr);
-    for (const auto &a : env) cenv.push_back(const_cast<char *>(a.c_str()));
-    cenv.push_back(nullptr);
-    pid_t pid = fork();
-    if (pid == 0) {
-        dup2(outp[1], 1);
-        dup2(errp[1], 2);
-        int devnull = open("/dev/null", O_RDONLY);
-        if (devnull >= 0) dup2(devnull, 0);
-        execve(cargv[0], cargv.data(), cenv.data());
-        _exit(127);
-    }
+    const std::vector<std::string> env = Environment(extraEnv);
+    const std::vector<char *> cargv = CStrings(argv), cenv = CStrings(env);
+    const pid_t pid = ForkChild();
+    if (pid == 0) ExecChild(cargv, cenv, outp[1], errp[1]);
+    ChildGuard child(pid);
     close(outp[1]);
     close(errp[1]);
     pollfd fds[2] = {{outp[0], POLLIN, 0}, {errp[0], POLLIN, 0}};
     int open_fds = 2;
     char buf[65536];
     while (open_fds > 0) {
-        if (poll(fds, 2, -1) < 0) break;
+        if (poll(fds, 2, -1) < 0) {
+            if (errno == EINTR) continue;
+            break;
+        }
         for (int i = 0; i < 2; ++i) {
             if (fds[i].fd < 0 || !(fds[i].revents & (POLLIN | POLLHUP))) continue;
             ssize_t n = read(fds[i].fd, buf, sizeof buf);
@@ -124,10 +193,45 @@ RunResult Run(const std::vector<std::string> &argv, const std::vector<std::strin
             }
         }
     }
-    int st = 0;
-    waitpid(pid, &st, 0);
+    for (const pollfd &f : fds)
+        if (f.fd >= 0) close(f.fd);
+    const int st = child.Wait();
     r.status = WIFEXITED(st) ? WEXITSTATUS(st) : 128 + WTERMSIG(st);
     return r;
+}
+
+namespace {
+
+// Parent of process `pid` (field 4 of /proc/<pid>/stat), or -1.
+pid_t ParentOf(pid_t pid) {
+    const std::string stat = ReadFile("/proc/" + std::to_string(pid) + "/stat");
+    const size_t end = stat.rfind(')');  // the command name may hold anything
+    if (end == std::string::npos) return -1;
+    std::istringstream fields(stat.substr(end + 1));
+    std::string state;
+    pid_t parent = -1;
+    fields >> state >> parent;
+    return fields ? parent : -1;
+}
+
+}  // namespace
+
+// The namespace is private when an ancestor of this process (up to process
+// 1) is in another one: some process above this one made it for its own
+// descendants, as "unshare --ipc" does.  Namespaces that cannot be read are
+// passed over; when none differs, the namespace counts as shared.
+bool InPrivateIpcNamespace() {
+    struct stat self {};
+    if (stat("/proc/self/ns/ipc", &self) != 0) return false;
+    for (pid_t pid = getppid(); pid > 0;) {
+        struct stat other {};
+        if (stat(("/proc/" + std::to_string(pid) + "/ns/ipc").c_str(), &other) == 0 &&
+            (other.st_dev != self.st_dev || other.st_ino != self.st_ino))
+            return true;
+        if (pid == 1) break;
+        pid = ParentOf(pid);
+    }
+    return false;
 }
 
 }  // namespace vttest

@@ -1,6 +1,8 @@
 // Helpers shared by the test programs.
 #pragma once
 
+#include <sys/types.h>
+
 #include <string>
 #include <vector>
 
@@ -54,5 +56,45 @@ struct RunResult {
 };
 RunResult Run(const std::vector<std::string> &argv,
               const std::vector<std::string> &extraEnv = {});
+
+// A child process of the test.  When the guard goes out of scope, however
+// the test leaves (a failed ASSERT returns early), the child is killed with
+// SIGKILL and reaped, so no process outlives the test.
+class ChildGuard {
+public:
+    ChildGuard() = default;
+    explicit ChildGuard(pid_t pid) : pid_(pid) {}
+    ~ChildGuard() { Kill(); }
+    ChildGuard(ChildGuard &&other) noexcept : pid_(other.pid_) { other.pid_ = -1; }
+    ChildGuard &operator=(ChildGuard &&other) noexcept;
+    ChildGuard(const ChildGuard &) = delete;
+    ChildGuard &operator=(const ChildGuard &) = delete;
+
+    pid_t pid() const { return pid_; }
+    // Waits for the child to end; its wait status, or -1 without a child.
+    int Wait();
+    // Kills the child and waits for it; its wait status, or -1.
+    int Kill();
+
+private:
+    pid_t pid_ = -1;
+};
+
+// fork() for tests: the child is killed when the test process dies (a
+// timeout, a crash), so it cannot survive its parent.  Returns what fork()
+// returns; in the child, 0.
+pid_t ForkChild();
+
+// Starts a program (stdin from /dev/null, stdout to `stdoutFd` when it is
+// not -1) with extra environment entries, guarded.
+ChildGuard Spawn(const std::vector<std::string> &argv, const std::vector<std::string> &extraEnv = {},
+                 int stdoutFd = -1);
+
+// True when this process runs in an IPC namespace that was made below it,
+// for it and its descendants, rather than in the machine's (or the
+// container's) shared one.  The tests of the library take its cross-process
+// access mutex, a System V semaphore set that every process of the
+// namespace shares; they run only in a private namespace.
+bool InPrivateIpcNamespace();
 
 }  // namespace vttest

@@ -6,14 +6,17 @@
 
 #include <cstdlib>
 #include <cstring>
+#include <set>
 #include <sstream>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "testutil.h"
 #include "vtapi.h"
 #include "vtapi_api.h"
 #include "vtapi_core.h"
+#include "vtapi_events.h"
 
 // Replacements of FC_ functions: the library calls them through the dynamic
 // symbol table, so these definitions are the ones its frames reach.
@@ -130,6 +133,171 @@ TEST_F(Api, FramesWriteEnterStatusAndExitLines) {
     EXPECT_EQ(VTAPI_GetPortIndex(99, 0, &index), VTAPI_DEVICE_NUMBER_NOT_FOUND);
     ExpectFrame("VTAPI_GetPortIndex", 12, at);
     EXPECT_EQ(FindLine(Log(), "PROFILER ERROR"), -1);
+}
+
+// Every exported function writes its profiler enter and exit lines, with
+// two deliberate exceptions.  Each is called so that it needs no adapter (no
+// port, a null record, an instance that does not exist, a missing file).
+TEST_F(Api, EveryExportedFunctionIsFramedByTheProfiler) {
+    static constexpr uint32_t kNoDevice = 9999;
+    static constexpr const char *kMissingFile = "/nonexistent/vtapi-test-file";
+    const std::vector<std::pair<std::string, void (*)()>> calls = {
+        {"VTAPI_Initialize", [] { VTAPI_Initialize(8, nullptr); }},  // bit 1 would start a new file
+        {"VTAPI_RefreshData", [] { VTAPI_RefreshData(); }},
+        {"VTAPI_UpdateBackupAdapterList", [] { VTAPI_UpdateBackupAdapterList(); }},
+        {"VTAPI_SwapBackupToMainAdapterList", [] { VTAPI_SwapBackupToMainAdapterList(); }},
+        {"VTAPI_GetAdapterCount", [] { VTAPI_GetAdapterCount(); }},
+        {"VTAPI_GetAdapterList", [] { VTAPI_GetAdapterList(); }},
+        {"VTAPI_FreeMem", [] { VTAPI_FreeMem(nullptr); }},
+        {"VTAPI_GetHostInfo", [] { VTAPI_GetHostInfo(nullptr); }},
+        {"VTAPI_GetSystemInfo", [] { VTAPI_GetSystemInfo(nullptr); }},
+        {"VTAPI_SetToolID", [] { VTAPI_SetToolID(0); }},
+        {"VTAPI_SetToolVersion", [] { VTAPI_SetToolVersion(0, 0, 0, 0); }},
+        {"VTAPI_COMInitByAnotherModule", [] { VTAPI_COMInitByAnotherModule(); }},
+        {"VTAPI_GetFCAdapterDecription", [] { VTAPI_GetFCAdapterDecription(nullptr, nullptr, 0); }},
+        {"VTAPI_GetVpd", [] { VTAPI_GetVpd(kNoDevice, 0, nullptr, nullptr); }},
+        {"VTAPI_GetUUIDFromI2CVPD", [] { VTAPI_GetUUIDFromI2CVPD(kNoDevice, 0, nullptr, 0); }},
+        {"VTAPI_GetHbaDevicePortProperty", [] { VTAPI_GetHbaDevicePortProperty(kNoDevice, 0, nullptr); }},
+        {"VTAPI_UpdatePortProperty", [] { VTAPI_UpdatePortProperty(kNoDevice, 0); }},
+        {"VTAPI_UpdateDiscTargetProperty", [] { VTAPI_UpdateDiscTargetProperty(kNoDevice, 0, nullptr); }},
+        {"VTAPI_GetPortIndex", [] { VTAPI_GetPortIndex(kNoDevice, 0, nullptr); }},
+        {"VTAPI_IsMezzAdapter", [] { VTAPI_IsMezzAdapter(kNoDevice, 0, nullptr); }},
+        {"VTAPI_IsPortInMaintenanceMode", [] { VTAPI_IsPortInMaintenanceMode(kNoDevice, 0, nullptr); }},
+        {"VTAPI_IsRebootRequired", [] { VTAPI_IsRebootRequired(kNoDevice, 0, nullptr); }},
+        {"VTAPI_GetLockdownStatus", [] { VTAPI_GetLockdownStatus(kNoDevice, 0, nullptr); }},
+        {"VTAPI_FCGetAdapterVersions", [] { VTAPI_FCGetAdapterVersions(nullptr, nullptr); }},
+        {"VTAPI_GetFlashComponentVersion", [] { VTAPI_GetFlashComponentVersion(nullptr, 0, nullptr, 0); }},
+        {"VTAPI_GetMBIVersionString", [] { VTAPI_GetMBIVersionString(nullptr, nullptr, 0); }},
+        {"VTAPI_GetFwPreloadTablesVersion", [] { VTAPI_GetFwPreloadTablesVersion(nullptr, nullptr, 0); }},
+        {"VTAPI_IsBiosAvailableWithAdapter", [] { VTAPI_IsBiosAvailableWithAdapter(nullptr, nullptr); }},
+        {"VTAPI_IsEfiAvailableWithAdapter", [] { VTAPI_IsEfiAvailableWithAdapter(nullptr, nullptr); }},
+        {"VTAPI_GetFCAdapterAlias", [] { VTAPI_GetFCAdapterAlias(nullptr, nullptr, 0); }},
+        {"VTAPI_SetFCAdapterAlias", [] { VTAPI_SetFCAdapterAlias(nullptr, nullptr, 0); }},
+        {"VTAPI_GetOSName", [] { VTAPI_GetOSName(nullptr, 0); }},
+        {"VTAPI_GetHBAParamsInfo", [] { VTAPI_GetHBAParamsInfo(nullptr, nullptr); }},
+        {"VTAPI_UpdateHBAParameters", [] { VTAPI_UpdateHBAParameters(nullptr, nullptr); }},
+        {"VTAPI_PostVerifyHBAParameter", [] { VTAPI_PostVerifyHBAParameter(nullptr); }},
+        {"VTAPI_LoadHBAParametersFromTemplateFile", [] { VTAPI_LoadHBAParametersFromTemplateFile(nullptr, 0); }},
+        {"VTAPI_RestoreDefaultNVRAM", [] { VTAPI_RestoreDefaultNVRAM(nullptr); }},
+        {"VTAPI_SaveSingleAdapterNVRAMToFile", [] { VTAPI_SaveSingleAdapterNVRAMToFile(nullptr, kMissingFile); }},
+        {"VTAPI_UpdateAdapterNVRAMFromFile", [] { VTAPI_UpdateAdapterNVRAMFromFile(nullptr, kMissingFile); }},
+        {"VTAPI_DoGlobalNVRAMUpdateAll", [] { VTAPI_DoGlobalNVRAMUpdateAll(kMissingFile); }},
+        {"VTAPI_ResetToDefaultSettings", [] { VTAPI_ResetToDefaultSettings(nullptr); }},
+        {"VTAPI_GetBootDeviceInfo", [] { VTAPI_GetBootDeviceInfo(nullptr, nullptr, 0); }},
+        {"VTAPI_SetBootDeviceInfo", [] { VTAPI_SetBootDeviceInfo(nullptr, nullptr); }},
+        {"VTAPI_GetNVMeBootDeviceEntries", [] { VTAPI_GetNVMeBootDeviceEntries(nullptr, nullptr); }},
+        {"VTAPI_SetNVMeBootDeviceEntries", [] { VTAPI_SetNVMeBootDeviceEntries(nullptr, nullptr); }},
+        {"VTAPI_FCIsConfigureToBootFromSAN", [] { VTAPI_FCIsConfigureToBootFromSAN(nullptr, nullptr); }},
+        {"VTAPI_GetBfsConfigMode", [] { VTAPI_GetBfsConfigMode(nullptr, nullptr); }},
+        {"VTAPI_SetBfsConfigMode", [] { VTAPI_SetBfsConfigMode(nullptr, 0); }},
+        {"VTAPI_GetNumberofVirtualPortsSupported", [] { VTAPI_GetNumberofVirtualPortsSupported(nullptr, nullptr); }},
+        {"VTAPI_CreateVirtualPort", [] { VTAPI_CreateVirtualPort(nullptr, nullptr, nullptr, nullptr); }},
+        {"VTAPI_DeleteVirtualPort", [] { VTAPI_DeleteVirtualPort(nullptr, nullptr); }},
+        {"VTAPI_SDGetQoS", [] { VTAPI_SDGetQoS(nullptr, nullptr, nullptr); }},
+        {"VTAPI_SDSetQoS", [] { VTAPI_SDSetQoS(nullptr, nullptr, nullptr); }},
+        {"VTAPI_GetTargetLinkSpeed", [] { VTAPI_GetTargetLinkSpeed(nullptr, nullptr, nullptr); }},
+        {"VTAPI_SetTargetLinkSpeed", [] { VTAPI_SetTargetLinkSpeed(nullptr, nullptr, 0); }},
+        {"VTAPI_SetTargetLinkSpeedToAlltargets", [] { VTAPI_SetTargetLinkSpeedToAlltargets(nullptr, 0); }},
+        {"VTAPI_doOptionROMUpdate", [] { VTAPI_doOptionROMUpdate(nullptr, kMissingFile, 0); }},
+        {"VTAPI_UpdateAdapterFirmwareTableFromFile",
+         [] { VTAPI_UpdateAdapterFirmwareTableFromFile(nullptr, kMissingFile); }},
+        {"VTAPI_UpdateSpecificFlashRegionFromFile",
+         [] { VTAPI_UpdateSpecificFlashRegionFromFile(nullptr, kMissingFile, 0); }},
+        {"VTAPI_UpdateAdapterMpiCfgFromDatFile", [] { VTAPI_UpdateAdapterMpiCfgFromDatFile(nullptr, kMissingFile); }},
+        {"VTAPI_UpdateAdapterPEPCfgFromFile", [] { VTAPI_UpdateAdapterPEPCfgFromFile(nullptr, kMissingFile); }},
+        {"VTAPI_SaveAdapterSerdesRegionToFile", [] { VTAPI_SaveAdapterSerdesRegionToFile(nullptr, kMissingFile); }},
+        {"VTAPI_SaveAdapterFirmwareTableToFile", [] { VTAPI_SaveAdapterFirmwareTableToFile(nullptr, kMissingFile); }},
+        {"VTAPI_SaveAdapterMpiCfgToDatFile", [] { VTAPI_SaveAdapterMpiCfgToDatFile(nullptr, kMissingFile); }},
+        {"VTAPI_FCGetFlashImageVersion", [] { VTAPI_FCGetFlashImageVersion(nullptr, kMissingFile, nullptr); }},
+        {"VTAPI_FCGetFlashImageSupportedAdapters",
+         [] { VTAPI_FCGetFlashImageSupportedAdapters(kMissingFile, nullptr); }},
+        {"VTAPI_GetAdapterFlashMemoBlock", [] { VTAPI_GetAdapterFlashMemoBlock(nullptr, nullptr, nullptr); }},
+        {"VTAPI_SfpModuleFirmwareUpdate", [] { VTAPI_SfpModuleFirmwareUpdate(nullptr, kMissingFile); }},
+        {"VTAPI_DiagnosticsLoopBackTest", [] { VTAPI_DiagnosticsLoopBackTest(nullptr, nullptr, nullptr); }},
+        {"VTAPI_DiagnosticsReadWriteBufferTest",
+         [] { VTAPI_DiagnosticsReadWriteBufferTest(nullptr, nullptr, nullptr); }},
+        {"VTAPI_FreeRWBufferTestResultList", [] { VTAPI_FreeRWBufferTestResultList(nullptr); }},
+        {"VTAPI_AbortDiagTest", [] { VTAPI_AbortDiagTest(nullptr); }},
+        {"VTAPI_DiagnosticsEchoElsTest", [] { VTAPI_DiagnosticsEchoElsTest(nullptr, nullptr, nullptr, nullptr); }},
+        {"VTAPI_DiagnosticsRDPTest", [] { VTAPI_DiagnosticsRDPTest(nullptr, nullptr, nullptr, nullptr); }},
+        {"VTAPI_DiagnosticsFCPingTest", [] { VTAPI_DiagnosticsFCPingTest(nullptr, nullptr, nullptr, nullptr); }},
+        {"VTAPI_DiagnosticsCTCommand", [] { VTAPI_DiagnosticsCTCommand(nullptr, nullptr, 0, nullptr, nullptr); }},
+        {"VTAPI_CheckAdapterDPortOption", [] { VTAPI_CheckAdapterDPortOption(nullptr, nullptr); }},
+        {"VTAPI_ConfigureAdapterDPortSettings", [] { VTAPI_ConfigureAdapterDPortSettings(nullptr, 0); }},
+        {"VTAPI_DiagnosticDPortTest", [] { VTAPI_DiagnosticDPortTest(nullptr, nullptr, nullptr); }},
+        {"VTAPI_DiagnosticDPortTestEX", [] { VTAPI_DiagnosticDPortTestEX(nullptr, nullptr, nullptr); }},
+        {"VTAPI_DiagnosticDPortTestV2", [] { VTAPI_DiagnosticDPortTestV2(nullptr, nullptr, nullptr); }},
+        {"VTAPI_UpdateAdapterBeaconStatus", [] { VTAPI_UpdateAdapterBeaconStatus(nullptr, 0); }},
+        {"VTAPI_GetAdapterBeaconStatus", [] { VTAPI_GetAdapterBeaconStatus(nullptr, nullptr); }},
+        {"VTAPI_GetLinkStatus", [] { VTAPI_GetLinkStatus(nullptr, nullptr); }},
+        {"VTAPI_FreeLinkStatusResultList", [] { VTAPI_FreeLinkStatusResultList(nullptr); }},
+        {"VTAPI_GetPortStatisticsFC", [] { VTAPI_GetPortStatisticsFC(nullptr, nullptr); }},
+        {"VTAPI_RefreshDeviceStats", [] { VTAPI_RefreshDeviceStats(nullptr); }},
+        {"VTAPI_ResetDeviceStats", [] { VTAPI_ResetDeviceStats(nullptr); }},
+        {"VTAPI_GetFWPrivateStats", [] { VTAPI_GetFWPrivateStats(nullptr, nullptr, nullptr); }},
+        {"VTAPI_GetSCMRStatisticsList", [] { VTAPI_GetSCMRStatisticsList(nullptr, nullptr); }},
+        {"VTAPI_FreeSCMRStatisticsList", [] { VTAPI_FreeSCMRStatisticsList(nullptr); }},
+        {"VTAPI_SANCongMgmtResetStatistics", [] { VTAPI_SANCongMgmtResetStatistics(nullptr); }},
+        {"VTAPI_GetSCMRProfile", [] { VTAPI_GetSCMRProfile(nullptr, nullptr); }},
+        {"VTAPI_SetSCMRProfile", [] { VTAPI_SetSCMRProfile(nullptr, 0); }},
+        {"VTAPI_IsUSCMFeatureEnabled", [] { VTAPI_IsUSCMFeatureEnabled(nullptr, nullptr); }},
+        {"VTAPI_SDGetFwDump", [] { VTAPI_SDGetFwDump(nullptr, nullptr, nullptr); }},
+        {"VTAPI_SDGetFwDump2", [] { VTAPI_SDGetFwDump2(nullptr, nullptr, nullptr); }},
+        {"VTAPI_SDGetTraceBuffer", [] { VTAPI_SDGetTraceBuffer(nullptr, nullptr, nullptr); }},
+        {"VTAPI_SDGetMPIFwDump", [] { VTAPI_SDGetMPIFwDump(); }},
+        {"VTAPI_GetSFPData", [] { VTAPI_GetSFPData(nullptr, nullptr, nullptr); }},
+        {"VTAPI_SaveSFPDataToFile", [] { VTAPI_SaveSFPDataToFile(nullptr, kMissingFile); }},
+        {"VTAPI_SaveSFPDataToTextFile", [] { VTAPI_SaveSFPDataToTextFile(nullptr, kMissingFile); }},
+        {"VTAPI_GetAdapterAsicBoardTemperature", [] { VTAPI_GetAdapterAsicBoardTemperature(nullptr, nullptr); }},
+        {"VTAPI_GetEDCChipsetVersion", [] { VTAPI_GetEDCChipsetVersion(nullptr, nullptr, 0); }},
+        {"VTAPI_GetAdapterEDCChipsetStatus", [] { VTAPI_GetAdapterEDCChipsetStatus(nullptr, nullptr); }},
+        {"VTAPI_GetAdapterEDCSettings", [] { VTAPI_GetAdapterEDCSettings(nullptr, nullptr, nullptr); }},
+        {"VTAPI_FCGetFECSupportInfo", [] { VTAPI_FCGetFECSupportInfo(nullptr, nullptr, nullptr); }},
+        {"VTAPI_FCSetFECSupportInfo", [] { VTAPI_FCSetFECSupportInfo(nullptr, nullptr, 0); }},
+        {"VTAPI_ResetFECCounters", [] { VTAPI_ResetFECCounters(nullptr); }},
+        {"VTAPI_FCGetBBCSupportInfo", [] { VTAPI_FCGetBBCSupportInfo(nullptr, nullptr, nullptr); }},
+        {"VTAPI_FCGetBBCSupportInfoEx", [] { VTAPI_FCGetBBCSupportInfoEx(nullptr, nullptr, nullptr); }},
+        {"VTAPI_FCSetBBCSupportInfo", [] { VTAPI_FCSetBBCSupportInfo(nullptr, nullptr, 0); }},
+        {"VTAPI_GetDCBXParams", [] { VTAPI_GetDCBXParams(nullptr, nullptr, nullptr); }},
+        {"VTAPI_CheckOrlaPersonalityChangeOption", [] { VTAPI_CheckOrlaPersonalityChangeOption(nullptr, nullptr); }},
+        {"VTAPI_GetPersonalityType", [] { VTAPI_GetPersonalityType(nullptr, nullptr); }},
+        {"VTAPI_ChangePersonalityType", [] { VTAPI_ChangePersonalityType(nullptr, 0); }},
+        {"VTAPI_GetMpiConfigTableParams", [] { VTAPI_GetMpiConfigTableParams(nullptr, nullptr, nullptr); }},
+        {"VTAPI_GetDCEStatistics", [] { VTAPI_GetDCEStatistics(nullptr, nullptr, nullptr); }},
+        {"VTAPI_GetFCFPrimVLANConfig", [] { VTAPI_GetFCFPrimVLANConfig(nullptr, nullptr, nullptr); }},
+        {"VTAPI_SetFCFPrimVLANConfig", [] { VTAPI_SetFCFPrimVLANConfig(nullptr, nullptr, 0); }},
+        {"VTAPI_GetFCoEGeneralInfo", [] { VTAPI_GetFCoEGeneralInfo(nullptr, nullptr, nullptr); }},
+        {"VTAPI_RegisterAlarmNotificationCallback", [] { VTAPI_RegisterAlarmNotificationCallback(nullptr); }},
+        {"VTAPI_UnRegisterAlarmNotificationCallback", [] { VTAPI_UnRegisterAlarmNotificationCallback(nullptr); }},
+        {"VTAPI_Uninitialize", [] { VTAPI_Uninitialize(); }},
+    };
+    // VTAPI_DidConfigChange has no frame; VTAPI_ResetConfigChange writes
+    // only an exit line (Lifecycle tests cover both).
+    std::set<std::string> covered = {"VTAPI_DidConfigChange", "VTAPI_ResetConfigChange"};
+    for (const auto &call : calls) covered.insert(call.first);
+    std::set<std::string> exported;
+    for (const auto &line : Lines(vttest::ReadFile(vttest::SourcePath("tests/data/vtapi_exports.txt"))))
+        if (!line.empty()) exported.insert(line);
+    EXPECT_EQ(covered, exported);
+
+    Start();
+    int at = static_cast<int>(Log().size());
+    for (const auto &[name, call] : calls) {
+        SCOPED_TRACE(name);
+        call();
+        const auto log = Log();
+        const int enter = FindLine(log, "PROFILER ENTER FUNCTION " + name, at);
+        EXPECT_GE(enter, 0);
+        // A refresh logs the frames of the initialize and uninitialize it
+        // runs; the call's own exit is its last exit line.
+        int exit = -1;
+        for (int i = FindLine(log, "PROFILER EXIT FUNCTION " + name + " ", enter + 1); i >= 0;
+             i = FindLine(log, "PROFILER EXIT FUNCTION " + name + " ", i + 1))
+            exit = i;
+        EXPECT_GT(exit, enter);
+        EXPECT_EQ(FindLine(log, "PROFILER ERROR", at), -1);
+        at = static_cast<int>(log.size());
+    }
 }
 
 TEST_F(Api, FileUpdateFrameChecksTheFileFirst) {

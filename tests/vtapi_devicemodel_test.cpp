@@ -2,12 +2,14 @@
 // the AdapterList and its ordering quirks, the adapter entry tree, and the
 // classification predicates.
 #include <gtest/gtest.h>
+#include <malloc.h>
 
 #include <cstdlib>
 #include <cstring>
 #include <string>
 #include <vector>
 
+#include "core/tarn_lists.h"
 #include "idtable.h"
 #include "testutil.h"
 #include "vtapi.h"
@@ -126,6 +128,59 @@ TEST_F(AdapterListTest, VirtualPortSlotsOnlyAboveIspType9) {
     DeleteAdapter(n);
 }
 
+TEST_F(AdapterListTest, QosStateMarksVirtualPortsOfConvergedAdaptersBeyondTheQosRange) {
+    // Virtual ports 3 and 1 of an FCoE function whose driver gives QoS to
+    // two virtual ports, and virtual port 3 of a plain FC port.
+    const uint16_t fcoe = *vt::ids::DeviceIdForIspType(15);
+    ASSERT_TRUE(vt::ids::IsFcoeCna(fcoe));
+    struct Case {
+        uint16_t did;
+        uint16_t vportId;
+        uint16_t qosState;
+        uint16_t qosValue;
+    };
+    for (const Case &c : {Case{fcoe, 3, 2, 0}, Case{fcoe, 1, 0, 40}, Case{0x5380, 3, 0, 0}}) {
+        SCOPED_TRACE(std::to_string(c.did) + " vport " + std::to_string(c.vportId));
+        SDMDevice v = Device(c.did);
+        v.DeviceNodeProperty.Interface = SD_INTERFACE_VPORT;
+        v.DeviceNodeProperty.VPortId = c.vportId;
+        v.DeviceDriverProperty.MaxVportsWithQoS = 2;
+        v.VPortQoSValue = 40;
+        AdapterNode *n = CreateNewAdapter();
+        ASSERT_EQ(CreateAdapterEntryFromSDMDevice(n, &v), 0u);
+        EXPECT_EQ(n->QoSState[0], 0);
+        EXPECT_EQ(n->QoSState[1], c.qosState);
+        EXPECT_EQ(n->QoSValue, c.qosValue);
+        DeleteAdapter(n);
+    }
+}
+
+// Bytes the C heap has handed out and not taken back.  The sanitizer
+// build's allocator does not keep these counts (it reports 0); there its
+// leak check at exit catches what this count would.
+size_t HeapInUse() { return mallinfo2().uordblks; }
+
+TEST(AdapterTree, FreeingAListMadeOnItsOwnReleasesItsHeader) {
+    vttest::SysrootScope root;
+    const size_t before = HeapInUse();
+    for (int i = 0; i < 1000; ++i) {
+        ProtocolList *protocols = core_CreateProtocolList();
+        ProtocolEntry *e = core_CreateProtocolEntry();
+        protocols->First = protocols->Last = e;
+        protocols->Count = 1;
+        core_FreeProtocolList(protocols);
+        PhyPortList *ports = core_CreatePhyPortList();
+        PhyPortEntry *p = core_CreatePhyPortEntry();
+        p->Protocols.First = p->Protocols.Last = core_CreateProtocolEntry();
+        p->Protocols.Count = 1;
+        ports->First = ports->Last = p;
+        ports->Count = 1;
+        core_FreePhyPortList(ports);
+    }
+    // Two 24-byte headers a round would stay behind if they were not freed.
+    EXPECT_LT(HeapInUse(), before + 1000 * 24);
+}
+
 TEST(AdapterTree, SerialLookupIgnoresCaseAndFreeingAcceptsNull) {
     vttest::SysrootScope root;
     AdapterEntryList *list = core_CreateAdapterEntryList();
@@ -149,6 +204,39 @@ TEST(AdapterTree, SerialLookupIgnoresCaseAndFreeingAcceptsNull) {
     core_FreeAdapterList(nullptr);
     core_FreePhyPortList(nullptr);
     core_FreeProtocolList(nullptr);
+}
+
+std::vector<std::string> gReleased;  // the lists FreeMyDeviceList released, in order
+
+std::string ListCounts() {
+    return std::to_string(GetMyDeviceList()->Count) + "/" + std::to_string(GetCountOfEntryInAdapterList());
+}
+
+TEST(DeviceLists, FreeMyDeviceListEmptiesEveryListItKeeps) {
+    vttest::SysrootScope root;
+    using vt::core::TarnList;
+    // Lists kept elsewhere: each release notes the device list and
+    // AdapterList counts it finds.
+    vt::core::SetTarnListRelease(TarnList::HbaStatistics, [] { gReleased.push_back("statistics " + ListCounts()); });
+    vt::core::SetTarnListRelease(TarnList::UserVPortOptions, [] { gReleased.push_back("vport options"); });
+    vt::core::SetTarnListRelease(TarnList::QoSLuns, [] { gReleased.push_back("qos luns " + ListCounts()); });
+    ASSERT_EQ(VTAPI_Initialize(0, nullptr), 0u);  // its rebuild releases them all first
+    EXPECT_EQ(gReleased, (std::vector<std::string>{"statistics 0/0", "vport options", "qos luns 0/0"}));
+    gReleased.clear();
+    ASSERT_EQ(ListCounts(), "7/7");
+
+    EXPECT_EQ(FreeMyDeviceList(0), 0u);
+    EXPECT_EQ(gReleased, (std::vector<std::string>{"statistics 7/7", "qos luns 0/0"}));
+    EXPECT_EQ(GetMyDeviceList()->First, nullptr);
+    EXPECT_EQ(GetMyDeviceList()->Last, nullptr);
+    EXPECT_EQ(GetAdapterList(), nullptr);
+    gReleased.clear();
+    EXPECT_EQ(FreeMyDeviceList(1), 0u);
+    EXPECT_EQ(gReleased, (std::vector<std::string>{"statistics 0/0", "vport options", "qos luns 0/0"}));
+
+    for (TarnList list : {TarnList::HbaStatistics, TarnList::UserVPortOptions, TarnList::QoSLuns})
+        vt::core::SetTarnListRelease(list, nullptr);
+    VTAPI_Uninitialize();
 }
 
 TEST(Classification, PredicatesAndSpeeds) {

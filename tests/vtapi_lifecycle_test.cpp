@@ -1,14 +1,17 @@
 // libvtapifconly from load to a complete adapter tree: initialize, refresh,
 // backup lists, discovery order and quirks, the hba.conf registration, the
 // installation path, interposition, and cross-process serialization.
+#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <signal.h>
+#include <unistd.h>
 #include <sys/wait.h>
 
 #include <filesystem>
 #include <regex>
 #include <sstream>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "testutil.h"
@@ -211,42 +214,63 @@ TEST_F(Lifecycle, InterposedFunctionsAreCalledByTheLibrary) {
 
 TEST_F(Lifecycle, ConcurrentRefreshesNeverOverlap) {
     const std::string marker = root_.path("/rebuilding");
-    std::vector<pid_t> kids;
-    for (int k = 0; k < 2; ++k) {
-        pid_t pid = fork();
-        if (pid == 0) {
-            auto r = vttest::Run({Prog("vtapi_interpose"), "refresh", "15", marker});
-            _exit(r.status == 0 && r.out.find("overlaps 0") != std::string::npos ? 0 : 1);
-        }
-        kids.push_back(pid);
-    }
-    for (pid_t pid : kids) {
-        int st = 0;
-        waitpid(pid, &st, 0);
-        EXPECT_TRUE(WIFEXITED(st) && WEXITSTATUS(st) == 0);
+    vttest::RunResult results[2];
+    std::vector<std::thread> runners;
+    for (auto &r : results)
+        runners.emplace_back([&r, &marker] { r = vttest::Run({Prog("vtapi_interpose"), "refresh", "15", marker}); });
+    for (auto &t : runners) t.join();
+    for (const auto &r : results) {
+        EXPECT_EQ(r.status, 0) << r.err;
+        EXPECT_NE(r.out.find("overlaps 0"), std::string::npos) << r.out;
     }
 }
 
 TEST_F(Lifecycle, KilledHolderLeavesTheAccessMutexFree) {
     int out[2];
-    ASSERT_EQ(pipe(out), 0);
-    pid_t pid = fork();
-    if (pid == 0) {
-        dup2(out[1], 1);
-        execl(Prog("vtapi_interpose").c_str(), "vtapi_interpose", "hold", (char *)nullptr);
-        _exit(127);
-    }
+    ASSERT_EQ(pipe2(out, O_CLOEXEC), 0);
+    vttest::ChildGuard holder = vttest::Spawn({Prog("vtapi_interpose"), "hold"}, {}, out[1]);
     close(out[1]);
-    char buf[64] = {};
-    ASSERT_GT(read(out[0], buf, sizeof buf - 1), 0);  // "holding": inside the locked rebuild
+    // "holding": inside the locked rebuild.
+    std::string said;
+    char buf[256];
+    for (ssize_t n; said.find("holding\n") == std::string::npos && (n = read(out[0], buf, sizeof buf)) > 0;)
+        said.append(buf, static_cast<size_t>(n));
     close(out[0]);
+    ASSERT_NE(said.find("holding\n"), std::string::npos) << said;
     const int32_t id = getVTAPIMutexID();
-    ASSERT_NE(id, 0);
-    kill(pid, SIGKILL);
-    waitpid(pid, nullptr, 0);
-    // About two seconds of attempts at most; the kernel gave the lock back.
-    EXPECT_EQ(vtapi_LockAccessMutex(id, 200), 0u);
+    const int st = holder.Kill();
+    EXPECT_TRUE(WIFSIGNALED(st) && WTERMSIG(st) == SIGKILL) << st;
+    // The kernel gave the lock back.  Other tests of the run may hold it for
+    // a moment, hence the generous number of attempts (about 30 s).
+    EXPECT_EQ(vtapi_LockAccessMutex(id, 3000), 0u);
     EXPECT_EQ(vtapi_UnlockAccessMutex(id), 0u);
+}
+
+TEST_F(Lifecycle, RefreshKeepsTheDirectoryOfTheFirstInitialization) {
+    const std::string dir = root_.path("/opt/elsewhere/");
+    ASSERT_EQ(VTAPI_Initialize(9, dir.c_str()), 0u);
+    EXPECT_EQ(std::string(gpInstallationPath), dir);
+    ASSERT_EQ(VTAPI_RefreshData(), 0u);
+    EXPECT_EQ(std::string(gpInstallationPath), dir);
+    // The reference file follows the directory without its last "/".
+    EXPECT_EQ(std::string(TarnGetConfigFileName()), root_.path("/opt/elsewheretgcli.properties"));
+    EXPECT_EQ(VTAPI_GetAdapterCount(), 4u);
+    VTAPI_Uninitialize();
+}
+
+TEST_F(Lifecycle, BackupTreeIsDumpedUnderTheMainListHeading) {
+    ASSERT_EQ(VTAPI_Initialize(9, nullptr), 0u);
+    ASSERT_EQ(VTAPI_UpdateBackupAdapterList(), 0u);
+    ASSERT_NE(gpBackupAdapterList, nullptr);
+    const auto log = Lines(vttest::ReadFile(root_.path("/var/tmp/vtapi.log")));
+    const int enter = FindLine(log, "PROFILER ENTER FUNCTION VTAPI_UpdateBackupAdapterList");
+    const int heading = FindLine(log, "Iterating through gpAdapterList", enter);
+    ASSERT_GE(enter, 0);
+    EXPECT_GT(heading, enter);
+    EXPECT_GT(FindLine(log, "Begin Adapter = VTK24110A7", heading), heading);
+    EXPECT_EQ(FindLine(log, "gpBackupAdapterList"), -1);
+    VTAPI_SwapBackupToMainAdapterList();
+    VTAPI_Uninitialize();
 }
 
 TEST_F(Lifecycle, InstallationPathAndHostQueries) {

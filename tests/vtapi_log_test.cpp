@@ -223,6 +223,19 @@ TEST_F(LogFixture, SecondPassAndHostileText) {
     EXPECT_EQ(cut[0].size(), std::string("Debug: ").size() + 511);
 }
 
+TEST_F(LogFixture, LogMessageFormatsItsArguments) {
+    // Called directly, LogMessage is an ordinary printf-style call: no time
+    // stamp, no source position, and a line of at most 511 characters.
+    LogMessage(VT_MSG_INFO, "count=%d name=%s", 5, "abc");
+    LogMessage(VT_MSG_WARNING, "%s|%05.1f|%c", "%d stays", 2.25, 'z');
+    LogMessage(VT_MSG_ERROR, "%s", std::string(600, 'q').c_str());
+    const auto lines = Lines();
+    ASSERT_EQ(lines.size(), 3u);
+    EXPECT_EQ(lines[0], "Info: count=5 name=abc");
+    EXPECT_EQ(lines[1], "Warning: %d stays|002.2|z");
+    EXPECT_EQ(lines[2], "Error: " + std::string(511, 'q'));
+}
+
 TEST_F(LogFixture, TraceBitsGateLevels) {
     for (int32_t level : {0, 1, 2, 4, 7}) {
         OpenCoreMessagesFile();
@@ -266,7 +279,6 @@ TEST_F(LogFixture, Profiler) {
     EXPECT_EQ(AfterStamp(lines[0], "Profile"), "PROFILER ENTER FUNCTION VTAPI_Thing");
     const int elapsed = ExitMs(lines[1], "VTAPI_Thing");
     EXPECT_GE(elapsed, 29) << lines[1];
-    EXPECT_LT(elapsed, 10000);
     EXPECT_GE(ExitMs(lines[3], "Two", "  status=-5"), 0) << lines[3];
 
     // An exit for a name that is not on the stack reports one mismatch,
@@ -375,9 +387,11 @@ TEST_F(LogFixture, ConsoleAndCommandLineLog) {
         EXPECT_EQ(err.Stop(), "Error: err\nError: xml-err\n");
     }
 
-    // With a command-line log file open, everything goes there.
-    SetLogFileName("/var/tmp/cli.log");
-    EXPECT_STREQ(GetLogFileName(), "/var/tmp/cli.log");
+    // With a command-line log file open, everything goes there.  Its name
+    // is opened as given, never mapped under the system root.
+    const std::string cliLog = scope_.path("/var/tmp/cli.log");
+    SetLogFileName(cliLog.c_str());
+    EXPECT_EQ(GetLogFileName(), cliLog);
     ASSERT_EQ(TarnInitializeLogFile("a+"), 0);
     ASSERT_NE(g_fp, nullptr);
     {
@@ -394,7 +408,7 @@ TEST_F(LogFixture, ConsoleAndCommandLineLog) {
     SetLogFileName("");
     EXPECT_EQ(TarnInitializeLogFile("a+"), 1);
     EXPECT_EQ(g_fp, nullptr);
-    SetLogFileName("/var/nodir/cli.log");
+    SetLogFileName(scope_.path("/var/nodir/cli.log").c_str());
     EXPECT_EQ(TarnInitializeLogFile("a+"), 1);
 }
 

@@ -6,6 +6,7 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "sysroot.h"
 #include "vtapi_core.h"
 #include "vtapi_events.h"
 #include "vtapi_oss.h"
@@ -25,11 +26,25 @@ uint32_t HostNameCrc(const char *text) {
     return ~crc;
 }
 
+// The tree in the debug log.  The main and the backup list are dumped
+// under the same heading.
 void DumpTree(AdapterEntryList *list) {
     if (!list) return;
     LogDebug(kFile, __LINE__, "Iterating through gpAdapterList");
     DumpAdapterEntryList(list);
 }
+
+// Profiler frame of a lifecycle call that has one exit path or several.
+class ProfilerScope {
+public:
+    explicit ProfilerScope(const char *name) : name_(name) { ProfilerEnterFunction(name_); }
+    ~ProfilerScope() { ProfilerExitFunction(name_); }
+    ProfilerScope(const ProfilerScope &) = delete;
+    ProfilerScope &operator=(const ProfilerScope &) = delete;
+
+private:
+    const char *name_;
+};
 
 }  // namespace
 
@@ -55,7 +70,8 @@ VTAPI_EXPORT uint32_t VTAPI_Initialize(int32_t traceLevel, const char *installDi
             OpenCoreMessagesFile();
         }
         if (traceLevel & VT_TRACE_CLILOG) {
-            SetLogFileName(messagesfile);
+            // The command-line log opens its file name as it is.
+            SetLogFileName(messagesfile[0] != '\0' ? vt::MapSystemPath(messagesfile).c_str() : "");
             TarnInitializeLogFile("a+");
             SetCoreEnableDebugMessage(1);
         }
@@ -133,7 +149,12 @@ VTAPI_EXPORT uint32_t VTAPI_RefreshData(void) {
     vtapi_LockAccessMutex(mutex, 0xFFFFFFFFu);
     guInRefreshData = 1;
     VTAPI_Uninitialize();
-    VTAPI_Initialize(gTraceLevel, gpInstallationPath);
+    // Initialize clears gpInstallationPath before it reads the directory it
+    // is given, so it gets a copy.
+    char installDir[sizeof gpInstallationPath];
+    memcpy(installDir, gpInstallationPath, sizeof installDir);
+    installDir[sizeof installDir - 1] = '\0';
+    VTAPI_Initialize(gTraceLevel, installDir);
     guInRefreshData = 0;
     guConfigChanged = 0;
     vtapi_UnlockAccessMutex(mutex);
@@ -151,16 +172,14 @@ VTAPI_EXPORT uint32_t VTAPI_UpdateBackupAdapterList(void) {
     CoreHandlePortStateChange();
     gpBackupAdapterList = core_CreateAdapterEntryList();
     BuildAdapterInfoForFC(gpBackupAdapterList);
-    if (gpBackupAdapterList) {
-        LogDebug(kFile, __LINE__, "Iterating through gpBackupAdapterList");
-        DumpAdapterEntryList(gpBackupAdapterList);
-    }
+    DumpTree(gpBackupAdapterList);
     vtapi_UnlockAccessMutex(mutex);
     ProfilerExitFunction("VTAPI_UpdateBackupAdapterList");
     return 0;
 }
 
 VTAPI_EXPORT uint32_t VTAPI_SwapBackupToMainAdapterList(void) {
+    ProfilerScope frame("VTAPI_SwapBackupToMainAdapterList");
     core_FreeAdapterList(gpAdapterList);
     gpAdapterList = gpBackupAdapterList;
     gpBackupAdapterList = nullptr;
@@ -179,13 +198,23 @@ VTAPI_EXPORT uint32_t VTAPI_ResetConfigChange(void) {
     return 0;
 }
 
-VTAPI_EXPORT uint32_t VTAPI_GetAdapterCount(void) { return gpAdapterList ? gpAdapterList->Count : 0; }
+VTAPI_EXPORT uint32_t VTAPI_GetAdapterCount(void) {
+    ProfilerScope frame("VTAPI_GetAdapterCount");
+    return gpAdapterList ? gpAdapterList->Count : 0;
+}
 
-VTAPI_EXPORT AdapterEntryList *VTAPI_GetAdapterList(void) { return gpAdapterList; }
+VTAPI_EXPORT AdapterEntryList *VTAPI_GetAdapterList(void) {
+    ProfilerScope frame("VTAPI_GetAdapterList");
+    return gpAdapterList;
+}
 
-VTAPI_EXPORT void VTAPI_FreeMem(void *memory) { free(memory); }
+VTAPI_EXPORT void VTAPI_FreeMem(void *memory) {
+    ProfilerScope frame("VTAPI_FreeMem");
+    free(memory);
+}
 
 VTAPI_EXPORT uint32_t VTAPI_GetHostInfo(HostInfo *info) {
+    ProfilerScope frame("VTAPI_GetHostInfo");
     if (!info) return 0xFFFFFFFFu;
     char agentVersion[64];
     if (OSSGetHostInformation(info->HostName, info->SystemType, info->OSVersion, agentVersion) != 0)
@@ -197,6 +226,7 @@ VTAPI_EXPORT uint32_t VTAPI_GetHostInfo(HostInfo *info) {
 }
 
 VTAPI_EXPORT uint32_t VTAPI_GetSystemInfo(SystemInfo *info) {
+    ProfilerScope frame("VTAPI_GetSystemInfo");
     struct utsname u;
     if (!info || uname(&u) != 0) {
         LogDebug(kFile, __LINE__, "VTAPI_GetSystemInfo(): Line = %d", 567);
@@ -228,6 +258,7 @@ VTAPI_EXPORT uint32_t VTAPI_GetSystemInfo(SystemInfo *info) {
 }
 
 VTAPI_EXPORT uint32_t VTAPI_SetToolID(uint32_t toolId) {
+    ProfilerScope frame("VTAPI_SetToolID");
     CoreSetToolId(toolId & 255);
     LogDebug(kFile, __LINE__, "Got ToolID=0x%X, set g_AuxToolId=0x%X", toolId, g_AuxToolId);
     LogDebug(kFile, __LINE__, "returning VTAPI_SUCCESS");
@@ -235,10 +266,12 @@ VTAPI_EXPORT uint32_t VTAPI_SetToolID(uint32_t toolId) {
 }
 
 VTAPI_EXPORT uint32_t VTAPI_SetToolVersion(uint32_t v1, uint32_t v2, uint32_t v3, uint32_t v4) {
+    ProfilerScope frame("VTAPI_SetToolVersion");
     CoreSetToolVersion(v1, v2, v3, v4);
     return 0;
 }
 
-VTAPI_EXPORT void VTAPI_COMInitByAnotherModule(void) {}
+// An empty entry kept for callers that expect it.
+VTAPI_EXPORT void VTAPI_COMInitByAnotherModule(void) { ProfilerScope frame("VTAPI_COMInitByAnotherModule"); }
 
 }  // extern "C"
