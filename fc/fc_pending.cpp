@@ -29,28 +29,6 @@ VTAPI_EXPORT uint32_t FC_SetAdapterAlias(const ProtocolEntry *, const char *, ui
 
 // -------- Configuration: HBA parameters, NVRAM files, boot devices, virtual ports and QoS, target link speed
 
-VTAPI_EXPORT uint32_t FC_GetHBAParamsInfo(const ProtocolEntry *, VTAPI_HBAParams *) { return kPending; }
-VTAPI_EXPORT uint32_t FC_UpdateHBAParameters(const ProtocolEntry *, const VTAPI_HBAParams *) { return kPending; }
-VTAPI_EXPORT uint32_t FC_PostVerifyHBAParameter(const ProtocolEntry *) { return kPending; }
-VTAPI_EXPORT uint32_t FC_LoadHBAParametersFromTemplateFile(const ProtocolEntry *, uint32_t) { return kPending; }
-VTAPI_EXPORT uint32_t FC_RestoreDefaultNVRAM(const ProtocolEntry *) { return kPending; }
-VTAPI_EXPORT uint32_t FC_SaveSingleAdapterNVRAMToFile(const ProtocolEntry *, const char *) { return kPending; }
-VTAPI_EXPORT uint32_t FC_UpdateAdapterNVRAMFromFile(const ProtocolEntry *, const char *) { return kPending; }
-VTAPI_EXPORT uint32_t FC_DoGlobalNVRAMUpdateAll(const char *) { return kPending; }
-VTAPI_EXPORT uint32_t FC_ResetToDefaultSettings(const ProtocolEntry *) { return kPending; }
-VTAPI_EXPORT uint32_t FC_GetBootDeviceInfo(const ProtocolEntry *, VTAPI_BootDeviceInfo *, uint32_t) {
-    return kPending;
-}
-VTAPI_EXPORT uint32_t FC_SetBootDeviceInfo(const ProtocolEntry *, const VTAPI_BootDeviceInfo *) { return kPending; }
-VTAPI_EXPORT uint32_t FC_GetNVMeBootDeviceEntries(const ProtocolEntry *, VTAPI_NVMeBootDeviceEntries *) {
-    return kPending;
-}
-VTAPI_EXPORT uint32_t FC_SetNVMeBootDeviceEntries(const ProtocolEntry *, const VTAPI_NVMeBootDeviceEntries *) {
-    return kPending;
-}
-VTAPI_EXPORT uint32_t FC_IsBootFromSANConfigured(const ProtocolEntry *, uint32_t *) { return kPending; }
-VTAPI_EXPORT uint32_t FC_GetBfsConfigMode(const ProtocolEntry *, uint32_t *) { return kPending; }
-VTAPI_EXPORT uint32_t FC_SetBfsConfigMode(const ProtocolEntry *, uint32_t) { return kPending; }
 VTAPI_EXPORT uint32_t FC_GetNumberofVirtualPortsSupported(const ProtocolEntry *, uint32_t *) { return kPending; }
 VTAPI_EXPORT uint32_t FC_CreateVirtualPort(const ProtocolEntry *, const uint8_t *, const uint8_t *, uint16_t *) {
     return kPending;

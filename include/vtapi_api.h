@@ -69,6 +69,109 @@ typedef struct VTAPI_LinkStatusResultList VTAPI_LinkStatusResultList;
 typedef struct VTAPI_PortStatistics VTAPI_PortStatistics;
 typedef struct VTAPI_SCMRStatisticsList VTAPI_SCMRStatisticsList;
 
+/* ---- HBA parameters and boot devices (NVRAM settings) ----
+ * Each field names the NVRAM variable it is read from.  Fields a port's
+ * chip does not have read as 0. */
+
+/* A boot drive: target port name (most significant byte first) and LUN. */
+typedef struct VTAPI_BootDrive {
+    uint8_t  WWPN[8];
+    uint16_t LUN;
+} VTAPI_BootDrive;
+
+struct VTAPI_HBAParams {
+    uint32_t DataRate;                 /* 57: 0 1G, 1 2G, 2 auto, 3 4G, 4 8G, 5 16G, 6 32G, 7 64G
+                                        *     (chips 25 and 27 whose driver reports no supported
+                                        *     speeds: the default supported-speed mask instead) */
+    uint32_t ConnectionOption;         /* 44: 0 loop, 1 point-to-point, 2 loop preferred, 3 p-t-p preferred */
+    uint32_t EnableFCTape;             /* 48 */
+    uint32_t MaxLunsPerTarget;         /* 83 */
+    uint32_t EnableHardLoopID;         /* 3 */
+    uint32_t HardLoopID;               /* 32 */
+    uint32_t FrameSize;                /* 19 */
+    uint32_t EnableLipReset;           /* 66 */
+    uint32_t EnableLipFullLogin;       /* 67 */
+    uint32_t EnableTargetReset;        /* 68 */
+    uint32_t EnableExtendedLogging;    /* 64 */
+    uint32_t LoopResetDelay;           /* 81 */
+    uint32_t LoginRetryCount;          /* 22 */
+    uint32_t PortDownRetryCount;       /* 82 */
+    uint32_t ExecutionThrottle;        /* 21 */
+    uint32_t OperationMode;            /* 43: 0, 5 or 6 */
+    uint32_t InterruptDelayTimer;      /* 53 */
+    uint32_t LinkDownTimeout;          /* 97 (a value above 255 reads as 0) */
+    uint32_t EnableFCConfirm;          /* 49 */
+    uint32_t Enable64BitAddressing;    /* 6 */
+    uint32_t EnableFastCommandPosting; /* 65 */
+    uint32_t DisableBIOS;              /* 58: the inverse of EnableBIOS */
+    uint32_t EnableSelectableBoot;     /* 60 */
+    uint32_t SelectiveLogin;           /* 92 */
+    uint32_t SelectiveLun;             /* 95 */
+    uint32_t ForceWorldLogin;          /* 96 */
+    uint32_t ReceiveOutOfOrderFrame;   /* 56 */
+    uint32_t VendorID;                 /* 125 */
+    uint32_t DeviceID;                 /* 126 */
+    uint32_t SubsystemVendorID;        /* 127 */
+    uint32_t SubsystemDeviceID;        /* 128 */
+    uint32_t ExtendedFirmwareOptions;  /* 13 */
+    uint32_t EnableLR;                 /* 133 */
+    uint32_t FabricAssignWWN;          /* 130 */
+    uint32_t FabricAssignBootLun;      /* 131 */
+    uint32_t EnableDPort;              /* 132 */
+    uint32_t DistanceSupport;          /* 134 */
+    uint32_t MinimumSpeed;             /* 135 */
+    uint32_t PreferFCP;                /* 136 */
+    uint32_t DisableSCM;               /* 137: the inverse of EnableUSCM */
+    uint8_t  NVMeEnable;               /* 148 */
+    uint8_t  PortDisable;              /* 185 */
+    uint8_t  FabricPriority;           /* 186 */
+    uint8_t  VirtualLane;              /* 187 */
+    VTAPI_BootDrive BootDrives[8];     /* drive 0 primary, 1-3 alternates, 4-7 further */
+};
+
+/* FCP boot settings of a port (VTAPI_GetBootDeviceInfo / SetBootDeviceInfo). */
+struct VTAPI_BootDeviceInfo {
+    uint32_t EnableBIOS;            /* 58 holds the inverse */
+    uint32_t EnableSelectableBoot;  /* 60 */
+    uint32_t SelectiveLogin;        /* 92 */
+    uint32_t EnableAlternateBoot;   /* 93 */
+    uint32_t EnableBootOrderList;   /* 94 */
+    uint32_t SelectiveLun;          /* 95 */
+    uint32_t ForceWorldLogin;       /* 96 (written on 512-byte images only) */
+    uint32_t FabricAssignedBootLun; /* 131 (written where the adapter supports it) */
+    uint32_t NVMeEnable;            /* 148 */
+    uint32_t EfiHost;               /* out: 1 when the host boots by EFI */
+    uint32_t DriveCount;            /* out: 4 on 256-byte NVRAM images, else 8 */
+    uint8_t  BootNodeName[8];       /* 84-91: drive 0's node name (EFI hosts, chips above 7) */
+    VTAPI_BootDrive Drives[8];
+};
+
+/* FC-NVMe boot drive: 284 bytes, as it lies in the adapter's flash. */
+#define VTAPI_NVME_DRIVE_VALID 0x1u /* Flags: the entry is in use */
+typedef struct VTAPI_NVMeBootDrive {
+    uint8_t  TargetWWNN[8];
+    uint8_t  TargetWWPN[8];
+    uint16_t ControllerID;
+    uint16_t Reserved;
+    uint32_t NamespaceID;
+    uint32_t Flags;                 /* VTAPI_NVME_DRIVE_VALID */
+    char     NQN[256];              /* subsystem NQN, NUL-terminated */
+} VTAPI_NVMeBootDrive;
+
+/* FC-NVMe boot parameters block of a port: 2560 bytes, little-endian, as it
+ * lies in the adapter's flash.  Signature 0x4D564E56 ("VNVM"); the 32-bit
+ * words of the first Length bytes sum to 0. */
+#define VTAPI_NVME_BOOT_SIGNATURE 0x4D564E56u
+struct VTAPI_NVMeBootDeviceEntries {
+    uint32_t Signature;
+    uint32_t Version;
+    uint32_t Length;
+    uint32_t Checksum;
+    VTAPI_NVMeBootDrive Drives[8];
+    char     HostNQN[256];
+    uint8_t  HostID[16];
+};
+
 /* Buffers of the features whose records are the device-management
  * library's own (dumps, transceiver data, FEC and credit settings, converged
  * adapter settings) are passed as bytes: `size` is in: the buffer's bytes,

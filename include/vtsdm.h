@@ -64,6 +64,7 @@ extern "C" {
 #define SDERR_LOOP_DOWN            0x20000075u /* link is down */
 #define SDERR_DATA_UNDERRUN        0x20000077u /* less data than requested; accepted */
 #define SDERR_SHORT_READ           0x20000078u /* flash region shorter than asked */
+#define SDERR_LOCKDOWN             0x2000007Au /* write refused: the port's firmware is in lockdown */
 
 /* ------------------------------------------------------------ constants */
 #define SD_INTERFACE_FC    1u
@@ -358,7 +359,12 @@ SDM_EXPORT uint32_t SDGetLunOSDeviceName(uint32_t handle, const uint8_t *targetW
 SDM_EXPORT uint32_t SDGetNVRam(uint32_t handle, uint32_t offset, uint32_t area,
                                void *buffer, uint32_t size);
 /* Writes a whole image (offset 0, the port's NVRAM size); the image must
- * carry a valid checksum, else SDERR_INVALID_PARAMETER and nothing changes. */
+ * carry a valid checksum, else SDERR_INVALID_PARAMETER and nothing changes.
+ * A port whose firmware is in lockdown refuses NVRAM and flash writes with
+ * SDERR_LOCKDOWN; one in maintenance mode refuses NVRAM writes with
+ * SDERR_NOT_SUPPORTED.  Settings a reset applies (data rate, port disable)
+ * take effect at the port's next reset; until then the port reports
+ * SD_PORTFLAG_REBOOT_REQUIRED. */
 SDM_EXPORT uint32_t SDUpdateNVRam(uint32_t handle, uint32_t offset, uint32_t area,
                                   const void *buffer, uint32_t size);
 /* Field access on an image held by the caller, by variable identifier.

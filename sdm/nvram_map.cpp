@@ -126,7 +126,8 @@ const FieldDef kLayout512[] = {
     ResBits(2),
     Val(kOperationMode, "Operation Mode", 15, 0),
     Bit(kForceWorldLogin, "Force World Login"),
-    ResBits(3),
+    Bit(kDescendingLoopIdSearch, "Descending Loop ID Search"),
+    ResBits(2),
     Bit(kDisableBios, "Disable BIOS", 1),
     Bit(kBiosBootSetting, "BIOS Boot Setting"),
     Bit(kEnableSelectableBoot, "Enable Selectable Boot"),
@@ -187,7 +188,8 @@ const FieldDef kLayout256[] = {
     ResBits(2),
     Val(kOperationMode, "Operation Mode", 15, 0),
     Bit(kForceWorldLogin, "Force World Login"),
-    ResBits(3),
+    Bit(kDescendingLoopIdSearch, "Descending Loop ID Search"),
+    ResBits(2),
     Bit(kDisableBios, "Disable BIOS", 1),
     Bit(kBiosBootSetting, "BIOS Boot Setting"),
     Bit(kEnableSelectableBoot, "Enable Selectable Boot"),
@@ -410,6 +412,22 @@ std::vector<uint8_t> DefaultImage(size_t size, const Identity &id) {
     }
     ComputeChecksum(image.data(), size);
     return image;
+}
+
+std::vector<uint8_t> GlobalNvramImage(const uint8_t wwpn[8]) {
+    std::vector<uint8_t> image(kGlobalNvramSize, 0);
+    std::copy_n("VGNV", 4, image.begin());
+    image[4] = 1;
+    std::copy_n(wwpn, 8, image.begin() + kGlobalNvramWwpnOffset);
+    ComputeChecksum(image.data(), image.size());
+    return image;
+}
+
+std::vector<uint8_t> ActiveRecord(bool nvmeBootIn334) {
+    std::vector<uint8_t> record(kActiveRecordSize, 0);
+    std::copy_n("VACT", 4, record.begin());
+    record[4] = nvmeBootIn334 ? 1 : 0;
+    return record;
 }
 
 std::string WriteTemplate(size_t size, const uint8_t *image) {

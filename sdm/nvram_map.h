@@ -49,6 +49,7 @@ struct Field {
 
 // Variable identifiers.
 constexpr uint32_t kEnableHardLoopId = 3;
+constexpr uint32_t kDescendingLoopIdSearch = 4;  // 2 Gb chips: search loop IDs downwards
 constexpr uint32_t kEnable64BitAddressing = 6;
 constexpr uint32_t kExtendedFirmwareOptions = 13;
 constexpr uint32_t kEnableNodeName = 17;
@@ -138,6 +139,20 @@ bool SetValue(uint8_t *image, size_t size, uint32_t id, uint32_t value);
 uint32_t ComputeChecksum(uint8_t *image, size_t size);
 // True when a 256-byte image's bytes, or a 512-byte image's words, sum to 0.
 bool IsValid(const uint8_t *image, size_t size);
+
+// Global NVRAM: a 512-byte image in a flash region of each port ("VGNV",
+// version 1, the port's WWPN at byte 8, the rest settings), whose 128
+// little-endian words sum to 0 like a 512-byte NVRAM image's.
+constexpr size_t kGlobalNvramSize = 512;
+constexpr size_t kGlobalNvramWwpnOffset = 8;
+std::vector<uint8_t> GlobalNvramImage(const uint8_t wwpn[8]);
+
+// Active-region record of chips after type 26 (a small flash region): "VACT",
+// then at byte 4 bit 0 set when region 334 holds the active FC-NVMe boot
+// parameters, clear when region 377 does.
+constexpr uint32_t kRegionActiveRecord = 0x8F;
+constexpr size_t kActiveRecordSize = 16;
+std::vector<uint8_t> ActiveRecord(bool nvmeBootIn334);
 
 struct Identity {
     uint8_t wwnn[8];

@@ -133,6 +133,7 @@ SDM_EXPORT const char *SDGetErrorString(uint32_t status) {
     case SDERR_LOOP_DOWN: return "Loop down";
     case SDERR_DATA_UNDERRUN: return "Data underrun";
     case SDERR_SHORT_READ: return "Short read";
+    case SDERR_LOCKDOWN: return "Refused: the adapter's firmware is in lockdown";
     default: return "Unknown error";
     }
 }

@@ -3,6 +3,9 @@
 
 #include <gtest/gtest.h>
 
+#include "../config/hbaparam_table.h"
+#include "idtable.h"
+
 #include <algorithm>
 #include <cctype>
 #include <random>
@@ -79,6 +82,66 @@ TEST(NvramLayout, ReferencedIdentifiersExist) {
     EXPECT_EQ(FindField(300, kFrameSize), nullptr);
     EXPECT_TRUE(Layout(300).empty());
     EXPECT_STREQ(FindField(512, kFrameSize)->name, "Frame Size");
+}
+
+// The HBA-parameter table and the record reader reach the NVRAM by variable
+// identifier: whatever they use on a port must exist in the layout of that
+// port's image size, for every chip type a port can have.
+TEST(NvramLayout, ParameterTableAndRecordVariablesExistOnEveryChip) {
+    namespace cfg = vt::config;
+    std::set<uint32_t> chips = {vt::ids::kUnknownIspType};
+    for (const auto &row : vt::ids::ChipRows())
+        if (row.ispType != vt::ids::kNoIsp) chips.insert(row.ispType);
+    for (uint32_t code = 0; code <= 27; ++code) chips.insert(code);
+    for (uint32_t chip : chips) {
+        SCOPED_TRACE("chip type " + std::to_string(chip));
+        const size_t size = vt::ids::NvramSizeForIspType(chip);
+        ASSERT_EQ(size, cfg::NvramSizeForChip(chip));
+        for (const cfg::ParamRow &p : cfg::kParamRows) {
+            if (p.variable != cfg::kNoVariable && cfg::ChipHasParam(p.support, chip)) {
+                EXPECT_NE(FindField(size, uint32_t(p.variable)), nullptr) << p.name;
+            }
+        }
+        for (const cfg::RecordRow &r : cfg::kRecordRows) {
+            if (cfg::ReadApplies(r.when, chip)) {
+                EXPECT_NE(FindField(size, r.variable), nullptr) << r.logName;
+            }
+        }
+        for (uint32_t drive = 0; drive < cfg::BootDriveCount(chip); ++drive) {
+            for (uint32_t i = 0; i < 8; ++i)
+                EXPECT_NE(FindField(size, cfg::kBootDrives[drive].portNameByte0 + i), nullptr) << "drive " << drive;
+            EXPECT_NE(FindField(size, cfg::kBootDrives[drive].lun), nullptr) << "drive " << drive;
+        }
+        for (uint32_t i = 0; i < 8; ++i) EXPECT_NE(FindField(size, cfg::kBootNodeNameByte0 + i), nullptr);
+    }
+    // The conditions matter: the older image lacks what newer chips have.
+    EXPECT_EQ(FindField(256, 136), nullptr);
+    EXPECT_EQ(FindField(256, cfg::kBootDrives[4].lun), nullptr);
+}
+
+// A parameter with a record field writes the variable that field is read
+// from, and the boot drives agree with the layout's own list.
+TEST(NvramLayout, ParameterTableAgreesWithTheRecordReader) {
+    namespace cfg = vt::config;
+    int withField = 0;
+    for (const cfg::ParamRow &p : cfg::kParamRows) {
+        if (p.field.size == 0) continue;
+        ++withField;
+        int readers = 0;
+        for (const cfg::RecordRow &r : cfg::kRecordRows)
+            if (r.field.offset == p.field.offset) {
+                ++readers;
+                EXPECT_EQ(int32_t(r.variable), p.variable) << p.name;
+                EXPECT_EQ(r.field.size, p.field.size) << p.name;
+            }
+        EXPECT_EQ(readers, 1) << p.name;
+    }
+    EXPECT_EQ(withField, 36);  // all but LinkDownError, FastErrorReporting and DescendingLoopIDSearch
+    for (int d = 0; d < 8; ++d) {
+        EXPECT_EQ(cfg::kBootDrives[d].portNameByte0, kBootEntries[d].portNameByte0);
+        EXPECT_EQ(cfg::kBootDrives[d].lun, kBootEntries[d].lun);
+    }
+    EXPECT_EQ(cfg::kBootNodeNameByte0, kBootNodeNameByte0);
 }
 
 TEST(NvramLayout, SequenceCoversImageOnceInOrder) {

@@ -333,7 +333,7 @@ Port ParsePort(const Node &n, const Card &card, uint32_t cardIndex, uint32_t pos
     n.expectObject({"function", "port", "interface", "wwnn", "wwpn", "port_id", "state", "dport",
                     "speed", "supported_speeds", "maintenance", "reboot_required", "lockdown",
                     "max_frame_size", "fabric", "enode_mac", "device_name", "firmware", "nvram",
-                    "targets", "virtual_ports", "statistics", "faults"});
+                    "targets", "virtual_ports", "statistics", "faults", "nvram_control"});
     Port p;
     p.card = cardIndex;
     p.function = uint8_t(n.num("function", position, 7));
@@ -416,13 +416,20 @@ Port ParsePort(const Node &n, const Card &card, uint32_t cardIndex, uint32_t pos
         p.unsupported = f.flag("unsupported", false);
         p.diag.crcErrors = uint32_t(f.num("loopback_crc_errors", 0, 1000000));
     }
+    if (n.has("nvram_control")) {
+        Node c = n.child("nvram_control");
+        c.expectObject({"read_faults", "write_faults", "bad_checksum"});
+        p.nvramControl.readFaults = uint32_t(c.num("read_faults", 0, 1000000));
+        p.nvramControl.writeFaults = uint32_t(c.num("write_faults", 0, 1000000));
+        p.nvramControl.badChecksum = c.flag("bad_checksum", false);
+    }
     return p;
 }
 
 void ParseCard(const Node &n, Host &host) {
     n.expectObject({"serial", "model", "description", "manufacturer", "device_id", "isp_type",
                     "subsystem_vendor_id", "subsystem_id", "chip_revision", "pci_bus", "pci_device",
-                    "driver", "firmware", "option_rom", "vpd", "ports", "copies"});
+                    "driver", "firmware", "option_rom", "vpd", "ports", "copies", "nvme_boot_region"});
     Card c;
     c.serial = n.requiredStr("serial", 31);
     c.model = n.requiredStr("model", 31);
@@ -446,6 +453,11 @@ void ParseCard(const Node &n, Host &host) {
     c.pciBus = uint16_t(n.num("pci_bus", 0, 0xFF));
     c.pciDevice = uint8_t(n.num("pci_device", 0, 31));
     c.versions.firmware = n.str("firmware", "9.00.00", 31);
+    if (n.has("nvme_boot_region")) {
+        c.nvmeBootRegion = uint32_t(n.num("nvme_boot_region", 334, 0xFFFF));
+        if (c.ispType <= 26) n.child("nvme_boot_region").fail("only chips after ISP type 26 keep two FC-NVMe boot regions");
+        if (c.nvmeBootRegion != 334 && c.nvmeBootRegion != 377) n.child("nvme_boot_region").fail("expected 334 or 377");
+    }
     if (n.has("option_rom")) {
         Node o = n.child("option_rom");
         o.expectObject({"bios", "fcode", "efi", "multiboot"});

@@ -91,6 +91,14 @@ struct DiagFaults {
     uint32_t crcErrors = 0;  // reported by every loopback run
 };
 
+// The port's "nvram_control" block: NVRAM accesses that fail, and an image
+// that starts with a wrong checksum.  vtsdm-sim changes them at run time.
+struct NvramControl {
+    uint32_t readFaults = 0;   // SDGetNVRam fails N times
+    uint32_t writeFaults = 0;  // SDUpdateNVRam fails N times, NVRAM unchanged
+    bool badChecksum = false;  // the initial image's checksum is off by one
+};
+
 struct Port {
     uint32_t card = 0;            // index of its card
     uint8_t function = 0;         // PCI function number
@@ -119,6 +127,7 @@ struct Port {
     uint32_t openUnavailable = 0;        // SDOpenDevice answers "retry" N times
     bool unsupported = false;            // SDOpenDevice always refused
     DiagFaults diag;
+    NvramControl nvramControl;
 };
 
 struct Versions {
@@ -148,6 +157,9 @@ struct Card {
     Versions versions;
     std::vector<std::pair<std::string, std::string>> vpd;  // read-only keywords
     std::vector<uint32_t> ports;  // indexes into Host::ports
+    // Chips after type 26: the flash region (334 or 377) whose FC-NVMe boot
+    // parameters are active, as the card's active-region record says.
+    uint32_t nvmeBootRegion = 334;
 };
 
 struct Host {

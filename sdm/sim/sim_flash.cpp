@@ -41,12 +41,14 @@ const std::vector<std::pair<uint32_t, std::vector<uint8_t>>> &Simulator::baseFla
     else flash.nvmeBootRegions.clear();
     std::vector<std::pair<uint32_t, std::vector<uint8_t>>> regions;
     for (auto &r : image::BuildFlashSet(flash)) regions.emplace_back(r.type, std::move(r.bytes));
+    addNvramRegions(c, regions);
     return flash_.emplace(index, std::move(regions)).first->second;
 }
 
 uint32_t Simulator::readRegion(PortKey key, uint32_t region, std::vector<uint8_t> &bytes) {
     View v;
     if (uint32_t rc = resolve(key, v)) return rc;
+    if (region == image::kRegionGlobalNvram) return readGlobalNvram(v, bytes);
     const State &s = store_.current();
     auto cs = s.flash.find(v.card->serial);
     if (cs != s.flash.end()) {
@@ -65,6 +67,10 @@ uint32_t Simulator::readRegion(PortKey key, uint32_t region, std::vector<uint8_t
 }
 
 uint32_t Simulator::writeRegion(PortKey key, uint32_t region, uint32_t offset, const std::vector<uint8_t> &data) {
+    View port;
+    if (uint32_t rc = resolve(key, port)) return rc;
+    if (uint32_t rc = flashWriteAllowed(port)) return rc;
+    if (region == image::kRegionGlobalNvram) return writeGlobalNvram(port, offset, data);
     std::vector<uint8_t> current;
     if (uint32_t rc = readRegion(key, region, current)) return rc;
     if (uint64_t(offset) + data.size() > current.size()) return SDERR_INVALID_PARAMETER;

@@ -155,6 +155,7 @@ uint32_t Simulator::resolve(PortKey key, View &v) {
 }
 
 uint16_t Simulator::currentPortState(const View &v) {
+    if (disabledByNvram(v)) return SD_PORTSTATE_OFFLINE;
     const State &s = store_.current();
     auto it = s.ports.find(v.port->wwpn);
     if (it != s.ports.end() && it->second.portState) return *it->second.portState;
@@ -234,9 +235,9 @@ uint32_t Simulator::portProperty(PortKey key, SDPortProperty &p) {
     auto it = s.ports.find(port.wwpn);
     p.PortSubState = (it != s.ports.end() && it->second.portSubState) ? *it->second.portSubState
                                                                       : port.portSubState;
-    p.PortSpeed = PortUp(p.PortState) ? port.speedCode : 0;
+    p.PortSpeed = PortUp(p.PortState) ? currentSpeed(v) : 0;
     p.SupportedSpeed = (v.card->driverCaps & SD_DRVCAP_SUPPORTED_SPEED) ? port.supportedMask : 0;
-    p.StateFlags = port.stateFlags;
+    p.StateFlags = currentStateFlags(v);
     p.MaxFrameSize = port.maxFrameSize;
     p.DiscoveredTargets = uint32_t(port.targets.size());
     if (!v.vport) {

@@ -86,6 +86,20 @@ public:
     uint32_t setLinkState(uint32_t instance, uint16_t state, bool dport);
     uint32_t addCounters(uint32_t instance, const SDStatistics &delta);
 
+    // NVRAM controls of vtsdm-sim (sim_nvram.cpp), by instance of a physical
+    // port: condition flags, faults to come, a damaged image, a simulated
+    // reset that applies the NVRAM, and the card's active FC-NVMe boot region.
+    uint32_t setPortFlags(uint32_t instance, uint32_t set, uint32_t clear);
+    uint32_t setNvramFaults(uint32_t instance, std::optional<uint32_t> reads, std::optional<uint32_t> writes);
+    uint32_t corruptNvram(uint32_t instance);
+    uint32_t resetPort(uint32_t instance);
+    uint32_t setNvmeBootRegion(uint32_t instance, uint32_t region);
+    // SD_PORTFLAG_* bits of the port now, and the port's state and speed as
+    // the NVRAM its last reset applied makes them.
+    uint32_t currentStateFlags(const View &v);
+    bool disabledByNvram(const View &v);
+    uint32_t currentSpeed(const View &v);
+
     // Physical-port lookup by WWPN.
     const Port *findPort(uint64_t wwpn) const;
     // The target of a port function by WWPN, or null.
@@ -97,6 +111,11 @@ private:
     std::vector<VPortRecord> currentVports();
     const std::vector<std::pair<uint32_t, std::vector<uint8_t>>> &baseFlash(const Card &c);
     std::vector<uint8_t> initialNvram(const View &v);
+    std::vector<uint8_t> appliedNvram(const View &v);
+    uint32_t readGlobalNvram(const View &v, std::vector<uint8_t> &bytes);
+    uint32_t writeGlobalNvram(const View &v, uint32_t offset, const std::vector<uint8_t> &data);
+    uint32_t flashWriteAllowed(const View &v);
+    void addNvramRegions(const Card &c, std::vector<std::pair<uint32_t, std::vector<uint8_t>>> &regions);
     uint32_t consumeFault(const std::string &key, uint32_t limit);
     uint32_t instancePort(uint32_t instance, View &v);
 

@@ -95,6 +95,11 @@ std::string StateToJson(const State &s) {
             o["events"] = ev;
         }
         if (p.openFailuresUsed) o["open_failures_used"] = p.openFailuresUsed;
+        if (p.stateFlags) o["flags"] = *p.stateFlags;
+        if (p.nvramReadFaults) o["nvram_read_faults"] = *p.nvramReadFaults;
+        if (p.nvramWriteFaults) o["nvram_write_faults"] = *p.nvramWriteFaults;
+        if (p.appliedNvram) o["nvram_applied"] = Hex(p.appliedNvram->data(), p.appliedNvram->size());
+        if (p.globalNvram) o["global_nvram"] = Hex(p.globalNvram->data(), p.globalNvram->size());
         ports[std::to_string(wwpn)] = o;
     }
     j["ports"] = ports;
@@ -149,6 +154,16 @@ bool StateFromJson(const std::string &text, State &s) {
                     p.events.push_back({e.at(0).get<uint32_t>(),
                                         {e.at(1).get<uint32_t>(), e.at(2).get<uint32_t>(), e.at(3).get<uint32_t>()}});
             p.openFailuresUsed = o.value("open_failures_used", 0u);
+            if (o.contains("flags")) p.stateFlags = o["flags"].get<uint32_t>();
+            if (o.contains("nvram_read_faults")) p.nvramReadFaults = o["nvram_read_faults"].get<uint32_t>();
+            if (o.contains("nvram_write_faults")) p.nvramWriteFaults = o["nvram_write_faults"].get<uint32_t>();
+            for (const auto &[key, field] : {std::pair{"nvram_applied", &p.appliedNvram},
+                                             std::pair{"global_nvram", &p.globalNvram}})
+                if (o.contains(key)) {
+                    std::vector<uint8_t> b;
+                    if (!Unhex(o[key].get<std::string>(), b)) return false;
+                    *field = std::move(b);
+                }
             out.ports[std::stoull(it.key())] = std::move(p);
         }
         if (j.contains("vports")) {

@@ -25,6 +25,12 @@ struct PortChanges {
     int64_t statisticsResetAt = 0;                  // epoch seconds, 0 = never
     std::vector<SDAenRecord> events;                // queued, oldest first
     uint32_t openFailuresUsed = 0;
+    // NVRAM controls (sim_nvram.cpp).
+    std::optional<uint32_t> stateFlags;                // SD_PORTFLAG_* bits set at run time
+    std::optional<uint32_t> nvramReadFaults;           // failures still to come; absent: the host file's
+    std::optional<uint32_t> nvramWriteFaults;
+    std::optional<std::vector<uint8_t>> appliedNvram;  // the image the last simulated reset applied
+    std::optional<std::vector<uint8_t>> globalNvram;   // the port's global NVRAM region
 };
 
 struct VPortRecord {

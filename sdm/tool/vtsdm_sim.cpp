@@ -7,6 +7,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <map>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -35,6 +36,14 @@ const char *kUsage =
     "                             device_errors, link_failure, loss_of_sync,\n"
     "                             loss_of_signal, invalid_crc, invalid_tx_words,\n"
     "                             primitive_seq_errors, tx_frames, rx_frames\n"
+    "  flags INSTANCE NAME=on|off.. port conditions: maintenance, lockdown (the port then\n"
+    "                             refuses NVRAM and flash writes), reboot_required\n"
+    "  nvram INSTANCE read-faults N | write-faults N | corrupt\n"
+    "                             the next N NVRAM reads or writes fail; or store the\n"
+    "                             port's NVRAM image with a wrong checksum\n"
+    "  port-reset INSTANCE        reset the port: NVRAM settings a reset applies (data\n"
+    "                             rate, port disable) take effect\n"
+    "  nvme-boot INSTANCE 334|377 the FC-NVMe boot region the card's record names active\n"
     "  export-sysfs DIR           write DIR/sys as the kernel's FC transport would show\n"
     "                             this host (run it again after a program wrote to a\n"
     "                             control attribute there: it acts on the write)\n"
@@ -244,6 +253,53 @@ int Report(uint32_t rc, const char *what) {
     return 1;
 }
 
+// The NVRAM controls; -1 when `cmd` is none of them (or lacks arguments).
+int NvramCommand(vtsdm::Simulator &sim, const std::string &cmd, int argc, char **argv) {
+    uint32_t inst = 0;
+    if (argc < 2 && cmd != "port-reset") return -1;
+    if (argc < 1 || (cmd != "flags" && cmd != "nvram" && cmd != "port-reset" && cmd != "nvme-boot")) return -1;
+    if (!ParseInstance(argv[0], inst)) return 2;
+    if (cmd == "port-reset") return Report(sim.resetPort(inst), "port-reset");
+    if (cmd == "nvme-boot") {
+        const std::string region = argv[1];
+        if (region != "334" && region != "377") {
+            fprintf(stderr, "vtsdm-sim: expected 334 or 377, got '%s'\n", argv[1]);
+            return 2;
+        }
+        return Report(sim.setNvmeBootRegion(inst, uint32_t(std::stoul(region))), "nvme-boot");
+    }
+    if (cmd == "flags") {
+        static const std::map<std::string, uint32_t> names = {{"maintenance", SD_PORTFLAG_MAINTENANCE},
+                                                              {"lockdown", SD_PORTFLAG_LOCKDOWN},
+                                                              {"reboot_required", SD_PORTFLAG_REBOOT_REQUIRED}};
+        uint32_t set = 0, clear = 0;
+        for (int k = 1; k < argc; ++k) {
+            const std::string a = argv[k];
+            const auto eq = a.find('=');
+            auto it = names.find(a.substr(0, eq));
+            const std::string value = eq == std::string::npos ? "" : a.substr(eq + 1);
+            if (it == names.end() || (value != "on" && value != "off")) {
+                fprintf(stderr, "vtsdm-sim: expected maintenance, lockdown or reboot_required =on|off, got '%s'\n",
+                        argv[k]);
+                return 2;
+            }
+            (value == "on" ? set : clear) |= it->second;
+        }
+        return Report(sim.setPortFlags(inst, set, clear), "flags");
+    }
+    const std::string what = argv[1];
+    if (what == "corrupt") return Report(sim.corruptNvram(inst), "nvram");
+    char *end = nullptr;
+    const unsigned long n = argc > 2 ? strtoul(argv[2], &end, 10) : 0;
+    if ((what != "read-faults" && what != "write-faults") || argc < 3 || !*argv[2] || *end || n > 1000000) {
+        fprintf(stderr, "vtsdm-sim: expected nvram INSTANCE read-faults N, write-faults N or corrupt\n");
+        return 2;
+    }
+    std::optional<uint32_t> reads, writes;
+    (what == "read-faults" ? reads : writes) = uint32_t(n);
+    return Report(sim.setNvramFaults(inst, reads, writes), "nvram");
+}
+
 }  // namespace
 
 int main(int argc, char **argv) {
@@ -351,6 +407,7 @@ int main(int argc, char **argv) {
         }
         return Report(sim.addCounters(inst, d), "counters");
     }
+    if (int rc = NvramCommand(sim, cmd, argc - i, argv + i); rc >= 0) return rc;
     fputs(kUsage, stderr);
     return 2;
 }

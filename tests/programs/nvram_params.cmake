@@ -1,0 +1,1 @@
+target_link_libraries(nvram_params PRIVATE vtapifconly)
