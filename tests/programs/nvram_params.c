@@ -4,13 +4,15 @@
  *   nvram_params get WWPN               prints Name=value for every field
  *   nvram_params set WWPN Name=value... changes the fields, then post-verifies;
  *                                       prints "status <update> <verify>"
- *   nvram_params loop WWPN              changes parameters until it is killed
+ *   nvram_params loop WWPN              prints "ready", then changes parameters
+ *                                       until it is killed
  *
  * WWPN is written xx:xx:xx:xx:xx:xx:xx:xx.  The exit status is 0 when every
  * call succeeded. */
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
+#include <unistd.h>
 
 #include "vtapi.h"
 #include "vtapi_api.h"
@@ -94,7 +96,10 @@ int main(int argc, char **argv) {
         printf("status %u %u\n", update, verify);
         rc = update != VTAPI_SUCCESS ? update : verify;
     } else if (strcmp(argv[1], "loop") == 0) {
-        for (unsigned i = 0; rc == VTAPI_SUCCESS; ++i) {
+        /* Each run starts from other values, so its writes show. */
+        printf("ready\n");
+        fflush(stdout);
+        for (unsigned i = (unsigned)getpid(); rc == VTAPI_SUCCESS; ++i) {
             params.LoginRetryCount = i % 200;
             params.FrameSize = (i & 1) ? 1024 : 2048;
             params.LinkDownTimeout = i % 240;
