@@ -11,6 +11,7 @@
 
 #include "hbaparam_table.h"
 #include "nvram_config.h"
+#include "nvram_image_check.h"
 #include "nvram_internal.h"
 #include "vtapi_core.h"
 #include "vtapi_oss.h"
@@ -274,17 +275,15 @@ VTAPI_EXPORT uint32_t ParseBootDeviceParameters(const SDMDevice *adapter, const 
 }
 
 VTAPI_EXPORT uint32_t CheckNVMeBootParametersAndDriveMapping(const VTAPI_NVMeBootDeviceEntries *block) {
-    if (!block) return kInvalidNvmeBlock;
-    if (block->Signature != VTAPI_NVME_BOOT_SIGNATURE) {
+    switch (CheckNvmeBlock(reinterpret_cast<const uint8_t *>(block), block ? kNvmeBlockSize : 0)) {
+    case NvmeBlock::Ok: return kOk;
+    case NvmeBlock::BadSignature:
         LogDebug(kFile, __LINE__, "CheckNVMeBootParametersAndDriveMapping: Invalid signature!");
         return kInvalidNvmeBlock;
+    case NvmeBlock::BadChecksum: break;
     }
-    if (block->Length < 16 || block->Length > kNvmeBlockSize || block->Length % 4 != 0 ||
-        NvmeSum(block, block->Length) != 0) {
-        LogDebug(kFile, __LINE__, "CheckNVMeBootParametersAndDriveMapping: Invalid checksum!");
-        return kInvalidNvmeBlock;
-    }
-    return kOk;
+    LogDebug(kFile, __LINE__, "CheckNVMeBootParametersAndDriveMapping: Invalid checksum!");
+    return kInvalidNvmeBlock;
 }
 
 VTAPI_EXPORT uint32_t GetNVMeBootDeviceEntries(SDMDevice *adapter, VTAPI_NVMeBootDeviceEntries *block) {

@@ -10,6 +10,7 @@
 
 #include "hbaparam_table.h"
 #include "idtable.h"
+#include "nvram_image_check.h"
 #include "nvram_config.h"
 #include "nvram_internal.h"
 #include "sysroot.h"
@@ -177,19 +178,7 @@ VTAPI_EXPORT uint32_t ComputeNVRAMDataChecksum(uint8_t *buffer, uint32_t size) {
 
 // 1 when a 256-byte image's bytes, or a 512-byte image's words, sum to 0.
 VTAPI_EXPORT uint32_t CoreIsValidNvram(const uint8_t *buffer, uint32_t size) {
-    if (!buffer) return 0;
-    uint32_t sum = 0;
-    if (size == 256) {
-        for (uint32_t i = 0; i < 256; ++i) sum += buffer[i];
-        return (sum & 0xFF) == 0 ? 1 : 0;
-    }
-    if (size == 512) {
-        for (uint32_t i = 0; i < 512; i += 4)
-            sum += uint32_t{buffer[i]} | uint32_t{buffer[i + 1]} << 8 | uint32_t{buffer[i + 2]} << 16 |
-                   uint32_t{buffer[i + 3]} << 24;
-        return sum == 0 ? 1 : 0;
-    }
-    return 0;
+    return NvramChecksumOk(buffer, size) ? 1 : 0;
 }
 
 VTAPI_EXPORT void SetNoRebootRequired(uint32_t noReboot) { g_noRebootRequired = noReboot != 0; }

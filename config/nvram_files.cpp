@@ -16,6 +16,7 @@
 
 #include "hbaparam_table.h"
 #include "nvram_config.h"
+#include "nvram_image_check.h"
 #include "nvram_internal.h"
 #include "nvram_oem.h"
 #include "nvram_template.h"
@@ -34,8 +35,6 @@ constexpr uint32_t kSubsystemDeviceVar = 128;
 constexpr uint32_t kNodeNameEnableVar = 17;
 constexpr uint32_t kPortNameVar0 = 24, kNodeNameVar0 = 35;
 constexpr uint32_t kGlobalNvramRegion = 0x8D;
-constexpr uint32_t kGlobalNvramSize = 512;
-constexpr size_t kGlobalNvramWwpnOffset = 8;
 // Numeric serial fields hold the serial's number in 21 bits.
 constexpr unsigned long kSerialNumberLimit = 2097152;
 
@@ -230,12 +229,6 @@ uint32_t LoadDefaults(SDMDevice *d, bool identityOnly) {
         return rc;
     }
     return WriteWholeImage(d, image, true);
-}
-
-// The port's WWPN as a global NVRAM file must carry it.
-bool GlobalNvramIsFor(const SDMDevice *d, const std::vector<uint8_t> &image) {
-    return image.size() >= kGlobalNvramWwpnOffset + 8 &&
-           std::memcmp(image.data() + kGlobalNvramWwpnOffset, d->DevicePortProperty.WWPN, 8) == 0;
 }
 
 // Size of the global NVRAM region of the port's flash, or 0 without one.
@@ -445,24 +438,21 @@ VTAPI_EXPORT uint32_t UpdateAdapterNVRAMFromFile(SDMDevice *adapter, const char 
         SetConfigErrorText("Unable to open file '%s' for reading!", name.c_str());
         return 2;
     }
-    if (data.size() != 256 && data.size() != 512) {
-        SetConfigErrorText("NVRAM file must be 256 or 512 bytes");
-        return kCorrupted;
-    }
     std::vector<uint8_t> image(data.begin(), data.end());
     std::vector<uint8_t> current;
     if (ReadNvramImage(adapter, 1, current) != SDERR_NONE) {
         SetConfigErrorText("%s", TemplateResultText(kRetrieveFailed, adapter, name).c_str());
         return kRetrieveFailed;
     }
-    if (!CoreIsValidNvram(image.data(), uint32_t(image.size()))) {
+    switch (CheckSavedImage(image, current, [&](const std::vector<uint8_t> &i, uint32_t id) {
+        return Variable(adapter, i, id);
+    })) {
+    case SavedImage::Ok: break;
+    case SavedImage::WrongSize: SetConfigErrorText("NVRAM file must be 256 or 512 bytes"); return kCorrupted;
+    case SavedImage::BadChecksum:
         SetConfigErrorText("%s", TemplateResultText(kCorrupted, adapter, name).c_str());
         return kCorrupted;
-    }
-    // An image of another size or another board is not for this port.
-    if (image.size() != current.size() ||
-        Variable(adapter, image, kSubsystemVendorVar) != Variable(adapter, current, kSubsystemVendorVar) ||
-        Variable(adapter, image, kSubsystemDeviceVar) != Variable(adapter, current, kSubsystemDeviceVar)) {
+    case SavedImage::OtherPort:  // an image of another size or another board
         SetConfigErrorText("%s", TemplateResultText(kInvalidFile, adapter, name).c_str());
         return kInvalidFile;
     }
@@ -483,12 +473,13 @@ VTAPI_EXPORT uint32_t UpdateAdapterGlobalNVRAMFromFile(SDMDevice *adapter, const
         SetConfigErrorText("Unable to open file '%s' for reading!", file ? file : "");
         return 2;
     }
-    if (data.size() != kGlobalNvramSize) {
-        SetConfigErrorText("Global NVRAM file must be %u bytes (%s has %zu)!", kGlobalNvramSize, file, data.size());
+    std::vector<uint8_t> image(data.begin(), data.end());
+    const GlobalImage check = CheckGlobalImage(image, adapter->DevicePortProperty.WWPN);
+    if (check == GlobalImage::WrongSize) {
+        SetConfigErrorText("Global NVRAM file must be %zu bytes (%s has %zu)!", kGlobalNvramSize, file, data.size());
         return kCorrupted;
     }
-    std::vector<uint8_t> image(data.begin(), data.end());
-    if (!CoreIsValidNvram(image.data(), kGlobalNvramSize)) {
+    if (check == GlobalImage::BadChecksum) {
         SetConfigErrorText("Selected file (%s) appears to be corrupted!", file);
         return kCorrupted;
     }
@@ -504,7 +495,7 @@ VTAPI_EXPORT uint32_t UpdateAdapterGlobalNVRAMFromFile(SDMDevice *adapter, const
                            ModelOf(adapter).c_str());
         return rc == SDERR_NOT_SUPPORTED ? kNotSupported : rc;
     }
-    if (!GlobalNvramIsFor(adapter, image)) {
+    if (check == GlobalImage::OtherPort) {
         const uint8_t *w = adapter->DevicePortProperty.WWPN;
         SetConfigErrorText("Skipping Global NVRAM Update on HBA %u - %s.\nIncorrect Global NVRAM file for this HBA "
                            "(WWPN %02x:%02x:%02x:%02x:%02x:%02x:%02x:%02x)!",
