@@ -113,10 +113,7 @@ VTAPI_EXPORT uint32_t SetBfsConfigMode(uint32_t mode) {
 VTAPI_EXPORT uint32_t GetBfsConfigMode(void) { return g_bfsConfigMode; }
 
 VTAPI_EXPORT uint32_t GetBootDeviceInfo(SDMDevice *adapter, VTAPI_BootDeviceInfo *record, uint32_t which) {
-    if (!adapter) {
-        SetConfigErrorText("No compatible HBA(s) found in current system !");
-        return kNoAdapter;
-    }
+    if (!adapter) return NoAdapter();
     if (!record) return VTAPI_INVALID_ARGUMENT;
     if (isVirtualPortHBA(adapter)) return CheckWritable(adapter);
     const bool efi = EfiHost();
@@ -160,10 +157,7 @@ VTAPI_EXPORT uint32_t GetBootDeviceInfo(SDMDevice *adapter, VTAPI_BootDeviceInfo
 
 VTAPI_EXPORT uint32_t SetBootDeviceInfo(SDMDevice *adapter, const VTAPI_BootDeviceInfo *record) {
     ClearConfigErrorText();
-    if (!adapter) {
-        SetConfigErrorText("No compatible HBA(s) found in current system !");
-        return kNoAdapter;
-    }
+    if (!adapter) return NoAdapter();
     if (!record) return VTAPI_INVALID_ARGUMENT;
     if (uint32_t rc = CheckWritable(adapter)) return rc;
     std::vector<uint8_t> image;
@@ -232,10 +226,7 @@ VTAPI_EXPORT uint32_t CheckBootTargetID(const SDMDevice *adapter, const uint8_t 
 VTAPI_EXPORT uint32_t ParseBootDeviceParameters(const SDMDevice *adapter, const char *target, const char *lun,
                                                 const char *drive, VTAPI_BootDeviceInfo *record) {
     ClearConfigErrorText();
-    if (!adapter) {
-        SetConfigErrorText("No compatible HBA(s) found in current system !");
-        return kNoAdapter;
-    }
+    if (!adapter) return NoAdapter();
     if (!record || !target || !*target || !lun || !*lun) {
         SetConfigErrorText("%s", kNameValueMessage);
         return kUnknownParam;

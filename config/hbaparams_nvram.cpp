@@ -77,6 +77,11 @@ uint32_t PortFlagsOf(const SDMDevice *device) {
     return device->DevicePortProperty.StateFlags;
 }
 
+uint32_t NoAdapter() {
+    SetConfigErrorText("No compatible HBA(s) found in current system !");
+    return kNoAdapter;
+}
+
 uint32_t CheckWritable(const SDMDevice *device) {
     if (isVirtualPortHBA(device)) {
         const uint8_t *w = device->DevicePortProperty.WWPN;
@@ -201,10 +206,7 @@ VTAPI_EXPORT uint32_t GetSupportedDataRateSetting(const SDMDevice *adapter, uint
 }
 
 VTAPI_EXPORT uint32_t GetHBAParamsInfo(SDMDevice *adapter, VTAPI_HBAParams *record, uint8_t *buffer, uint32_t which) {
-    if (!adapter) {
-        SetConfigErrorText("No compatible HBA(s) found in current system !");
-        return kNoAdapter;
-    }
+    if (!adapter) return NoAdapter();
     if (!record) return VTAPI_INVALID_ARGUMENT;
     if (isVirtualPortHBA(adapter)) return CheckWritable(adapter);
     if (isPallasHBA(adapter)) {
@@ -265,10 +267,7 @@ VTAPI_EXPORT uint32_t GetHBAParamsInfo(SDMDevice *adapter, VTAPI_HBAParams *reco
 
 VTAPI_EXPORT uint32_t UpdateUserNVRAMConfig(SDMDevice *adapter, UserNVRamEntry *params, uint32_t validateOnly) {
     ClearConfigErrorText();
-    if (!adapter) {
-        SetConfigErrorText("No compatible HBA(s) found in current system !");
-        return kNoAdapter;
-    }
+    if (!adapter) return NoAdapter();
     if (!params) return kNoAdapter;
     SetNoRebootRequired(1);
     uint32_t rc = CheckWritable(adapter);

@@ -191,10 +191,7 @@ uint32_t WriteWholeImage(SDMDevice *d, std::vector<uint8_t> &image, bool restore
 // also resets the boot settings.
 uint32_t LoadDefaults(SDMDevice *d, bool identityOnly) {
     ClearConfigErrorText();
-    if (!d) {
-        SetConfigErrorText("No compatible HBA(s) found in current system !");
-        return kNoAdapter;
-    }
+    if (!d) return NoAdapter();
     if (isVirtualPortHBA(d)) {
         const uint8_t *w = d->DevicePortProperty.WWPN;
         SetConfigErrorText("Option not supported with NPIV port (WWPN %02x:%02x:%02x:%02x:%02x:%02x:%02x:%02x)!", w[0],
@@ -245,6 +242,21 @@ uint32_t GlobalNvramRegionSize(const SDMDevice *d) {
 }  // namespace
 
 namespace vt::config {
+
+uint32_t ReadInputFile(const SDMDevice *device, const char *file, std::vector<uint8_t> &data) {
+    ClearConfigErrorText();
+    if (!device) return NoAdapter();
+    if (uint32_t rc = CheckWritable(device)) return rc;
+    std::string text;
+    // An image file is at most 512 bytes: reading a little more tells a
+    // larger file apart.
+    if (!file || !ReadWholeFile(file, text, 4096)) {
+        SetConfigErrorText("Unable to open file '%s' for reading!", file ? file : "");
+        return 2;
+    }
+    data.assign(text.begin(), text.end());
+    return kOk;
+}
 
 uint32_t OemOfDevice(const SDMDevice *device) {
     const uint32_t oem = OemForSubsystemVendor(device->DeviceChipProperty.SubVendorID);
@@ -320,10 +332,7 @@ VTAPI_EXPORT uint32_t GetNVRamTemplatesDir(const SDMDevice *adapter, char *path,
 
 VTAPI_EXPORT uint32_t LoadHBAParametersFromTemplateFile(SDMDevice *adapter, uint32_t oem) {
     ClearConfigErrorText();
-    if (!adapter) {
-        SetConfigErrorText("No compatible HBA(s) found in current system !");
-        return kNoAdapter;
-    }
+    if (!adapter) return NoAdapter();
     const uint32_t chip = CoreGetISPType(adapter);
     const bool allowed = OemAllowedForChip(chip, oem) && (oem != 0 || TarnPreferenceGetKeyValue(kOemZeroPreference, 0) != 0);
     if (!allowed) {
@@ -407,10 +416,7 @@ VTAPI_EXPORT uint32_t SaveNVRAMToBinaryFile(const char *file, const uint8_t *ima
 
 VTAPI_EXPORT uint32_t SaveSingleAdapterNVRAMToBinaryFile(SDMDevice *adapter, const char *file) {
     ClearConfigErrorText();
-    if (!adapter) {
-        SetConfigErrorText("No compatible HBA(s) found in current system !");
-        return kNoAdapter;
-    }
+    if (!adapter) return NoAdapter();
     if (isVirtualPortHBA(adapter)) return CheckWritable(adapter);
     Progress("Saving current HBA Parameters of HBA %u to file %s...", adapter->Instance, file ? file : "");
     std::vector<uint8_t> image;
@@ -426,19 +432,9 @@ VTAPI_EXPORT uint32_t SaveSingleAdapterNVRAMToBinaryFile(SDMDevice *adapter, con
 }
 
 VTAPI_EXPORT uint32_t UpdateAdapterNVRAMFromFile(SDMDevice *adapter, const char *file) {
-    ClearConfigErrorText();
     const std::string name = file ? file : "";
-    if (!adapter) {
-        SetConfigErrorText("No compatible HBA(s) found in current system !");
-        return kNoAdapter;
-    }
-    if (uint32_t rc = CheckWritable(adapter)) return rc;
-    std::string data;
-    if (!file || !ReadWholeFile(file, data, 4096)) {
-        SetConfigErrorText("Unable to open file '%s' for reading!", name.c_str());
-        return 2;
-    }
-    std::vector<uint8_t> image(data.begin(), data.end());
+    std::vector<uint8_t> image;
+    if (uint32_t rc = ReadInputFile(adapter, file, image)) return rc;
     std::vector<uint8_t> current;
     if (ReadNvramImage(adapter, 1, current) != SDERR_NONE) {
         SetConfigErrorText("%s", TemplateResultText(kRetrieveFailed, adapter, name).c_str());
@@ -462,21 +458,11 @@ VTAPI_EXPORT uint32_t UpdateAdapterNVRAMFromFile(SDMDevice *adapter, const char 
 }
 
 VTAPI_EXPORT uint32_t UpdateAdapterGlobalNVRAMFromFile(SDMDevice *adapter, const char *file) {
-    ClearConfigErrorText();
-    if (!adapter) {
-        SetConfigErrorText("No compatible HBA(s) found in current system !");
-        return kNoAdapter;
-    }
-    if (uint32_t rc = CheckWritable(adapter)) return rc;
-    std::string data;
-    if (!file || !ReadWholeFile(file, data, 4096)) {
-        SetConfigErrorText("Unable to open file '%s' for reading!", file ? file : "");
-        return 2;
-    }
-    std::vector<uint8_t> image(data.begin(), data.end());
+    std::vector<uint8_t> image;
+    if (uint32_t rc = ReadInputFile(adapter, file, image)) return rc;
     const GlobalImage check = CheckGlobalImage(image, adapter->DevicePortProperty.WWPN);
     if (check == GlobalImage::WrongSize) {
-        SetConfigErrorText("Global NVRAM file must be %zu bytes (%s has %zu)!", kGlobalNvramSize, file, data.size());
+        SetConfigErrorText("Global NVRAM file must be %zu bytes (%s has %zu)!", kGlobalNvramSize, file, image.size());
         return kCorrupted;
     }
     if (check == GlobalImage::BadChecksum) {
@@ -518,10 +504,7 @@ VTAPI_EXPORT uint32_t UpdateAdapterGlobalNVRAMFromFile(SDMDevice *adapter, const
 // it, the others are skipped.
 VTAPI_EXPORT uint32_t DoGlobalNVRAMUpdateAll(const char *file) {
     SDMDeviceList *list = GetDeviceList();
-    if (!list || list->Count == 0) {
-        SetConfigErrorText("No compatible HBA(s) found in current system !");
-        return kNoAdapter;
-    }
+    if (!list || list->Count == 0) return NoAdapter();
     uint32_t result = kInvalidFile;
     std::string messages;
     for (SDMDevice *d = list->First; d; d = d->next) {
