@@ -54,8 +54,8 @@ uint8_t ByteSum(const uint8_t *data, size_t count) {
             even += w & kLow;
             odd += (w >> 8) & kLow;
         }
-        const uint64_t lanes = even + odd;  // each lane below 2 x 256 x 255
-        total += (lanes & 0xFFFF) + ((lanes >> 16) & 0xFFFF) + ((lanes >> 32) & 0xFFFF) + (lanes >> 48);
+        for (const uint64_t lanes : {even, odd})
+            total += (lanes & 0xFFFF) + ((lanes >> 16) & 0xFFFF) + ((lanes >> 32) & 0xFFFF) + (lanes >> 48);
     }
     for (size_t b = words * 8; b < count; ++b)
         total += data[b];

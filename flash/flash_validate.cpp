@@ -792,13 +792,8 @@ VTAPI_EXPORT uint32_t vtfuValidateImageComponents(const uint8_t *image, uint32_t
         const ILT_Region_t *e = vtfuILT_Region_GetRegionByIndex(image, size, uint32_t(i));
         if (e == nullptr)
             return Fail(5);
-        if (!vtfuCardTypeCompare(RegionCardType(*e), cardType))
+        if (!EntryIsForCard(*e, cardType, chipRevision))
             continue;
-        if (const uint32_t st = ValidateImageChipRevision(e, chipRevision); st != 0) {
-            vtfuLogMessage(0, "vtfuValidateImageComponents: region 0x%x not for chip revision 0x%x (%d)",
-                           RegionType(*e), chipRevision, static_cast<int>(st));
-            continue;
-        }
         if (const uint32_t st = ValidateNicComponent(family, image, size, *e, versions); st != 0) {
             vtfuLogMessage(1, "vtfuValidateImageComponents: region 0x%x failed (%d)", RegionType(*e),
                            static_cast<int>(st));
