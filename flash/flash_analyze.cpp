@@ -201,49 +201,6 @@ ImageCheck CheckImageForAdapter(const AdapterFacts &facts, const AdapterEntry *a
     return r;
 }
 
-std::vector<std::string> VersionLines(const VTAPI_FlashImageVersion &v) {
-    std::vector<std::string> lines;
-    auto has = [&](uint32_t bit) { return (v.Present & bit) != 0; };
-    auto three = [&](uint32_t bit, const char *format, const uint8_t *f) {
-        if (has(bit))
-            lines.push_back(Format(format, f[0], f[1], f[2]));
-    };
-    auto four = [&](uint32_t bit, const char *format, const uint8_t *f) {
-        if (has(bit))
-            lines.push_back(Format(format, f[0], f[1], f[2], f[3]));
-    };
-    // Boot code carries major and minor; the third field is printed as 0.
-    auto boot = [&](uint32_t bit, const char *format, const uint8_t *f) {
-        if (has(bit))
-            lines.push_back(Format(format, f[0], f[1], 0));
-    };
-    three(VTAPI_FLASH_HAS_FIRMWARE, "Firmware version: %d.%d.%d", v.Firmware);
-    three(VTAPI_FLASH_HAS_FCOE_FIRMWARE, "FCoE Firmware version: %d.%d.%d", v.FcoeFirmware);
-    boot(VTAPI_FLASH_HAS_BIOS, "BIOS version: %d.%d.%d", v.Bios);
-    boot(VTAPI_FLASH_HAS_FCODE, "FCode version: %d.%d.%d", v.FCode);
-    boot(VTAPI_FLASH_HAS_EFI, "EFI version: %d.%d.%d", v.Efi);
-    boot(VTAPI_FLASH_HAS_BIOS_EXP, "BIOS Exp. version: %d.%d.%d", v.BiosExp);
-    boot(VTAPI_FLASH_HAS_FCODE_EXP, "FCode Exp. version: %d.%d.%d", v.FCodeExp);
-    boot(VTAPI_FLASH_HAS_EFI_EXP, "EFI Exp. version: %d.%d.%d", v.EfiExp);
-    boot(VTAPI_FLASH_HAS_PXE, "PXE version: %d.%d.%d", v.Pxe);
-    four(VTAPI_FLASH_HAS_MPI_FW, "MPI Fw version: %02d.%02d.%02d.%02d", v.MpiFirmware);
-    four(VTAPI_FLASH_HAS_MPI_SOFTROM, "MPI SoftROM version: %02d.%02d.%02d.%02d", v.MpiSoftROM);
-    four(VTAPI_FLASH_HAS_PEP_FW, "PEP Firmware version: %02d.%02d.%02d.%02d", v.PepFirmware);
-    four(VTAPI_FLASH_HAS_PEP_SOFTROM, "PEP SoftROM version: %02d.%02d.%02d.%02d", v.PepSoftROM);
-    three(VTAPI_FLASH_HAS_PEP_BOARD_CFG, "FEP Board Config version: %02d.%02d.%02d", v.PepBoardConfig);
-    three(VTAPI_FLASH_HAS_FC_BOARD_CFG, "FC Board Config version: %02x.%02x.%02x", v.FcBoardConfig);
-    three(VTAPI_FLASH_HAS_FW_PRELOAD, "Fw Preload Area version: %02x.%02x.%02x", v.FwPreload);
-    three(VTAPI_FLASH_HAS_PCIE_SERDES, "PCIe Serdes version: %02d.%02d.%02d", v.PcieSerdes);
-    three(VTAPI_FLASH_HAS_FC_SOFTROM, "FC SoftROM version: %02d.%02d.%02d", v.FcSoftROM);
-    three(VTAPI_FLASH_HAS_SIGNATURE, "Signature Region version: %d.%d.%d", v.SignatureRegion);
-    three(VTAPI_FLASH_HAS_NIC_FW, "NIC Firmware version: %d.%d.%d", v.NicFirmware);
-    three(VTAPI_FLASH_HAS_CRBINIT, "CRBinit version: %d.%d.%d", v.CRBinit);
-    three(VTAPI_FLASH_HAS_PEGTUNE, "Pegtune version: %d.%d.%d", v.Pegtune);
-    three(VTAPI_FLASH_HAS_BOOTLOADER, "Bootloader version: %d.%d.%d", v.Bootloader);
-    three(VTAPI_FLASH_HAS_EDC_FW, "EDC Fw version: %d.%d.%d", v.EdcFirmware);
-    return lines;
-}
-
 }  // namespace vtflash
 
 extern "C" {

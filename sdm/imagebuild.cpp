@@ -645,7 +645,7 @@ size_t ComponentIndex(const MultiImageSpec &spec, uint16_t regionType) {
 }
 
 MultiImageSpec SampleImage(ImageFamily family, const CardEntry &card, size_t componentSize) {
-    const size_t n = RoundUp(std::max<size_t>(componentSize, 512), 4);
+    const size_t n = RoundUp(std::max<size_t>(componentSize, 128), 4);
     MultiImageSpec m;
     m.imageVersion = {3, 4, 5};
     m.buildDate = {2024, 6, 18};
@@ -657,9 +657,14 @@ MultiImageSpec SampleImage(ImageFamily family, const CardEntry &card, size_t com
                    uint16_t chipRevision = 0) {
         m.components.push_back({type, v, cardType, chipRevision, std::move(payload)});
     };
+    // Boot images and headerless components no larger than the firmware.
+    const size_t rom = RoundUp(std::clamp<size_t>(n, 512, 4096), 512);
+    const size_t small = std::min<size_t>(n, 1024);
     auto chain = [&](std::vector<RomImageSpec> images) {
-        for (RomImageSpec &r : images)
+        for (RomImageSpec &r : images) {
             r.deviceId = card.deviceId;
+            r.size = rom;
+        }
         return BuildRomChain(images);
     };
     const std::vector<uint8_t> fcBoot =
@@ -672,39 +677,39 @@ MultiImageSpec SampleImage(ImageFamily family, const CardEntry &card, size_t com
         add(0x01, fw, BuildRiscFirmware(fw, 32, n));
         add(0x07, boot, fcBoot);
         add(0x11, boot, chain({{0, {3, 68, 0}, 0, kVendorId, 0, "", {}}, {3, {7, 35, 0}, 0, kVendorId, 0, "", {}}}));
-        add(0x13, {1, 2, 3}, BuildOpaqueComponent(1024, 0x13));
-        add(0x9E, {1, 0, 7}, BuildSignatureRegion({1, 0, 7}, 1024));
-        add(0xBA, {2, 3, 4}, BuildOpaqueComponent(1024, 0xBA));
-        add(0xCF, {5, 6, 7}, BuildPepBoardConfig({5, 6, 7, 8}, 256));
+        add(0x13, {1, 2, 3}, BuildOpaqueComponent(small, 0x13));
+        add(0x9E, {1, 0, 7}, BuildSignatureRegion({1, 0, 7}, std::max<size_t>(small, 392)));
+        add(0xBA, {2, 3, 4}, BuildOpaqueComponent(small, 0xBA));
+        add(0xCF, {5, 6, 7}, BuildPepBoardConfig({5, 6, 7, 8}, small));
         add(0xD1, {1, 2, 3}, BuildPepComponent({1, 2, 3, 4}, n), 1);
         add(0xD2, {1, 2, 4}, BuildPepComponent({1, 2, 4, 5}, n));
         add(0xD3, {2, 1, 9}, BuildFcMpiFirmware({2, 1, 9}, n));
         add(0x101, {2, 1, 8}, BuildFcMpiFirmware({2, 1, 8}, n));
-        add(0x102, {0, 4, 2}, BuildOpaqueComponent(512, 0x102));
-        add(0x103, {1, 1, 1}, BuildOpaqueComponent(512, 0x103));
-        add(0x14, {}, BuildOpaqueComponent(512, 0x14));
-        add(0x95, {}, BuildOpaqueComponent(512, 0x95));
+        add(0x102, {0, 4, 2}, BuildOpaqueComponent(small, 0x102));
+        add(0x103, {1, 1, 1}, BuildOpaqueComponent(small, 0x103));
+        add(0x14, {}, BuildOpaqueComponent(small, 0x14));
+        add(0x95, {}, BuildOpaqueComponent(small, 0x95));
         break;
     case ImageFamily::kWren:
         add(0x01, fw, BuildRiscFirmware(fw, 64, n));
         add(0x07, boot, fcBoot);
-        add(0x9E, {1, 0, 7}, BuildSignatureRegion({1, 0, 7}, 1024));
+        add(0x9E, {1, 0, 7}, BuildSignatureRegion({1, 0, 7}, std::max<size_t>(small, 392)));
         add(0xD1, {1, 2, 3}, BuildPepComponent({1, 2, 3, 4}, n), 1);
         add(0xD2, {1, 2, 4}, BuildPepComponent({1, 2, 4, 5}, n));
         add(0xD3, {2, 1, 9}, BuildFcMpiFirmware({2, 1, 9}, n));
         add(0xE1, {2, 1, 9}, BuildFcMpiFirmware({2, 1, 9}, n));
-        add(0x66, {1, 0, 0}, BuildOpaqueComponent(512, 0x66));
-        add(0x16, {}, BuildOpaqueComponent(512, 0x16));
+        add(0x66, {1, 0, 0}, BuildOpaqueComponent(small, 0x66));
+        add(0x16, {}, BuildOpaqueComponent(small, 0x16));
         break;
     case ImageFamily::kOtherFc:
         add(0x01, fw, BuildRiscFirmware(fw, 8, n));
         add(0x07, boot, fcBoot);
         add(0x11, boot, chain({{0, {3, 68, 0}, 0, kVendorId, 0, "", {}}}));
-        add(0x9E, {1, 0, 7}, BuildSignatureRegion({1, 0, 7}, 1024));
-        add(0x13, {1, 2, 3}, BuildOpaqueComponent(1024, 0x13));
-        add(0xBA, {2, 3, 4}, BuildOpaqueComponent(1024, 0xBA));
-        add(0x102, {0, 4, 2}, BuildOpaqueComponent(512, 0x102));
-        add(0x14, {}, BuildOpaqueComponent(512, 0x14));
+        add(0x9E, {1, 0, 7}, BuildSignatureRegion({1, 0, 7}, std::max<size_t>(small, 392)));
+        add(0x13, {1, 2, 3}, BuildOpaqueComponent(small, 0x13));
+        add(0xBA, {2, 3, 4}, BuildOpaqueComponent(small, 0xBA));
+        add(0x102, {0, 4, 2}, BuildOpaqueComponent(small, 0x102));
+        add(0x14, {}, BuildOpaqueComponent(small, 0x14));
         break;
     case ImageFamily::kTern:
     case ImageFamily::kOrla:
@@ -715,27 +720,27 @@ MultiImageSpec SampleImage(ImageFamily family, const CardEntry &card, size_t com
         add(0x07, boot, fcBoot);
         add(0x2E, {2, 10, 0}, pxeBoot);
         add(0x40, {1, 5, 2}, BuildNicMpiFirmware({1, 5, 2}, n));
-        add(0x41, {1, 0, 0}, BuildMpiConfig(2048));
+        add(0x41, {1, 0, 0}, BuildMpiConfig(std::clamp<size_t>(n, 1280, 2048)));
         add(0x45, {3, 1, 4}, BuildEdcFirmware({3, 1, 4}, n));
         add(0x4F, {4, 2, 0}, chain({{0, {4, 2, 0}, 0, kVendorId, 0, "", {}}}));
-        add(0x70, {1, 1, 1}, BuildTrailerComponent(kCrbinitSignature, {1, 1, 1}, 1024));
-        add(0x71, {1, 0, 0}, BuildOpaqueComponent(512, 0x71));
-        add(0x72, {1, 1, 2}, BuildTrailerComponent(kBootloaderSignature, {1, 1, 2}, 1024));
-        add(0x73, {1, 1, 3}, BuildTrailerComponent(kPegtuneSignature, {1, 1, 3}, 1024));
+        add(0x70, {1, 1, 1}, BuildTrailerComponent(kCrbinitSignature, {1, 1, 1}, small));
+        add(0x71, {1, 0, 0}, BuildOpaqueComponent(small, 0x71));
+        add(0x72, {1, 1, 2}, BuildTrailerComponent(kBootloaderSignature, {1, 1, 2}, small));
+        add(0x73, {1, 1, 3}, BuildTrailerComponent(kPegtuneSignature, {1, 1, 3}, small));
         if (family == ImageFamily::kTern)
             add(0x74, {5, 4, 3}, BuildNicFirmware({5, 4, 3}, n), 0, 0x54);
         else
             add(0x97, {5, 4, 3}, BuildNicFirmware({5, 4, 3}, n));
-        add(0x81, {}, BuildOpaqueComponent(512, 0x81));
+        add(0x81, {}, BuildOpaqueComponent(small, 0x81));
         add(0xA2, boot, fcBoot);
         add(0xA4, fw, BuildRiscFirmware(fw, 16, n));
         if (orla) {
-            add(0x14, {}, BuildOpaqueComponent(512, 0x14));
-            add(0x16, {}, BuildOpaqueComponent(512, 0x16));
+            add(0x14, {}, BuildOpaqueComponent(small, 0x14));
+            add(0x16, {}, BuildOpaqueComponent(small, 0x16));
         }
         if (tove) {
-            add(0xA3, {}, BuildOpaqueComponent(512, 0xA3));
-            add(0xB1, {}, BuildOpaqueComponent(512, 0xB1));
+            add(0xA3, {}, BuildOpaqueComponent(small, 0xA3));
+            add(0xB1, {}, BuildOpaqueComponent(small, 0xB1));
         }
         break;
     }

@@ -236,7 +236,8 @@ enum class ImageFamily { kKite, kWren, kOtherFc, kTern, kOrla, kTove };
 // the Tern firmware (0x74), which is for chip revision 0x54 (the NIC
 // families also need a non-zero adapter revision).  The card is listed for
 // card type 1 and in the default list, in that order.  componentSize sizes
-// the firmware-like components.
+// the firmware-like components (at least 128 bytes), and bounds the boot
+// images (512 bytes to 4 KiB) and the smaller components (1 KiB at most).
 MultiImageSpec SampleImage(ImageFamily family, const CardEntry &card, size_t componentSize = 4096);
 // Index of the first component of the type in the spec, or npos.
 size_t ComponentIndex(const MultiImageSpec &spec, uint16_t regionType);
