@@ -103,7 +103,7 @@ void BM_Memcpy(benchmark::State &state) {
     }
     state.SetBytesProcessed(int64_t(state.iterations()) * int64_t(src.size()));
 }
-BENCHMARK(BM_Memcpy)->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_Memcpy)->Unit(benchmark::kMillisecond)->UseRealTime();
 
 void BM_ValidateImage(benchmark::State &state) {
     const Bytes &file = File().bytes;
@@ -124,7 +124,7 @@ void BM_ValidateImage(benchmark::State &state) {
     }
     state.SetBytesProcessed(int64_t(state.iterations()) * int64_t(file.size()));
 }
-BENCHMARK(BM_ValidateImage)->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_ValidateImage)->Unit(benchmark::kMillisecond)->UseRealTime();
 
 void BM_AnalyzeFile(benchmark::State &state) {
     const Bytes &file = File().bytes;
@@ -145,7 +145,7 @@ void BM_AnalyzeFile(benchmark::State &state) {
     unlink(path);
     state.SetBytesProcessed(int64_t(state.iterations()) * int64_t(file.size()));
 }
-BENCHMARK(BM_AnalyzeFile)->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_AnalyzeFile)->Unit(benchmark::kMillisecond)->UseRealTime();
 
 }  // namespace
 

@@ -1,8 +1,14 @@
 // A flash image file checked against an adapter of the host: the file is
-// read whole, a PLDM package header is skipped, the family's checks run on
+// taken whole, a PLDM package header is skipped, the family's checks run on
 // the multi-image container, and the regions meant for the card are compared
 // with the adapter's flash layout.  Messages for the user go to scfxPrint,
 // or as an XML status message in XML mode.
+#include <fcntl.h>
+#include <sys/mman.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
 #include <cstdarg>
 #include <cstdio>
 #include <cstring>
@@ -55,6 +61,73 @@ void Report(uint32_t status, const std::string &line) {
 // Component validators answer a count or the complement of a small code
 // (or -1 when an entry could not be read).
 bool IsFailure(uint32_t result) { return result > 0xFFFF; }
+
+// The first `size` bytes of a file.  A regular file is mapped (read-only,
+// its pages populated at once), anything else is read into memory.
+class FileBytes {
+public:
+    enum Status { kLoaded, kShort, kNoMemory };
+
+    FileBytes() = default;
+    FileBytes(const FileBytes &) = delete;
+    FileBytes &operator=(const FileBytes &) = delete;
+    ~FileBytes() {
+        if (map_ != nullptr)
+            munmap(map_, size_);
+    }
+
+    Status Load(const char *path, uint32_t size) {
+        const int fd = open(path, O_RDONLY | O_CLOEXEC);
+        if (fd < 0)
+            return kShort;
+        const Status status = LoadFrom(fd, size);
+        close(fd);
+        return status;
+    }
+    Bytes bytes() const { return Bytes(data_, size_); }
+
+private:
+    Status LoadFrom(int fd, uint32_t size) {
+        struct stat st {};
+        if (fstat(fd, &st) != 0)
+            return kShort;
+        if (S_ISREG(st.st_mode)) {
+            if (uint64_t(st.st_size) < size)
+                return kShort;
+            if (size == 0)
+                return kLoaded;
+            void *map = mmap(nullptr, size, PROT_READ, MAP_PRIVATE | MAP_POPULATE, fd, 0);
+            if (map != MAP_FAILED) {
+                map_ = map;
+                data_ = static_cast<const uint8_t *>(map);
+                size_ = size;
+                return kLoaded;
+            }
+            if (errno == ENOMEM)
+                return kNoMemory;
+        }
+        owned_.reset(new (std::nothrow) uint8_t[size ? size : 1]);
+        if (!owned_)
+            return kNoMemory;
+        size_t got = 0;
+        while (got < size) {
+            const ssize_t n = read(fd, owned_.get() + got, size - got);
+            if (n < 0 && errno == EINTR)
+                continue;
+            if (n <= 0)
+                return kShort;
+            got += size_t(n);
+        }
+        data_ = owned_.get();
+        size_ = size;
+        return kLoaded;
+    }
+
+    void *map_ = nullptr;
+    std::unique_ptr<uint8_t[]> owned_;
+    const uint8_t *data_ = nullptr;
+    uint32_t size_ = 0;
+};
 
 bool IsNicFamily(uint16_t did) { return vt::ids::IsTern(did) || vt::ids::IsOrla(did) || vt::ids::IsTove(did); }
 
@@ -255,18 +328,17 @@ VTAPI_EXPORT uint32_t AnalyzeFlashImageFile(const AdapterEntry *adapter, const c
         return FLASH_ST_NO_ADAPTER;
     TarnLogMessage(VT_MSG_DEBUG, "AnalyzeFlashImageFile: subsysVendorId=0x%X subsysDeviceId = 0x%X  Chip Rev= 0x%x",
                    facts->subVendorId, facts->subSystemId, facts->chipRevision);
-    std::unique_ptr<FILE, decltype(&std::fclose)> file(std::fopen(path, "rb"), &std::fclose);
-    std::unique_ptr<uint8_t[]> buffer(new (std::nothrow) uint8_t[size ? size : 1]);
-    if (!buffer) {
+    FileBytes file;
+    const FileBytes::Status loaded = file.Load(path, size);
+    if (loaded == FileBytes::kNoMemory) {
         Report(FLASH_ST_NO_MEMORY, "Unable to allocate memory for read buffer!");
         return FLASH_ST_NO_MEMORY;
     }
-    if (!file || std::fread(buffer.get(), 1, size, file.get()) < size) {
+    if (loaded == FileBytes::kShort) {
         Report(FLASH_ST_CORRUPTED, Format("Selected file (%s) appears to be corrupted!", path));
         return FLASH_ST_CORRUPTED;
     }
-    file.reset();
-    Bytes mbi(buffer.get(), size);
+    Bytes mbi = file.bytes();
     if (const std::optional<PldmPackage> pldm = ParsePldmPackage(mbi)) {
         TarnLogMessage(VT_MSG_DEBUG, "AnalyzeFlashImageFile: PLDM Header size=0x%x (%d)", pldm->headerSize,
                        static_cast<int>(pldm->headerSize));
@@ -279,9 +351,9 @@ VTAPI_EXPORT uint32_t AnalyzeFlashImageFile(const AdapterEntry *adapter, const c
     }
     if (!bXmlOutPut)
         scfxPrint("Analyzing flash image file..., ");
-    const std::vector<uint8_t> copy(mbi.begin(), mbi.end());
+    // The checks only read, so the file's bytes serve as they are.
     VTAPI_FlashImageVersion versions{};
-    const ImageCheck check = CheckFcImage(*facts, adapter, copy, &versions);
+    const ImageCheck check = CheckFcImage(*facts, adapter, mbi, &versions);
     if (check.stage == ImageCheck::kHeader) {
         Inform("");
         return check.status;
@@ -297,8 +369,8 @@ VTAPI_EXPORT uint32_t AnalyzeFlashImageFile(const AdapterEntry *adapter, const c
                Format("Flash image file %s holds a component that failed validation (0x%x)!", path, check.status));
         return VTAPI_UPDATE_ERROR_VALIDATE_FLASH_IMAGE_COMPONENTS;
     }
-    HowManyImagesForCardTypeGeneric(copy.data(), uint32_t(copy.size()), check.cardType, facts->chipRevision);
-    const uint32_t layout = ReadFlashImageILT(adapter, copy.data(), uint32_t(copy.size()), check.cardType);
+    HowManyImagesForCardTypeGeneric(mbi.data(), uint32_t(mbi.size()), check.cardType, facts->chipRevision);
+    const uint32_t layout = ReadFlashImageILT(adapter, mbi.data(), uint32_t(mbi.size()), check.cardType);
     if (layout == 0) {
         Inform(Format("Flash image file %s is compatible with HBA %u (%s)", path, facts->instance, facts->model.c_str()));
         return 0;
