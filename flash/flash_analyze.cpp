@@ -129,6 +129,13 @@ private:
     uint32_t size_ = 0;
 };
 
+// The outcome once the component check has answered.
+ImageCheck AfterComponents(ImageCheck r, uint32_t result) {
+    r.stage = IsFailure(result) ? ImageCheck::kComponents : ImageCheck::kPassed;
+    r.status = IsFailure(result) ? result : 0;
+    return r;
+}
+
 bool IsNicFamily(uint16_t did) { return vt::ids::IsTern(did) || vt::ids::IsOrla(did) || vt::ids::IsTove(did); }
 
 // Regions of the image meant for the card against the adapter's layout
@@ -220,15 +227,7 @@ ImageCheck CheckFcImage(const AdapterFacts &facts, const AdapterEntry *adapter, 
     auto *validate = facts.ispType == kIspWren   ? ValidateWrenImageComponents
                      : facts.ispType == kIspKite ? ValidateKiteImageComponents
                                                  : ValidateGenericImageComponents;
-    const uint32_t result = validate(mbi.data(), size, versions, r.cardType, adapter);
-    if (IsFailure(result)) {
-        r.stage = ImageCheck::kComponents;
-        r.status = result;
-        return r;
-    }
-    r.stage = ImageCheck::kPassed;
-    r.status = 0;
-    return r;
+    return AfterComponents(r, validate(mbi.data(), size, versions, r.cardType, adapter));
 }
 
 ImageCheck CheckNicImage(const AdapterFacts &facts, Bytes mbi, VTAPI_FlashImageVersion *versions) {
@@ -251,16 +250,8 @@ ImageCheck CheckNicImage(const AdapterFacts &facts, Bytes mbi, VTAPI_FlashImageV
                                                                           facts.subSystemId, facts.subVendorId)
                      : vtfuILT_CardTypeList_GetMyCardTypeFromCardList(mbi.data(), size, facts.deviceId,
                                                                       facts.subSystemId, facts.subVendorId);
-    const uint32_t result =
-        vtfuValidateImageComponents(mbi.data(), size, facts.deviceId, r.cardType, facts.chipRevision, versions);
-    if (IsFailure(result)) {
-        r.stage = ImageCheck::kComponents;
-        r.status = result;
-        return r;
-    }
-    r.stage = ImageCheck::kPassed;
-    r.status = 0;
-    return r;
+    return AfterComponents(
+        r, vtfuValidateImageComponents(mbi.data(), size, facts.deviceId, r.cardType, facts.chipRevision, versions));
 }
 
 ImageCheck CheckImageForAdapter(const AdapterFacts &facts, const AdapterEntry *adapter, Bytes mbi,

@@ -31,6 +31,23 @@ uint32_t CopyEdcHeader(const char *name, const uint8_t *image, uint32_t size, co
     return VTFU_OK;
 }
 
+// EDC and MPI firmware headers: the EDC signature where asked, the type
+// word, and the version of the region entry.
+uint32_t ValidateEdcLike(const char *name, const VTFU_EdcFirmwareHeader *header, const ILT_Region_t *entry,
+                         bool signature, uint32_t type) {
+    if (header == nullptr)
+        return 0;
+    if (signature && Le32(header->Signature) != VTFU_EDC_SIGNATURE) {
+        vtfuLogMessage(1, "%s: Signature mismatch (0x%08x)", name, Le32(header->Signature));
+        return 0;
+    }
+    if (Be32(header->Type) != type || !VersionMatches(header->Version + 1, entry)) {
+        vtfuLogMessage(1, "%s: header does not match its region entry", name);
+        return 0;
+    }
+    return 1;
+}
+
 // The trailer of a component: signature, version, and a zero 32-bit sum
 // over the whole component.
 uint32_t ValidateTrailer(const char *name, uint32_t signature, const uint8_t *component, uint32_t length,
@@ -133,17 +150,7 @@ VTAPI_EXPORT uint32_t vtfuGetEdcFirmwareHeader(const uint8_t *image, uint32_t si
 }
 
 VTAPI_EXPORT uint32_t vtfuValidateEdcFirmware(const VTFU_EdcFirmwareHeader *header, const ILT_Region_t *entry) {
-    if (header == nullptr)
-        return 0;
-    if (Le32(header->Signature) != VTFU_EDC_SIGNATURE) {
-        vtfuLogMessage(1, "vtfuValidateEdcFirmware: Signature mismatch (0x%08x)", Le32(header->Signature));
-        return 0;
-    }
-    if (Be32(header->Type) != VTFU_EDC_TYPE || !VersionMatches(header->Version + 1, entry)) {
-        vtfuLogMessage(1, "vtfuValidateEdcFirmware: header does not match its region entry");
-        return 0;
-    }
-    return 1;
+    return ValidateEdcLike("vtfuValidateEdcFirmware", header, entry, true, VTFU_EDC_TYPE);
 }
 
 VTAPI_EXPORT uint32_t vtfuGetMpiFirmwareHeader(const uint8_t *image, uint32_t size, const ILT_Region_t *entry,
@@ -152,13 +159,7 @@ VTAPI_EXPORT uint32_t vtfuGetMpiFirmwareHeader(const uint8_t *image, uint32_t si
 }
 
 VTAPI_EXPORT uint32_t vtfuValidateMpiFirmware(const VTFU_EdcFirmwareHeader *header, const ILT_Region_t *entry) {
-    if (header == nullptr)
-        return 0;
-    if (Be32(header->Type) != VTFU_MPI_TYPE || !VersionMatches(header->Version + 1, entry)) {
-        vtfuLogMessage(1, "vtfuValidateMpiFirmware: header does not match its region entry");
-        return 0;
-    }
-    return 1;
+    return ValidateEdcLike("vtfuValidateMpiFirmware", header, entry, false, VTFU_MPI_TYPE);
 }
 
 VTAPI_EXPORT uint32_t vtfuValidateMpiConfigParamImage(const uint8_t *image, uint32_t size, const ILT_Region_t *entry) {

@@ -16,48 +16,48 @@ uint64_t Load64(const uint8_t *p) {
     return v;  // the host is little-endian, as the formats are
 }
 
-// Sum of `words` little-endian 16-bit words, modulo 2^16.
-uint16_t WordSum16(const uint8_t *data, uint32_t words) {
-    constexpr uint64_t kLow = 0x0000FFFF0000FFFFull;
+// Sum of the Lane-bit values in `words` 64-bit words, taken as lanes of
+// twice that width (the values at even and at odd positions apart), folded
+// before any lane can overflow.
+template <unsigned Lane>
+uint64_t LaneSum(const uint8_t *data, size_t words) {
+    constexpr unsigned kWide = 2 * Lane;
+    constexpr uint64_t kWideMask = (uint64_t(1) << kWide) - 1;
+    constexpr uint64_t kValueMask = (uint64_t(1) << Lane) - 1;
+    uint64_t mask = 0;
+    for (unsigned at = 0; at < 64; at += kWide)
+        mask |= kValueMask << at;
+    // A wide lane takes at most 2^Lane - 1 a step.
+    constexpr size_t kFoldEvery = size_t(1) << Lane;
     uint64_t total = 0;
-    uint32_t i = 0;
-    const uint32_t quads = words / 4;
-    while (i < quads) {
-        // Two 32-bit lanes per accumulator, each adding at most 0xFFFF a
-        // step: fold well before 2^16 steps.
-        const uint32_t stop = quads - i > 32768 ? i + 32768 : quads;
+    size_t i = 0;
+    while (i < words) {
+        const size_t stop = words - i > kFoldEvery ? i + kFoldEvery : words;
         uint64_t even = 0, odd = 0;
         for (; i < stop; ++i) {
-            const uint64_t w = Load64(data + size_t(i) * 8);
-            even += w & kLow;
-            odd += (w >> 16) & kLow;
+            const uint64_t w = Load64(data + i * 8);
+            even += w & mask;
+            odd += (w >> Lane) & mask;
         }
-        total += (even & 0xFFFFFFFF) + (even >> 32) + (odd & 0xFFFFFFFF) + (odd >> 32);
+        for (const uint64_t lanes : {even, odd})
+            for (unsigned at = 0; at < 64; at += kWide)
+                total += (lanes >> at) & kWideMask;
     }
-    for (uint32_t w = quads * 4; w < words; ++w)
+    return total;
+}
+
+// Sum of `words` little-endian 16-bit words, modulo 2^16.
+uint16_t WordSum16(const uint8_t *data, uint32_t words) {
+    uint64_t total = LaneSum<16>(data, words / 4);
+    for (uint32_t w = words / 4 * 4; w < words; ++w)
         total += vtflash::Le16(data + size_t(w) * 2);
     return static_cast<uint16_t>(total);
 }
 
 // Sum of `count` bytes, modulo 256.
 uint8_t ByteSum(const uint8_t *data, size_t count) {
-    constexpr uint64_t kLow = 0x00FF00FF00FF00FFull;
-    uint64_t total = 0;
-    size_t i = 0;
-    const size_t words = count / 8;
-    while (i < words) {
-        // 16-bit lanes add at most 0xFF a step: fold every 256 steps.
-        const size_t stop = words - i > 256 ? i + 256 : words;
-        uint64_t even = 0, odd = 0;
-        for (; i < stop; ++i) {
-            const uint64_t w = Load64(data + i * 8);
-            even += w & kLow;
-            odd += (w >> 8) & kLow;
-        }
-        for (const uint64_t lanes : {even, odd})
-            total += (lanes & 0xFFFF) + ((lanes >> 16) & 0xFFFF) + ((lanes >> 32) & 0xFFFF) + (lanes >> 48);
-    }
-    for (size_t b = words * 8; b < count; ++b)
+    uint64_t total = LaneSum<8>(data, count / 8);
+    for (size_t b = count / 8 * 8; b < count; ++b)
         total += data[b];
     return static_cast<uint8_t>(total);
 }

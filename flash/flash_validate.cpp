@@ -8,6 +8,7 @@
 #include <array>
 #include <cstring>
 #include <iterator>
+#include <span>
 
 #include "flash_image.h"
 #include "idtable.h"
@@ -29,7 +30,6 @@ constexpr uint32_t kAnyRevisionRegions[] = {
     0xBA, 0xCF, 0xD1, 0xD2, 0xD3, 0xD4, 0xD6, 0xE1, 0xE5, 0x101, 0x102, 0x103, 0x10C, 0x10E, 0x110, 0x112};
 // Region codes the FC validators know but do not check.
 constexpr uint32_t kUncheckedFcRegions[] = {0x14, 0x16, 0x67, 0x95, 0x96, 0xD4, 0xD6};
-constexpr uint32_t kKiteFirmwareAttributes[] = {32, 16, 64, 128};
 constexpr uint32_t kRevisionTernB0 = 0x54;
 constexpr uint32_t kRevisionFirstNicFw = 0x58;
 constexpr size_t kSignatureBlock = 392;
@@ -58,7 +58,7 @@ void Set(uint8_t *dst, uint8_t a, uint8_t b, uint8_t c, uint8_t d = 0) {
 }
 
 void SetFromEntry(VTAPI_FlashImageVersion *v, uint8_t *dst, uint32_t bit, const ILT_Region_t &e) {
-    if (v == nullptr)
+    if (v == nullptr || dst == nullptr)
         return;
     Set(dst, e.Version[0], e.Version[1], e.Version[2]);
     v->Present |= bit;
@@ -115,14 +115,13 @@ bool Present(const std::optional<Bytes> &c) { return c && !c->empty(); }
 
 // RISC firmware whose attribute word is one of `allowed`.
 uint32_t CheckFirmware(const char *name, const uint8_t *image, uint32_t size, const ILT_Region_t &e,
-                       std::initializer_list<uint32_t> allowed, uint8_t *dst, VTAPI_FlashImageVersion *v,
-                       uint32_t bit) {
+                       std::span<const uint32_t> allowed, uint8_t *dst, VTAPI_FlashImageVersion *v, uint32_t bit) {
     VTFU_RiscFirmwareHeader h;
     if (vtfuGetFirmwareHeader(image, size, &e, &h) != VTFU_OK)
         return Fail(8);
     vtfuPrintFirmwareHeader(&h);
     const uint32_t attribute = Be32(h.Attributes);
-    if (std::find(allowed.begin(), allowed.end(), attribute) == allowed.end()) {
+    if (attribute == 0 || std::find(allowed.begin(), allowed.end(), attribute) == allowed.end()) {
         TarnLogMessage(VT_MSG_DEBUG, "%s: Unknown firmware supported value!", name);
         return Fail(8);
     }
@@ -150,7 +149,7 @@ uint32_t CheckVersionAt(const std::optional<Bytes> &c, size_t end, uint32_t code
                         uint8_t *dst, VTAPI_FlashImageVersion *v, uint32_t bit) {
     if (!c || c->size() < end)
         return Fail(code);
-    if (v != nullptr) {
+    if (v != nullptr && dst != nullptr) {
         Set(dst, (*c)[at[0]], (*c)[at[1]], (*c)[at[2]], fields > 3 ? (*c)[at[3]] : 0);
         v->Present |= bit;
     }
@@ -177,6 +176,97 @@ uint32_t CheckSignature(const std::optional<Bytes> &c, uint32_t code, VTAPI_Flas
         Le32(c->data() + kSignatureTail) == VTFU_KITE_SIGNATURE) {
         Set(v->SignatureRegion, version[0], version[1], version[2]);
         v->Present |= VTAPI_FLASH_HAS_SIGNATURE;
+    }
+    return VTFU_OK;
+}
+
+// ------------------------------------------- component checks of FC chips
+
+enum class FcCheck { kFirmware, kBoot, kBootExpansion, kPresent, kPepBoard, kPep, kMpi, kSignature, kNone };
+using V = VTAPI_FlashImageVersion;
+using VersionField = uint8_t (V::*)[4];
+
+// How a validator checks one region code: the check, the code whose
+// complement a failure returns, where the version goes, and for firmware
+// the attribute words it accepts (0 ends the list).
+struct FcRule {
+    uint32_t code;
+    FcCheck check;
+    uint32_t failure;
+    VersionField field;
+    uint32_t bit;
+    std::array<uint32_t, 4> attributes;
+};
+
+// The Kite family (ValidateGenericImages).
+const FcRule kKiteRules[] = {
+    {0x01, FcCheck::kFirmware, 8, &V::Firmware, VTAPI_FLASH_HAS_FIRMWARE, {32, 16, 64, 128}},
+    {0x07, FcCheck::kBoot, 7, nullptr, 0, {}},
+    {0x11, FcCheck::kBootExpansion, 7, nullptr, 0, {}},
+    {0x13, FcCheck::kPresent, 37, &V::FwPreload, VTAPI_FLASH_HAS_FW_PRELOAD, {}},
+    {0x9E, FcCheck::kSignature, 35, nullptr, 0, {}},
+    {0xBA, FcCheck::kPresent, 38, &V::FcBoardConfig, VTAPI_FLASH_HAS_FC_BOARD_CFG, {}},
+    {0xCF, FcCheck::kPepBoard, 39, &V::PepBoardConfig, VTAPI_FLASH_HAS_PEP_BOARD_CFG, {}},
+    {0xD1, FcCheck::kPep, 32, &V::PepFirmware, VTAPI_FLASH_HAS_PEP_FW, {}},
+    {0xD2, FcCheck::kPep, 30, &V::PepSoftROM, VTAPI_FLASH_HAS_PEP_SOFTROM, {}},
+    {0xD3, FcCheck::kMpi, 36, &V::MpiFirmware, VTAPI_FLASH_HAS_MPI_FW, {}},
+    {0x101, FcCheck::kMpi, 40, &V::MpiSoftROM, VTAPI_FLASH_HAS_MPI_SOFTROM, {}},
+    {0x102, FcCheck::kPresent, 41, &V::PcieSerdes, VTAPI_FLASH_HAS_PCIE_SERDES, {}},
+    {0x103, FcCheck::kPresent, 42, &V::FcSoftROM, VTAPI_FLASH_HAS_FC_SOFTROM, {}},
+};
+
+// The Wren family (ValidateWrenImages).
+const FcRule kWrenRules[] = {
+    {0x01, FcCheck::kFirmware, 8, &V::Firmware, VTAPI_FLASH_HAS_FIRMWARE, {VTFU_FW_ATTR_WREN}},
+    {0x07, FcCheck::kBoot, 7, nullptr, 0, {}},
+    {0x9E, FcCheck::kSignature, 4, nullptr, 0, {}},
+    {0xD1, FcCheck::kPep, 32, &V::PepFirmware, VTAPI_FLASH_HAS_PEP_FW, {}},
+    {0xD2, FcCheck::kPep, 32, &V::PepSoftROM, VTAPI_FLASH_HAS_PEP_SOFTROM, {}},
+    {0xD3, FcCheck::kMpi, 7, &V::MpiFirmware, VTAPI_FLASH_HAS_MPI_FW, {}},
+    {0xE1, FcCheck::kMpi, 7, &V::MpiFirmware, VTAPI_FLASH_HAS_MPI_FW, {}},
+    {0x66, FcCheck::kPresent, 33, nullptr, 0, {}},
+};
+
+// The other FC chips (ValidateImages), which refuse any code not listed.
+const FcRule kOtherFcRules[] = {
+    {0x01, FcCheck::kFirmware, 8, &V::Firmware, VTAPI_FLASH_HAS_FIRMWARE, {VTFU_FW_ATTR_GENERIC}},
+    {0x07, FcCheck::kBoot, 7, nullptr, 0, {}},
+    {0x11, FcCheck::kBootExpansion, 7, nullptr, 0, {}},
+    {0x9E, FcCheck::kSignature, 5, nullptr, 0, {}},
+    {0x13, FcCheck::kPresent, 5, &V::FwPreload, VTAPI_FLASH_HAS_FW_PRELOAD, {}},
+    {0xBA, FcCheck::kPresent, 5, &V::FcBoardConfig, VTAPI_FLASH_HAS_FC_BOARD_CFG, {}},
+    {0x102, FcCheck::kPresent, 5, &V::PcieSerdes, VTAPI_FLASH_HAS_PCIE_SERDES, {}},
+    {0x14, FcCheck::kNone, 0, nullptr, 0, {}},
+    {0x16, FcCheck::kNone, 0, nullptr, 0, {}},
+};
+
+uint32_t ValidateFcRegion(const char *name, std::span<const FcRule> rules, bool refuseUnknown, const uint8_t *image,
+                          uint32_t size, const ILT_Region_t *entry, VTAPI_FlashImageVersion *v) {
+    if (entry == nullptr)
+        return Fail(5);
+    const ILT_Region_t &e = *entry;
+    const uint32_t code = RegionType(e);
+    const auto rule = std::find_if(rules.begin(), rules.end(), [code](const FcRule &r) { return r.code == code; });
+    if (rule == rules.end()) {
+        if (refuseUnknown || !Contains(kUncheckedFcRegions, code))
+            TarnLogMessage(VT_MSG_DEBUG, "%s: Unrecognized Image Type... 0x%x", name, code);
+        return refuseUnknown ? Fail(1) : VTFU_OK;
+    }
+    const std::optional<Bytes> c = image != nullptr ? Component(Bytes(image, size), entry) : std::nullopt;
+    uint8_t *dst = v != nullptr && rule->field != nullptr ? v->*(rule->field) : nullptr;
+    switch (rule->check) {
+    case FcCheck::kFirmware: {
+        const auto end = std::find(rule->attributes.begin(), rule->attributes.end(), 0u);
+        return CheckFirmware(name, image, size, e, {rule->attributes.begin(), end}, dst, v, rule->bit);
+    }
+    case FcCheck::kBoot: return CheckBoot(c, rule->failure, false, v);
+    case FcCheck::kBootExpansion: return CheckBoot(c, rule->failure, true, v);
+    case FcCheck::kPresent: return CheckPresent(c, e, rule->failure, dst, v, rule->bit);
+    case FcCheck::kPepBoard: return CheckVersionAt(c, kPepBoardVersionEnd, rule->failure, kPepBoardAt, 4, dst, v, rule->bit);
+    case FcCheck::kPep: return CheckVersionAt(c, kPepVersionEnd, rule->failure, kPepAt, 4, dst, v, rule->bit);
+    case FcCheck::kMpi: return CheckVersionAt(c, kMpiVersionEnd, rule->failure, kMpiAt, 3, dst, v, rule->bit);
+    case FcCheck::kSignature: return CheckSignature(c, rule->failure, v);
+    case FcCheck::kNone: return VTFU_OK;
     }
     return VTFU_OK;
 }
@@ -297,10 +387,11 @@ uint32_t ValidateFcHeader(const char *name, uint16_t ssdid, uint16_t ssvid, cons
 using ComponentCheck = uint32_t (*)(const uint8_t *, uint32_t, const ILT_Region_t *, VTAPI_FlashImageVersion *);
 
 uint32_t WalkComponents(const char *name, ComponentCheck check, const uint8_t *image, uint32_t size,
-                        VTAPI_FlashImageVersion *versions, uint32_t cardType, uint32_t chipRevision) {
+                        VTAPI_FlashImageVersion *versions, uint32_t cardType, const AdapterEntry *adapter) {
     const ILT_Header_t *h = Header(image, size);
-    if (h == nullptr)
+    if (h == nullptr || adapter == nullptr)
         return VTFU_NONE;
+    const uint32_t chipRevision = adapter->ChipRevision;
     TarnLogMessage(VT_MSG_DEBUG, "%s: ILT table version=%u", name, vtfuILT_Header_GetTableVersion(h));
     SetHeaderVersions(versions, *h);
     int32_t count = 0;
@@ -404,13 +495,16 @@ uint32_t ValidateNicComponent(NicFamily family, const uint8_t *image, uint32_t s
         v->Present |= bit;
     };
     switch (r->check) {
-    case NicCheck::kFirmware:
-        return CheckFirmware("vtfuValidateImageComponents", image, size, e,
-                             {family == kOrla ? VTFU_FW_ATTR_ORLA_FC : VTFU_FW_ATTR_GENERIC},
+    case NicCheck::kFirmware: {
+        const uint32_t attribute = family == kOrla ? VTFU_FW_ATTR_ORLA_FC : VTFU_FW_ATTR_GENERIC;
+        return CheckFirmware("vtfuValidateImageComponents", image, size, e, {&attribute, 1},
                              v ? v->Firmware : nullptr, v, VTAPI_FLASH_HAS_FIRMWARE);
-    case NicCheck::kFcoeFirmware:
-        return CheckFirmware("vtfuValidateImageComponents", image, size, e, {VTFU_FW_ATTR_ORLA_FCOE},
+    }
+    case NicCheck::kFcoeFirmware: {
+        const uint32_t attribute = VTFU_FW_ATTR_ORLA_FCOE;
+        return CheckFirmware("vtfuValidateImageComponents", image, size, e, {&attribute, 1},
                              v ? v->FcoeFirmware : nullptr, v, VTAPI_FLASH_HAS_FCOE_FIRMWARE);
+    }
     case NicCheck::kBoot:
         return CheckBoot(c, r->failure, false, v);
     case NicCheck::kNicBoot: {
@@ -558,125 +652,35 @@ VTAPI_EXPORT uint32_t ValidateKiteSignatureRegion(const uint8_t *region, uint32_
 
 VTAPI_EXPORT uint32_t ValidateGenericImages(const uint8_t *image, uint32_t size, const ILT_Region_t *entry,
                                             VTAPI_FlashImageVersion *v) {
-    if (entry == nullptr)
-        return Fail(5);
-    const ILT_Region_t &e = *entry;
-    const std::optional<Bytes> c = image != nullptr ? Component(Bytes(image, size), entry) : std::nullopt;
-    switch (RegionType(e)) {
-    case VTFU_REGION_FW:
-        return CheckFirmware("ValidateGenericImages", image, size, e,
-                             {kKiteFirmwareAttributes[0], kKiteFirmwareAttributes[1], kKiteFirmwareAttributes[2],
-                              kKiteFirmwareAttributes[3]},
-                             v ? v->Firmware : nullptr, v, VTAPI_FLASH_HAS_FIRMWARE);
-    case VTFU_REGION_BOOT_CODE: return CheckBoot(c, 7, false, v);
-    case VTFU_REGION_BOOT_CODE_EXP: return CheckBoot(c, 7, true, v);
-    case VTFU_REGION_FW_PRELOAD: return CheckPresent(c, e, 37, v ? v->FwPreload : nullptr, v, VTAPI_FLASH_HAS_FW_PRELOAD);
-    case VTFU_REGION_SIGNATURE: return CheckSignature(c, 35, v);
-    case VTFU_REGION_FC_BOARD_CONFIG:
-        return CheckPresent(c, e, 38, v ? v->FcBoardConfig : nullptr, v, VTAPI_FLASH_HAS_FC_BOARD_CFG);
-    case VTFU_REGION_PEP_BOARD_CONFIG:
-        return CheckVersionAt(c, kPepBoardVersionEnd, 39, kPepBoardAt, 4, v ? v->PepBoardConfig : nullptr, v,
-                              VTAPI_FLASH_HAS_PEP_BOARD_CFG);
-    case VTFU_REGION_PEP_FW:
-        return CheckVersionAt(c, kPepVersionEnd, 32, kPepAt, 4, v ? v->PepFirmware : nullptr, v, VTAPI_FLASH_HAS_PEP_FW);
-    case VTFU_REGION_PEP_SOFTROM:
-        return CheckVersionAt(c, kPepVersionEnd, 30, kPepAt, 4, v ? v->PepSoftROM : nullptr, v,
-                              VTAPI_FLASH_HAS_PEP_SOFTROM);
-    case VTFU_REGION_MPI_FW:
-        return CheckVersionAt(c, kMpiVersionEnd, 36, kMpiAt, 3, v ? v->MpiFirmware : nullptr, v, VTAPI_FLASH_HAS_MPI_FW);
-    case VTFU_REGION_MPI_SOFTROM:
-        return CheckVersionAt(c, kMpiVersionEnd, 40, kMpiAt, 3, v ? v->MpiSoftROM : nullptr, v,
-                              VTAPI_FLASH_HAS_MPI_SOFTROM);
-    case VTFU_REGION_PCIE_SERDES:
-        return CheckPresent(c, e, 41, v ? v->PcieSerdes : nullptr, v, VTAPI_FLASH_HAS_PCIE_SERDES);
-    case VTFU_REGION_FC_SOFTROM:
-        return CheckPresent(c, e, 42, v ? v->FcSoftROM : nullptr, v, VTAPI_FLASH_HAS_FC_SOFTROM);
-    default:
-        if (!Contains(kUncheckedFcRegions, RegionType(e)))
-            TarnLogMessage(VT_MSG_DEBUG, "ValidateGenericImages: Unrecognized Image Type... 0x%x", RegionType(e));
-        return VTFU_OK;
-    }
+    return ValidateFcRegion("ValidateGenericImages", kKiteRules, false, image, size, entry, v);
 }
 
 VTAPI_EXPORT uint32_t ValidateWrenImages(const uint8_t *image, uint32_t size, const ILT_Region_t *entry,
                                          VTAPI_FlashImageVersion *v) {
-    if (entry == nullptr)
-        return Fail(5);
-    const ILT_Region_t &e = *entry;
-    const std::optional<Bytes> c = image != nullptr ? Component(Bytes(image, size), entry) : std::nullopt;
-    switch (RegionType(e)) {
-    case VTFU_REGION_FW:
-        return CheckFirmware("ValidateWrenImages", image, size, e, {VTFU_FW_ATTR_WREN}, v ? v->Firmware : nullptr, v,
-                             VTAPI_FLASH_HAS_FIRMWARE);
-    case VTFU_REGION_BOOT_CODE: return CheckBoot(c, 7, false, v);
-    case VTFU_REGION_SIGNATURE: return CheckSignature(c, 4, v);
-    case VTFU_REGION_PEP_FW:
-        return CheckVersionAt(c, kPepVersionEnd, 32, kPepAt, 4, v ? v->PepFirmware : nullptr, v, VTAPI_FLASH_HAS_PEP_FW);
-    case VTFU_REGION_PEP_SOFTROM:
-        return CheckVersionAt(c, kPepVersionEnd, 32, kPepAt, 4, v ? v->PepSoftROM : nullptr, v,
-                              VTAPI_FLASH_HAS_PEP_SOFTROM);
-    case VTFU_REGION_MPI_FW:
-    case VTFU_REGION_MPI_FW_2:
-        return CheckVersionAt(c, kMpiVersionEnd, 7, kMpiAt, 3, v ? v->MpiFirmware : nullptr, v, VTAPI_FLASH_HAS_MPI_FW);
-    case VTFU_REGION_TRUNK_PEP_FW: return Present(c) ? VTFU_OK : Fail(33);
-    default:
-        if (!Contains(kUncheckedFcRegions, RegionType(e)))
-            TarnLogMessage(VT_MSG_DEBUG, "ValidateWrenImages: Unrecognized Image Type... 0x%x", RegionType(e));
-        return VTFU_OK;
-    }
+    return ValidateFcRegion("ValidateWrenImages", kWrenRules, false, image, size, entry, v);
 }
 
 VTAPI_EXPORT uint32_t ValidateImages(const uint8_t *image, uint32_t size, const ILT_Region_t *entry,
                                      VTAPI_FlashImageVersion *v) {
-    if (entry == nullptr)
-        return Fail(5);
-    const ILT_Region_t &e = *entry;
-    const std::optional<Bytes> c = image != nullptr ? Component(Bytes(image, size), entry) : std::nullopt;
-    switch (RegionType(e)) {
-    case VTFU_REGION_FW:
-        return CheckFirmware("ValidateImages", image, size, e, {VTFU_FW_ATTR_GENERIC}, v ? v->Firmware : nullptr, v,
-                             VTAPI_FLASH_HAS_FIRMWARE);
-    case VTFU_REGION_BOOT_CODE: return CheckBoot(c, 7, false, v);
-    case VTFU_REGION_BOOT_CODE_EXP: return CheckBoot(c, 7, true, v);
-    case VTFU_REGION_SIGNATURE: return CheckSignature(c, 5, v);
-    case VTFU_REGION_FW_PRELOAD: return CheckPresent(c, e, 5, v ? v->FwPreload : nullptr, v, VTAPI_FLASH_HAS_FW_PRELOAD);
-    case VTFU_REGION_FC_BOARD_CONFIG:
-        return CheckPresent(c, e, 5, v ? v->FcBoardConfig : nullptr, v, VTAPI_FLASH_HAS_FC_BOARD_CFG);
-    case VTFU_REGION_PCIE_SERDES:
-        return CheckPresent(c, e, 5, v ? v->PcieSerdes : nullptr, v, VTAPI_FLASH_HAS_PCIE_SERDES);
-    case 0x14:
-    case 0x16: return VTFU_OK;
-    default:
-        TarnLogMessage(VT_MSG_DEBUG, "ValidateImages: Unrecognized Image Type... 0x%x", RegionType(e));
-        return Fail(1);
-    }
+    return ValidateFcRegion("ValidateImages", kOtherFcRules, true, image, size, entry, v);
 }
 
 VTAPI_EXPORT uint32_t ValidateKiteImageComponents(const uint8_t *image, uint32_t size,
                                                   VTAPI_FlashImageVersion *versions, uint32_t cardType,
                                                   const AdapterEntry *adapter) {
-    if (adapter == nullptr)
-        return VTFU_NONE;
-    return WalkComponents("ValidateKiteImageComponents", ValidateGenericImages, image, size, versions, cardType,
-                          adapter->ChipRevision);
+    return WalkComponents("ValidateKiteImageComponents", ValidateGenericImages, image, size, versions, cardType, adapter);
 }
 
 VTAPI_EXPORT uint32_t ValidateWrenImageComponents(const uint8_t *image, uint32_t size,
                                                   VTAPI_FlashImageVersion *versions, uint32_t cardType,
                                                   const AdapterEntry *adapter) {
-    if (adapter == nullptr)
-        return VTFU_NONE;
-    return WalkComponents("ValidateWrenImageComponents", ValidateWrenImages, image, size, versions, cardType,
-                          adapter->ChipRevision);
+    return WalkComponents("ValidateWrenImageComponents", ValidateWrenImages, image, size, versions, cardType, adapter);
 }
 
 VTAPI_EXPORT uint32_t ValidateGenericImageComponents(const uint8_t *image, uint32_t size,
                                                      VTAPI_FlashImageVersion *versions, uint32_t cardType,
                                                      const AdapterEntry *adapter) {
-    if (adapter == nullptr)
-        return VTFU_NONE;
-    return WalkComponents("ValidateGenericImageComponents", ValidateImages, image, size, versions, cardType,
-                          adapter->ChipRevision);
+    return WalkComponents("ValidateGenericImageComponents", ValidateImages, image, size, versions, cardType, adapter);
 }
 
 VTAPI_EXPORT uint32_t HowManyImagesForCardTypeGeneric(const uint8_t *table, uint32_t size, uint32_t cardType,
