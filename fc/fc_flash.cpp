@@ -165,9 +165,7 @@ VTAPI_EXPORT uint32_t FC_GetFlashImageSupportedAdapters(const char *fileName, VT
         !vtfuILT_Header_CompareSignature(reinterpret_cast<const ILT_Header_t *>(mbi.data())))
         return VTAPI_INVALID_ILT_HEADER;
     std::vector<VTAPI_FlashImageAdapter> cards;
-    const uint32_t lists = vtfuILT_CardType_Header_GetNumOfCardTypeList(mbi.data(), size);
-    for (uint32_t k = 0; k < lists; ++k) {
-        const ILT_CardTypeList_t *list = vtfuILT_CardTypeList_GetCardTypeListByIndex(mbi.data(), size, k);
+    for (const ILT_CardTypeList_t *list : CardLists(mbi)) {
         for (uint32_t j = 0; const ILT_CardTypeList_Entry_t *e = CardEntry(mbi, list, j); ++j)
             cards.push_back({Le16(list->CardType), Le16(e->VendorId), Le16(e->DeviceId), Le16(e->SubVendorId),
                              Le16(e->SubDeviceId), 0});

@@ -52,13 +52,11 @@ bool SubsystemMatches(uint16_t image, uint16_t adapter) {
 // Card type of the first list holding a matching entry.  Lists and entries
 // are counted in 8 bits, so only the first 256 of each are looked at.
 uint32_t FirstMatchingCardType(Bytes table, uint16_t did, uint16_t ssdid, uint16_t ssvid, bool skipDefault) {
-    const uint32_t lists = vtfuILT_CardType_Header_GetNumOfCardTypeList(table.data(), uint32_t(table.size()));
-    for (uint32_t k = 0; k < lists && k < 256; ++k) {
-        const ILT_CardTypeList_t *list =
-            vtfuILT_CardTypeList_GetCardTypeListByIndex(table.data(), uint32_t(table.size()), k);
-        if (list == nullptr)
-            break;
-        if (skipDefault && Le16(list->CardType) == 0 && lists != 1)
+    const uint32_t count = vtfuILT_CardType_Header_GetNumOfCardTypeList(table.data(), uint32_t(table.size()));
+    const std::vector<const ILT_CardTypeList_t *> lists = CardLists(table);
+    for (size_t k = 0; k < lists.size() && k < 256; ++k) {
+        const ILT_CardTypeList_t *list = lists[k];
+        if (skipDefault && Le16(list->CardType) == 0 && count != 1)
             continue;
         const uint32_t entries = Le16(list->NoEntriesInList);
         for (uint32_t j = 0; j < entries && j < 256; ++j) {
@@ -106,6 +104,22 @@ std::optional<Bytes> Component(Bytes image, const ILT_Region_t *entry) {
     if (offset + length > image.size())
         return std::nullopt;
     return image.subspan(size_t(offset), size_t(length));
+}
+
+std::vector<const ILT_CardTypeList_t *> CardLists(Bytes table) {
+    std::vector<const ILT_CardTypeList_t *> lists;
+    const ILT_CardTypeHeader_t *c =
+        vtfuILT_CardType_Header_GetCardListHeader(table.data(), uint32_t(table.size()));
+    if (c == nullptr)
+        return lists;
+    const uint32_t count = Le16(c->NumOfCardTypeLists);
+    uint64_t at = uint64_t(reinterpret_cast<const uint8_t *>(c) - table.data()) + sizeof(ILT_CardTypeHeader_t);
+    for (uint32_t k = 0; k < count && at + sizeof(ILT_CardTypeList_t) <= table.size(); ++k) {
+        const auto *list = reinterpret_cast<const ILT_CardTypeList_t *>(table.data() + at);
+        lists.push_back(list);
+        at += sizeof(ILT_CardTypeList_t) + uint64_t(Le16(list->NoEntriesInList)) * sizeof(ILT_CardTypeList_Entry_t);
+    }
+    return lists;
 }
 
 const ILT_CardTypeList_Entry_t *CardEntry(Bytes table, const ILT_CardTypeList_t *list, uint32_t index) {
@@ -248,11 +262,9 @@ VTAPI_EXPORT uint32_t vtfuILT_CardTypeList_SearchSignatureInDefaultCardList(cons
                                                                             uint16_t did, uint16_t ssdid,
                                                                             uint16_t ssvid) {
     const Bytes t(table, table != nullptr ? size : 0);
-    const uint32_t lists = vtfuILT_CardType_Header_GetNumOfCardTypeList(table, size);
-    for (uint32_t k = 0; k < lists && k < 256; ++k) {
-        const ILT_CardTypeList_t *list = vtfuILT_CardTypeList_GetCardTypeListByIndex(table, size, k);
-        if (list == nullptr)
-            break;
+    const std::vector<const ILT_CardTypeList_t *> lists = CardLists(t);
+    for (size_t k = 0; k < lists.size() && k < 256; ++k) {
+        const ILT_CardTypeList_t *list = lists[k];
         if (Le16(list->CardType) != 0)
             continue;
         for (uint32_t j = 0; j < Le16(list->NoEntriesInList) && j < 256; ++j) {

@@ -461,6 +461,9 @@ inline uint32_t RegionChipRevision(const ILT_Region_t &r) { return Le16(r.ChipRe
 // image.
 std::optional<Bytes> Component(Bytes image, const ILT_Region_t *entry);
 
+// The card-type lists the header counts, in order, as far as they lie
+// within the table.
+std::vector<const ILT_CardTypeList_t *> CardLists(Bytes table);
 // Entry `index` of a card-type list (which lies within table), or null.
 const ILT_CardTypeList_Entry_t *CardEntry(Bytes table, const ILT_CardTypeList_t *list, uint32_t index);
 

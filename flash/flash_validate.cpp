@@ -285,12 +285,7 @@ bool IsTernPairId(uint16_t did) {
 }
 
 bool DefaultListMatches(Bytes table, uint16_t ssdid, uint16_t ssvid) {
-    const uint32_t lists = vtfuILT_CardType_Header_GetNumOfCardTypeList(table.data(), uint32_t(table.size()));
-    for (uint32_t k = 0; k < lists; ++k) {
-        const ILT_CardTypeList_t *list =
-            vtfuILT_CardTypeList_GetCardTypeListByIndex(table.data(), uint32_t(table.size()), k);
-        if (list == nullptr)
-            return false;
+    for (const ILT_CardTypeList_t *list : CardLists(table)) {
         if (Le16(list->CardType) != 0)
             continue;
         for (uint32_t j = 0; const ILT_CardTypeList_Entry_t *e = CardEntry(table, list, j); ++j)
@@ -361,14 +356,10 @@ uint32_t ValidateFcHeader(const char *name, uint16_t ssdid, uint16_t ssvid, cons
     for (uint32_t type : toUpdate)
         TarnLogMessage(VT_MSG_DEBUG, "%s: region to be updated 0x%x", name, type);
     const Bytes t(table, size);
-    const uint32_t lists = vtfuILT_CardType_Header_GetNumOfCardTypeList(table, size);
-    for (uint32_t k = 0; k < lists; ++k) {
-        const ILT_CardTypeList_t *list = vtfuILT_CardTypeList_GetCardTypeListByIndex(table, size, k);
-        if (list == nullptr)
-            break;
-        TarnLogMessage(VT_MSG_DEBUG, "%s: card type list %u (card type 0x%x): %u entries", name, k,
-                       Le16(list->CardType), Le16(list->NoEntriesInList));
-    }
+    const std::vector<const ILT_CardTypeList_t *> lists = CardLists(t);
+    for (size_t k = 0; k < lists.size(); ++k)
+        TarnLogMessage(VT_MSG_DEBUG, "%s: card type list %u (card type 0x%x): %u entries", name, unsigned(k),
+                       Le16(lists[k]->CardType), Le16(lists[k]->NoEntriesInList));
     if (!DefaultListMatches(t, ssdid, ssvid)) {
         TarnLogMessage(VT_MSG_DEBUG, "%s: No matching card type (Signature not OK)", name);
         return FLASH_ST_ILT_TOO_SMALL;
@@ -569,12 +560,7 @@ bool KiteCardMatches(const ILT_CardTypeList_Entry_t &entry, uint16_t ssdid, uint
 }
 
 uint32_t KiteCardType(Bytes table, uint16_t ssdid, uint16_t ssvid) {
-    const uint32_t lists = vtfuILT_CardType_Header_GetNumOfCardTypeList(table.data(), uint32_t(table.size()));
-    for (uint32_t k = 0; k < lists; ++k) {
-        const ILT_CardTypeList_t *list =
-            vtfuILT_CardTypeList_GetCardTypeListByIndex(table.data(), uint32_t(table.size()), k);
-        if (list == nullptr)
-            break;
+    for (const ILT_CardTypeList_t *list : CardLists(table)) {
         for (uint32_t j = 0; const ILT_CardTypeList_Entry_t *e = CardEntry(table, list, j); ++j)
             if (KiteCardMatches(*e, ssdid, ssvid))
                 return Le16(list->CardType);
