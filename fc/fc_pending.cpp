@@ -20,9 +20,6 @@ extern "C" {
 // -------- Adapter and port information
 
 VTAPI_EXPORT uint32_t FC_GetUUIDFromI2CVPD(uint32_t, uint16_t, uint8_t *, uint32_t) { return kPending; }
-VTAPI_EXPORT uint32_t FC_GetFlashComponentVersion(const AdapterEntry *, uint32_t, char *, uint32_t) {
-    return kPending;
-}
 VTAPI_EXPORT uint32_t FC_GetFwPreloadTablesVersion(const AdapterEntry *, char *, uint32_t) { return kPending; }
 VTAPI_EXPORT uint32_t FC_GetAdapterAlias(const ProtocolEntry *, char *, uint32_t) { return kPending; }
 VTAPI_EXPORT uint32_t FC_SetAdapterAlias(const ProtocolEntry *, const char *, uint32_t) { return kPending; }
@@ -74,10 +71,6 @@ VTAPI_EXPORT uint32_t FC_UpdateAdapterPEPCfgFromFile(const ProtocolEntry *, cons
 VTAPI_EXPORT uint32_t FC_SaveAdapterSerdesRegionToFile(const ProtocolEntry *, const char *) { return kPending; }
 VTAPI_EXPORT uint32_t FC_SaveAdapterFirmwareTableToFile(const ProtocolEntry *, const char *) { return kPending; }
 VTAPI_EXPORT uint32_t FC_SaveAdapterMpiCfgToDatFile(const ProtocolEntry *, const char *) { return kPending; }
-VTAPI_EXPORT uint32_t FC_GetFlashImageVersion(const ProtocolEntry *, const char *, VTAPI_FlashImageVersion *) {
-    return kPending;
-}
-VTAPI_EXPORT uint32_t FC_GetFlashImageSupportedAdapters(const char *, VTAPI_FlashImageAdapters *) { return kPending; }
 VTAPI_EXPORT uint32_t FC_GetAdapterFlashMemoBlock(const ProtocolEntry *, void *, uint32_t *) { return kPending; }
 VTAPI_EXPORT uint32_t FC_SfpModuleFirmwareUpdate(const ProtocolEntry *, const char *) { return kPending; }
 
