@@ -9,6 +9,7 @@
 #include <cstring>
 #include <string>
 
+#include "cli/alias_prefs.h"
 #include "oss/oss_file.h"
 #include "sysroot.h"
 #include "vtapi_cli.h"
@@ -32,7 +33,8 @@ std::string Serial(const SDMDevice *d) {
 }
 
 std::string Model(const SDMDevice *d) {
-    return std::string(d->DeviceNodeProperty.Model, strnlen(d->DeviceNodeProperty.Model, sizeof d->DeviceNodeProperty.Model));
+    const auto &model = d->DeviceNodeProperty.Model;
+    return std::string(model, strnlen(model, sizeof model));
 }
 
 // A file holds properties when one of its lines has a "=".
@@ -69,25 +71,6 @@ FILE *OpenAliasFile(const char *caller, std::string &name) {
 std::string Directory(const std::string &path) {
     const size_t slash = path.rfind('/');
     return slash == std::string::npos ? "." : slash == 0 ? "/" : path.substr(0, slash);
-}
-
-// Writes key=value into the new file of `file` with PrefSetProperty, which
-// edits a stream in place, and cuts the file to what it wrote.
-int EditProperty(vt::oss::FileReplacement &file, const char *key, const char *value) {
-    std::string old;
-    if (int err = file.ReadOld(old)) return err;
-    if (int err = file.Write(old)) return err;
-    const int fd = dup(file.Fd());
-    FILE *stream = fd < 0 ? nullptr : fdopen(fd, "r+");
-    if (stream == nullptr) {
-        if (fd >= 0) close(fd);
-        return EIO;
-    }
-    int err = PrefSetProperty(stream, key, value) == 0 ? 0 : EIO;
-    const long end = std::ftell(stream);
-    if (err == 0 && (end < 0 || ftruncate(file.Fd(), end) != 0)) err = EIO;
-    if (std::fclose(stream) != 0 && err == 0) err = EIO;
-    return err;
 }
 
 bool UsableAlias(const char *alias) {
@@ -131,7 +114,9 @@ VTAPI_EXPORT uint32_t TarnPrefSetProperty(const char *path, const char *key, con
     vt::oss::FileReplacement file;
     int err = file.Begin(path, create == 0);
     if (err == ENOENT && create != 0 && mkdir(Directory(path).c_str(), 0755) == 0) err = file.Begin(path);
-    if (err == 0) err = EditProperty(file, key, value);
+    std::string old;
+    if (err == 0) err = file.ReadOld(old);
+    if (err == 0) err = vt::cli::WritePropertyFile(file.Fd(), old, key, value);
     if (err == 0) err = file.Commit();
     if (err != 0) {
         TarnLogMessage(VT_MSG_DEBUG, "TarnPrefSetProperty: cannot write %s (%s)", path, std::strerror(err));

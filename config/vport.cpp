@@ -51,7 +51,8 @@ std::string WwnText(const uint8_t *w) {
 }
 
 std::string Model(const SDMDevice *d) {
-    return std::string(d->DeviceNodeProperty.Model, strnlen(d->DeviceNodeProperty.Model, sizeof d->DeviceNodeProperty.Model));
+    const auto &model = d->DeviceNodeProperty.Model;
+    return std::string(model, strnlen(model, sizeof model));
 }
 
 void Unlink(SDMDeviceList *list, SDMDevice *d) {

@@ -81,14 +81,13 @@ std::optional<uint32_t> BlockStart(std::string_view text) {
 }
 
 VtlapiTargetBinding &RecordFor(Bindings &records, uint8_t target, uint8_t di) {
-    for (auto &r : records)
-        if (r.TargetNumber == target && r.DeviceInstance == di) return r;
-    VtlapiTargetBinding r;
-    std::memset(&r, 0, sizeof r);
-    r.TargetNumber = target;
-    r.DeviceInstance = di;
-    records.push_back(r);
-    return records.back();
+    // A target's tokens stand together: look from the last record back.
+    for (auto r = records.rbegin(); r != records.rend(); ++r)
+        if (r->Target.TargetNumber == target && r->Target.DeviceInstance == di) return *r;
+    VtlapiTargetBinding &r = records.emplace_back();  // zeroed
+    r.Target.TargetNumber = target;
+    r.Target.DeviceInstance = di;
+    return r;
 }
 
 bool HasAdapterNumber(std::string_view token) {
@@ -123,48 +122,62 @@ bool BlockUsed(const uint8_t *mask, uint32_t block) {
 
 }  // namespace
 
-TokenKind ParseToken(std::string_view token, Bindings &records, Wwn &adapterPort) {
+namespace {
+
+bool IsAdapterPortName(std::string_view name) {
+    return name.size() >= kAdapterPort.size() && name.substr(name.size() - kAdapterPort.size()) == kAdapterPort &&
+           name.find("-tgt-") == std::string_view::npos;
+}
+
+// The kind of a token without parsing a target token's value.
+TokenKind Classify(std::string_view token, Wwn &adapterPort) {
     const size_t eq = token.find('=');
     if (eq == std::string_view::npos || !HasAdapterNumber(token)) return TokenKind::Ignored;
+    if (!IsAdapterPortName(token.substr(0, eq))) return TokenKind::Target;
+    Wwn wwpn{};
+    if (!ReadHexBytes(token.substr(eq + 1), wwpn.data(), wwpn.size())) return TokenKind::Ignored;
+    adapterPort = wwpn;
+    return TokenKind::AdapterPort;
+}
+
+}  // namespace
+
+TokenKind ParseToken(std::string_view token, Bindings &records, Wwn &adapterPort) {
+    const TokenKind kind = Classify(token, adapterPort);
+    if (kind != TokenKind::Target) return kind;
+    const size_t eq = token.find('=');
     const std::string_view name = token.substr(0, eq), value = token.substr(eq + 1);
-    if (name.size() >= kAdapterPort.size() && name.substr(name.size() - kAdapterPort.size()) == kAdapterPort &&
-        name.find("-tgt-") == std::string_view::npos) {
-        Wwn wwpn{};
-        if (!ReadHexBytes(value, wwpn.data(), wwpn.size())) return TokenKind::Ignored;
-        adapterPort = wwpn;
-        return TokenKind::AdapterPort;
-    }
     size_t afterTarget = 0, afterDi = 0;
     const auto target = NumberAfter(name, "-tgt-", 255, afterTarget);
     const auto di = NumberAfter(name, "-di-", 255, afterDi);
     if (!target || !di || afterDi < afterTarget) return TokenKind::Ignored;
-    const std::string_view kind = name.substr(afterDi);
+    const std::string_view what = name.substr(afterDi);
 
     // Values are checked before the record is touched, so that an ignored
     // token adds nothing.
     uint8_t bytes[8];
     uint8_t block[kBlockBytes] = {};
-    if (kind == "-node" || kind == "-port") {
+    if (what == "-node" || what == "-port") {
         if (!ReadHexBytes(value, bytes, 8)) return TokenKind::Ignored;
         auto &r = RecordFor(records, uint8_t(*target), uint8_t(*di));
-        std::memcpy(kind == "-node" ? r.WWNN : r.WWPN, bytes, 8);
-    } else if (kind == "-pid") {
+        std::memcpy(what == "-node" ? r.Target.WWNN : r.Target.WWPN, bytes, 8);
+    } else if (what == "-pid") {
         if (!ReadHexBytes(value, bytes, 3)) return TokenKind::Ignored;
-        std::memcpy(RecordFor(records, uint8_t(*target), uint8_t(*di)).PortId, bytes, 3);
-    } else if (kind == "-control") {
+        std::memcpy(RecordFor(records, uint8_t(*target), uint8_t(*di)).Target.PortId, bytes, 3);
+    } else if (what == "-control") {
         if (!ReadHexBytes(value, bytes, 1)) return TokenKind::Ignored;
-        RecordFor(records, uint8_t(*target), uint8_t(*di)).Control = bytes[0];
+        RecordFor(records, uint8_t(*target), uint8_t(*di)).Target.Control = bytes[0];
     } else {
         bool preferred = false;
         std::optional<uint32_t> first;
-        if (kind == "-preferred" || kind == "-lun-disabled") {
-            preferred = kind == "-preferred";
+        if (what == "-preferred" || what == "-lun-disabled") {
+            preferred = what == "-preferred";
             first = 0;
-        } else if (kind.substr(0, 15) == "-lun_preferred-") {
+        } else if (what.substr(0, 15) == "-lun_preferred-") {
             preferred = true;
-            first = BlockStart(kind.substr(15));
-        } else if (kind.substr(0, 14) == "-lun_disabled-") {
-            first = BlockStart(kind.substr(14));
+            first = BlockStart(what.substr(15));
+        } else if (what.substr(0, 14) == "-lun_disabled-") {
+            first = BlockStart(what.substr(14));
         }
         if (!first) return TokenKind::Ignored;
         ReadMask(value, block);
@@ -205,12 +218,10 @@ namespace {
 template <typename F>
 void WalkAdapterTokens(std::string_view text, const Wwn &adapter, F f) {
     bool current = false;
-    Bindings scratch;
     for (const TokenSpan &s : Tokenize(text)) {
         const std::string_view token = text.substr(s.begin, s.end - s.begin);
         Wwn port{};
-        scratch.clear();
-        const TokenKind kind = ParseToken(token, scratch, port);
+        const TokenKind kind = Classify(token, port);
         if (kind == TokenKind::AdapterPort) current = port == adapter;
         f(s, token, kind, current && HasAdapterNumber(token));
     }
@@ -236,11 +247,11 @@ std::string FormatAdapter(uint32_t instance, const Wwn &adapter, const Bindings 
     };
     add("scsi-vta%u-adapter-port=%s\\;", instance, Hex(adapter.data(), 8).c_str());
     for (const VtlapiTargetBinding &r : records) {
-        const unsigned t = r.TargetNumber, d = r.DeviceInstance;
-        add("scsi-vta%u-tgt-%u-di-%u-node=%s\\;", instance, t, d, Hex(r.WWNN, 8).c_str());
-        add("scsi-vta%u-tgt-%u-di-%u-port=%s\\;", instance, t, d, Hex(r.WWPN, 8).c_str());
-        if (r.PortId[0] || r.PortId[1] || r.PortId[2])
-            add("scsi-vta%u-tgt-%u-di-%u-pid=%s\\;", instance, t, d, Hex(r.PortId, 3).c_str());
+        const unsigned t = r.Target.TargetNumber, d = r.Target.DeviceInstance;
+        add("scsi-vta%u-tgt-%u-di-%u-node=%s\\;", instance, t, d, Hex(r.Target.WWNN, 8).c_str());
+        add("scsi-vta%u-tgt-%u-di-%u-port=%s\\;", instance, t, d, Hex(r.Target.WWPN, 8).c_str());
+        if (r.Target.PortId[0] || r.Target.PortId[1] || r.Target.PortId[2])
+            add("scsi-vta%u-tgt-%u-di-%u-pid=%s\\;", instance, t, d, Hex(r.Target.PortId, 3).c_str());
         if (withLunMasks) {
             struct {
                 const uint8_t *mask;
@@ -256,14 +267,17 @@ std::string FormatAdapter(uint32_t instance, const Wwn &adapter, const Bindings 
                             MaskText(k.mask + b * kBlockBytes).c_str());
             }
         }
-        add("scsi-vta%u-tgt-%u-di-%u-control=%02x\\;", instance, t, d, unsigned(r.Control));
+        add("scsi-vta%u-tgt-%u-di-%u-control=%02x\\;", instance, t, d, unsigned(r.Target.Control));
     }
     return out;
 }
 
 std::string ReplaceAdapter(std::string_view text, const Wwn &adapter, std::string_view tokens) {
     // Byte ranges to drop: each token of the adapter with the separators
-    // that follow it on its line.
+    // that follow it on its line.  The first is always an adapter-port
+    // token of the adapter, and every binding token after it up to the next
+    // adapter's port token is dropped too, so the new tokens put in its
+    // place take nothing from another adapter.
     std::vector<TokenSpan> drop;
     WalkAdapterTokens(text, adapter, [&](const TokenSpan &s, std::string_view, TokenKind, bool owned) {
         if (!owned) return;
@@ -276,7 +290,6 @@ std::string ReplaceAdapter(std::string_view text, const Wwn &adapter, std::strin
 
     std::string out;
     out.reserve(text.size() + tokens.size() + 1);
-    bool placed = tokens.empty();
     size_t next = 0;  // next range of `drop`
     for (std::string_view line : SplitLines(text)) {
         const size_t lineStart = size_t(line.data() - text.data());
@@ -286,21 +299,20 @@ std::string ReplaceAdapter(std::string_view text, const Wwn &adapter, std::strin
         size_t pos = lineStart;
         while (next < drop.size() && drop[next].begin < lineEnd) {
             kept.append(text.substr(pos, drop[next].begin - pos));
+            if (next == 0) kept.append(tokens);
             pos = drop[next].end;
             touched = true;
             ++next;
         }
         kept.append(text.substr(pos, lineEnd - pos));
-        if (touched && !placed) {
-            out.append(tokens);
-            out += '\n';
-            placed = true;
-        }
         const bool blank = LineBody(kept).find_first_not_of(kSeparators) == std::string_view::npos;
         if (touched && blank) continue;  // nothing of the line is left
+        // A "#" that followed a removed token must not turn the rest of the
+        // line into a comment: a separator goes before it.
+        if (touched && IsCommentLine(kept)) kept.insert(kept.find('#'), "\\;");
         out += kept;
     }
-    if (!placed) {
+    if (drop.empty() && !tokens.empty()) {
         if (!out.empty() && out.back() != '\n') out += '\n';
         out.append(tokens);
         out += '\n';

@@ -177,8 +177,8 @@ uint32_t ModifyBindings(const Port &port, const std::function<uint32_t(Bindings 
     Bindings records = vt::drv::ReadAdapter(text, port.wwpn);
     if (uint32_t rc = edit(records)) return rc;
     std::sort(records.begin(), records.end(), [](const VtlapiTargetBinding &a, const VtlapiTargetBinding &b) {
-        return a.TargetNumber != b.TargetNumber ? a.TargetNumber < b.TargetNumber
-                                                : a.DeviceInstance < b.DeviceInstance;
+        return a.Target.TargetNumber != b.Target.TargetNumber ? a.Target.TargetNumber < b.Target.TargetNumber
+                                                : a.Target.DeviceInstance < b.Target.DeviceInstance;
     });
     const std::string tokens =
         records.empty() ? std::string() : vt::drv::FormatAdapter(port.instance, port.wwpn, records, port.lunMasks);
@@ -197,19 +197,20 @@ uint32_t ModifyBindings(const Port &port, const std::function<uint32_t(Bindings 
 
 VtlapiTargetBinding *Find(Bindings &records, uint8_t target, uint8_t di) {
     for (auto &r : records)
-        if (r.TargetNumber == target && r.DeviceInstance == di) return &r;
+        if (r.Target.TargetNumber == target && r.Target.DeviceInstance == di) return &r;
     return nullptr;
 }
 
-FoTargetData ToTargetData(const VtlapiTargetBinding &r) {
-    FoTargetData d{};
-    d.TargetNumber = r.TargetNumber;
-    d.DeviceInstance = r.DeviceInstance;
-    d.Control = r.Control;
-    std::memcpy(d.WWNN, r.WWNN, 8);
-    std::memcpy(d.WWPN, r.WWPN, 8);
-    std::memcpy(d.PortId, r.PortId, 3);
-    return d;
+// The record of one bound target of the port.
+uint32_t LoadBinding(uint32_t handle, uint8_t target, uint8_t di, VtlapiTargetBinding &record) {
+    Port port;
+    Bindings records;
+    if (uint32_t rc = OpenPort(handle, port)) return rc;
+    if (uint32_t rc = LoadBindings(port, records)) return rc;
+    const VtlapiTargetBinding *r = Find(records, target, di);
+    if (r == nullptr) return SDERR_NOT_FOUND;
+    record = *r;
+    return 0;
 }
 
 }  // namespace
@@ -362,20 +363,16 @@ VTAPI_EXPORT uint32_t ISDFoGetPersistentTargetEntryList(uint32_t handle, FoTarge
     const uint32_t room = entries == nullptr ? 0 : *count;
     *count = uint32_t(records.size());
     if (records.size() > room) return SDERR_BUFFER_TOO_SMALL;
-    for (size_t i = 0; i < records.size(); ++i) entries[i] = ToTargetData(records[i]);
+    for (size_t i = 0; i < records.size(); ++i) entries[i] = records[i].Target;
     return 0;
 }
 
 VTAPI_EXPORT uint32_t ISDFoGetTargetData(uint32_t handle, uint8_t target, uint8_t deviceInstance,
                                          FoTargetData *data) {
     if (data == nullptr) return SDERR_INVALID_PARAMETER;
-    Port port;
-    Bindings records;
-    if (uint32_t rc = OpenPort(handle, port)) return rc;
-    if (uint32_t rc = LoadBindings(port, records)) return rc;
-    const VtlapiTargetBinding *r = Find(records, target, deviceInstance);
-    if (r == nullptr) return SDERR_NOT_FOUND;
-    *data = ToTargetData(*r);
+    VtlapiTargetBinding r;
+    if (uint32_t rc = LoadBinding(handle, target, deviceInstance, r)) return rc;
+    *data = r.Target;
     return 0;
 }
 
@@ -389,30 +386,22 @@ VTAPI_EXPORT uint32_t ISDFoSetTargetData(uint32_t handle, const FoTargetData *da
             records.emplace_back();
             r = &records.back();
             std::memset(r, 0, sizeof *r);
-            r->TargetNumber = data->TargetNumber;
-            r->DeviceInstance = data->DeviceInstance;
         }
-        r->Control = data->Control;
-        std::memcpy(r->WWNN, data->WWNN, 8);
-        std::memcpy(r->WWPN, data->WWPN, 8);
-        std::memcpy(r->PortId, data->PortId, 3);
+        r->Target = *data;
+        r->Target.Reserved0 = r->Target.Reserved1 = 0;
         return 0u;
     });
 }
 
 VTAPI_EXPORT uint32_t ISDFoGetLunData(uint32_t handle, uint8_t target, uint8_t deviceInstance, FoLunData *data) {
     if (data == nullptr) return SDERR_INVALID_PARAMETER;
-    Port port;
-    Bindings records;
-    if (uint32_t rc = OpenPort(handle, port)) return rc;
-    if (uint32_t rc = LoadBindings(port, records)) return rc;
-    const VtlapiTargetBinding *r = Find(records, target, deviceInstance);
-    if (r == nullptr) return SDERR_NOT_FOUND;
+    VtlapiTargetBinding r;
+    if (uint32_t rc = LoadBinding(handle, target, deviceInstance, r)) return rc;
     std::memset(data, 0, sizeof *data);
     data->TargetNumber = target;
     data->DeviceInstance = deviceInstance;
-    std::memcpy(data->PreferredLuns, r->PreferredLuns, VTLAPI_LUN_MASK_BYTES);
-    std::memcpy(data->DisabledLuns, r->DisabledLuns, VTLAPI_LUN_MASK_BYTES);
+    std::memcpy(data->PreferredLuns, r.PreferredLuns, VTLAPI_LUN_MASK_BYTES);
+    std::memcpy(data->DisabledLuns, r.DisabledLuns, VTLAPI_LUN_MASK_BYTES);
     return 0;
 }
 
@@ -436,7 +425,7 @@ VTAPI_EXPORT uint32_t ISDFoDeletePersistentTargetEntry(uint32_t handle, uint8_t 
     return ModifyBindings(port, [&](Bindings &records) {
         const size_t before = records.size();
         std::erase_if(records, [&](const VtlapiTargetBinding &r) {
-            return r.TargetNumber == target && r.DeviceInstance == deviceInstance;
+            return r.Target.TargetNumber == target && r.Target.DeviceInstance == deviceInstance;
         });
         return records.size() == before ? SDERR_NOT_FOUND : 0u;
     });
@@ -448,7 +437,8 @@ VTAPI_EXPORT uint32_t ISDFoDeletePersistentDeviceEntry(uint32_t handle, const ui
     if (uint32_t rc = OpenPort(handle, port)) return rc;
     return ModifyBindings(port, [&](Bindings &records) {
         const size_t before = records.size();
-        std::erase_if(records, [&](const VtlapiTargetBinding &r) { return std::memcmp(r.WWPN, targetWWPN, 8) == 0; });
+        std::erase_if(records,
+                      [&](const VtlapiTargetBinding &r) { return std::memcmp(r.Target.WWPN, targetWWPN, 8) == 0; });
         return records.size() == before ? SDERR_NOT_FOUND : 0u;
     });
 }

@@ -53,8 +53,9 @@ extern "C" {
 /* Flags of vtlapi_set_data_to_line. */
 #define VTLAPI_WRITE_LUN_MASKS 0x1u
 
-/* The binding of one target of an adapter. */
-typedef struct VtlapiTargetBinding {
+/* One bound target: its target number and device-instance number, the
+ * remote port's names, port ID and the binding's control byte. */
+typedef struct FoTargetData {
     uint8_t TargetNumber;
     uint8_t DeviceInstance;
     uint8_t Control;
@@ -63,6 +64,20 @@ typedef struct VtlapiTargetBinding {
     uint8_t WWPN[8];
     uint8_t PortId[3];      /* 00:00:00 when the binding has no port ID */
     uint8_t Reserved1;
+} FoTargetData;
+
+/* The LUN masks of a bound target: bit (lun % 8) of byte lun / 8. */
+typedef struct FoLunData {
+    uint8_t  TargetNumber;
+    uint8_t  DeviceInstance;
+    uint16_t Reserved;
+    uint8_t  PreferredLuns[VTLAPI_LUN_MASK_BYTES];
+    uint8_t  DisabledLuns[VTLAPI_LUN_MASK_BYTES];
+} FoLunData;
+
+/* The binding of one target of an adapter. */
+typedef struct VtlapiTargetBinding {
+    FoTargetData Target;
     uint8_t PreferredLuns[VTLAPI_LUN_MASK_BYTES];
     uint8_t DisabledLuns[VTLAPI_LUN_MASK_BYTES];
 } VtlapiTargetBinding;
@@ -139,28 +154,10 @@ VTAPI_EXPORT uint32_t vtlapi_get_module_name(uint32_t handle, char *module, uint
  * save also puts the extended-options hand-over
  * ("ConfigRequired=1 vt2xuseextopts=/tmp/vttmp.txt") on the module's option
  * line when there is a module option file.  SDERR_NOT_SUPPORTED on a virtual
- * port, SDERR_NOT_FOUND for a target that is not bound. */
-typedef struct FoTargetData {
-    uint8_t TargetNumber;
-    uint8_t DeviceInstance;
-    uint8_t Control;
-    uint8_t Reserved0;
-    uint8_t WWNN[8];
-    uint8_t WWPN[8];
-    uint8_t PortId[3];      /* 00:00:00: no port ID */
-    uint8_t Reserved1;
-} FoTargetData;
-
-typedef struct FoLunData {
-    uint8_t  TargetNumber;
-    uint8_t  DeviceInstance;
-    uint16_t Reserved;
-    uint8_t  PreferredLuns[VTLAPI_LUN_MASK_BYTES];  /* bit (lun % 8) of byte lun / 8 */
-    uint8_t  DisabledLuns[VTLAPI_LUN_MASK_BYTES];
-} FoLunData;
-
-/* *count is in: entries of buffer; out: bound targets (SDERR_BUFFER_TOO_SMALL
- * when more than fit). */
+ * port, SDERR_NOT_FOUND for a target that is not bound.
+ *
+ * ISDFoGetPersistentTargetEntryList: *count is in: entries of buffer; out:
+ * bound targets (SDERR_BUFFER_TOO_SMALL when more than fit). */
 VTAPI_EXPORT uint32_t ISDFoGetPersistentTargetEntryList(uint32_t handle, FoTargetData *entries, uint32_t *count);
 VTAPI_EXPORT uint32_t ISDFoGetTargetData(uint32_t handle, uint8_t target, uint8_t deviceInstance, FoTargetData *data);
 /* Binds a target: adds the record, or replaces the names, port ID and

@@ -45,7 +45,7 @@ Bindings ReadAdapter(std::string_view text, const Wwn &adapter);
 std::string FormatAdapter(uint32_t instance, const Wwn &adapter, const Bindings &records, bool withLunMasks);
 
 // The text with every token of adapter `adapter` removed and `tokens` put
-// on a line of its own where the first of them stood (at the end when it
+// where the first of them stood (on a line of its own at the end when it
 // had none; nowhere when `tokens` is empty).  A line left blank by the
 // removal goes; every other line stays byte for byte.
 std::string ReplaceAdapter(std::string_view text, const Wwn &adapter, std::string_view tokens);

@@ -9,6 +9,8 @@ namespace {
 
 std::string OptionsText(std::string_view module) { return "options " + std::string(module); }
 
+constexpr const char *kBlanks = " \t\r\v\f";
+
 struct SplitOptionLine {
     std::string prefix;             // up to and including "options <module>"
     std::vector<std::string> words; // the parameters
@@ -26,14 +28,14 @@ SplitOptionLine Split(std::string_view line, std::string_view module) {
     s.prefix = std::string(line.substr(0, at + options.size()));
     std::string_view rest = line.substr(at + options.size());
     while (!rest.empty()) {
-        const size_t begin = rest.find_first_not_of(" \t");
+        const size_t begin = rest.find_first_not_of(kBlanks);
         if (begin == std::string_view::npos) break;
         rest.remove_prefix(begin);
         if (rest.front() == '#') {
             s.comment = std::string(rest);
             break;
         }
-        const size_t end = rest.find_first_of(" \t");
+        const size_t end = rest.find_first_of(kBlanks);
         s.words.emplace_back(rest.substr(0, end));
         rest.remove_prefix(end == std::string_view::npos ? rest.size() : end);
     }

@@ -18,6 +18,7 @@
 #include "../drvfiles/drvfiles.h"
 #include "crashloop.h"
 #include "testutil.h"
+#include "treeutil.h"
 #include "vtapi.h"
 #include "vtapi_core.h"
 
@@ -47,18 +48,25 @@ const uint8_t kTargetNN[8] = {0x50, 0x0a, 0x09, 0x80, 0x00, 0x00, 0xa1, 0x00};
 const uint8_t kTargetPN[8] = {0x50, 0x0a, 0x09, 0x81, 0x00, 0x00, 0xa1, 0x00};
 const uint8_t kTapePN[8] = {0x50, 0x01, 0x10, 0xa0, 0x00, 0x01, 0x70, 0x01};
 
+FoTargetData Target(uint8_t target, uint8_t di, const uint8_t *wwnn, const uint8_t *wwpn, uint32_t pid,
+                    uint8_t control = 0) {
+    FoTargetData d{};
+    d.TargetNumber = target;
+    d.DeviceInstance = di;
+    std::memcpy(d.WWNN, wwnn, 8);
+    std::memcpy(d.WWPN, wwpn, 8);
+    d.PortId[0] = uint8_t(pid >> 16);
+    d.PortId[1] = uint8_t(pid >> 8);
+    d.PortId[2] = uint8_t(pid);
+    d.Control = control;
+    return d;
+}
+
 VtlapiTargetBinding Record(uint8_t target, uint8_t di, const uint8_t *wwnn, const uint8_t *wwpn, uint32_t pid,
                            uint8_t control) {
     VtlapiTargetBinding r;
     std::memset(&r, 0, sizeof r);
-    r.TargetNumber = target;
-    r.DeviceInstance = di;
-    std::memcpy(r.WWNN, wwnn, 8);
-    std::memcpy(r.WWPN, wwpn, 8);
-    r.PortId[0] = uint8_t(pid >> 16);
-    r.PortId[1] = uint8_t(pid >> 8);
-    r.PortId[2] = uint8_t(pid);
-    r.Control = control;
+    r.Target = Target(target, di, wwnn, wwpn, pid, control);
     return r;
 }
 
@@ -160,12 +168,13 @@ TEST(BindingTokens, TokensThatAreIgnoredAndBlocksOf256) {
     VtlapiAdapterBindings a{};
     const std::string full(64, 'f');
     // A numbered block must start at a non-zero multiple of 256 within the masks.
-    for (const std::string &bad : std::vector<std::string>{"scsi-vta0-tgt-1-di-0-lun_disabled-0=" + full, "scsi-vta0-tgt-1-di-0-lun_disabled-300=ff",
-                            "scsi-vta0-tgt-1-di-0-lun_preferred-16384=ff", "scsi-vta0-tgt-1-di-0-node",
-                            "scsi-vta0-tgt-1-node=500a09800000a100", "scsi-vta0-di-0-node=500a09800000a100",
-                            "scsi-vta0-tgt-256-di-0-node=500a09800000a100", "scsi-vta0-tgt-1-di-0-node=500a0980",
-                            "scsi-vta0-tgt-1-di-0-pid=0a02zz", "scsi-vta0-tgt-1-di-0-colour=01",
-                            "vta0-tgt-1-di-0-node=500a09800000a100"})
+    const std::vector<std::string> ignored = {
+        "scsi-vta0-tgt-1-di-0-lun_disabled-0=" + full, "scsi-vta0-tgt-1-di-0-lun_disabled-300=ff",
+        "scsi-vta0-tgt-1-di-0-lun_preferred-16384=ff", "scsi-vta0-tgt-1-di-0-node",
+        "scsi-vta0-tgt-1-node=500a09800000a100", "scsi-vta0-di-0-node=500a09800000a100",
+        "scsi-vta0-tgt-256-di-0-node=500a09800000a100", "scsi-vta0-tgt-1-di-0-node=500a0980",
+        "scsi-vta0-tgt-1-di-0-pid=0a02zz", "scsi-vta0-tgt-1-di-0-colour=01", "vta0-tgt-1-di-0-node=500a09800000a100"};
+    for (const std::string &bad : ignored)
         EXPECT_EQ(vtlapi_get_dev_data_from_token(bad.c_str(), &a), SDERR_NOT_FOUND) << bad;
     EXPECT_EQ(a.TargetCount, 0u) << "an ignored token adds no record";
 
@@ -181,8 +190,8 @@ TEST(BindingTokens, TokensThatAreIgnoredAndBlocksOf256) {
     ASSERT_EQ(vtlapi_get_dev_data_from_token("scsi-vta0-tgt-1-di-0-node=500A09800000A100", &a), 0u);
     ASSERT_EQ(vtlapi_get_dev_data_from_token("scsi-vta0-tgt-1-di-1-port=500a09810000a100", &a), 0u);
     ASSERT_EQ(a.TargetCount, 2u);
-    EXPECT_EQ(std::memcmp(a.Targets[0].WWNN, kTargetNN, 8), 0);
-    EXPECT_EQ(std::memcmp(a.Targets[1].WWPN, kTargetPN, 8), 0);
+    EXPECT_EQ(std::memcmp(a.Targets[0].Target.WWNN, kTargetNN, 8), 0);
+    EXPECT_EQ(std::memcmp(a.Targets[1].Target.WWPN, kTargetPN, 8), 0);
     ASSERT_EQ(vtlapi_get_dev_data_from_token("scsi-vta9-adapter-port=21000024ff7c5010", &a), 0u);
     EXPECT_EQ(std::memcmp(a.AdapterWWPN, kPort0, 8), 0);
     vtlapi_free_bindings(&a);
@@ -196,8 +205,8 @@ TEST(BindingTokens, TokensThatAreIgnoredAndBlocksOf256) {
     VtlapiAdapterBindings read{};
     ASSERT_EQ(vtlapi_get_data_from_text(text.c_str(), kPort0, &read), 0u);
     ASSERT_EQ(read.TargetCount, 1u);
-    EXPECT_EQ(read.Targets[0].TargetNumber, 2);
-    EXPECT_EQ(read.Targets[0].Control, 3);
+    EXPECT_EQ(read.Targets[0].Target.TargetNumber, 2);
+    EXPECT_EQ(read.Targets[0].Target.Control, 3);
     vtlapi_free_bindings(&read);
 }
 
@@ -240,7 +249,8 @@ TEST_F(DriverFiles, ADriverFileOf300000BytesIsReadAndOneOf300001IsNot) {
 }
 
 TEST_F(DriverFiles, ACommentedOutOptionsLineIsKeptAndANewOneAppended) {
-    const std::string before = "# module options\n#options vtfc old=1\n   # options vtfc old=2\nalias scsi_hostadapter vtfc";
+    const std::string before =
+        "# module options\n#options vtfc old=1\n   # options vtfc old=2\nalias scsi_hostadapter vtfc";
     WriteFile(OptionFile(), before);
     ASSERT_EQ(vtlapi_set_drv_param_optline("vtfc", "options vtfc ConfigRequired=1"), 0u);
     EXPECT_EQ(ReadFile(OptionFile()), before + "\noptions vtfc ConfigRequired=1\n");
@@ -392,25 +402,10 @@ protected:
         ASSERT_EQ(VTAPI_Initialize(0, nullptr), VTAPI_SUCCESS);
     }
     void TearDown() override { VTAPI_Uninitialize(); }
-    static SDMDevice *Port(const uint8_t *wwpn) {
-        for (SDMDevice *d = GetMyDeviceList()->First; d; d = d->next)
-            if (std::memcmp(d->DevicePortProperty.WWPN, wwpn, 8) == 0) return d;
-        return nullptr;
-    }
-    static FoTargetData Target(uint8_t t, const uint8_t *wwnn, const uint8_t *wwpn, uint32_t pid) {
-        FoTargetData d{};
-        d.TargetNumber = t;
-        std::memcpy(d.WWNN, wwnn, 8);
-        std::memcpy(d.WWPN, wwpn, 8);
-        d.PortId[0] = uint8_t(pid >> 16);
-        d.PortId[1] = uint8_t(pid >> 8);
-        d.PortId[2] = uint8_t(pid);
-        return d;
-    }
 };
 
 TEST_F(FailoverData, BindingsAreSavedAmongTheOtherAdaptersAndLines) {
-    SDMDevice *port = Port(kPort0);
+    SDMDevice *port = vttest::ListedPort(kPort0);
     ASSERT_NE(port, nullptr);
     const uint32_t h = port->DeviceHandle;
     const std::string comment = "# bindings of the FC driver\n";
@@ -421,8 +416,8 @@ TEST_F(FailoverData, BindingsAreSavedAmongTheOtherAdaptersAndLines) {
     WriteFile(root_.path("/etc/modprobe.conf"), "options vtfc ql=1\n");
     ASSERT_EQ(chmod(conf.c_str(), 0600), 0);
 
-    FoTargetData disk = Target(0, kTargetNN, kTargetPN, 0x0a0200);
-    FoTargetData tape = Target(1, kTargetNN, kTapePN, 0x0a0300);
+    FoTargetData disk = Target(0, 0, kTargetNN, kTargetPN, 0x0a0200);
+    FoTargetData tape = Target(1, 0, kTargetNN, kTapePN, 0x0a0300);
     ASSERT_EQ(ISDFoSetTargetData(h, &disk), 0u);
     ASSERT_EQ(ISDFoSetTargetData(h, &tape), 0u);
     FoLunData luns{};
@@ -480,11 +475,11 @@ TEST_F(FailoverData, BindingsAreSavedAmongTheOtherAdaptersAndLines) {
 TEST_F(FailoverData, VirtualPortsAndDriversWithoutLunMasks) {
     const uint8_t vport[8] = {0x21, 0x04, 0x00, 0x24, 0xff, 0x7c, 0x50, 0x10};
     const uint8_t oldPort[8] = {0x21, 0x00, 0x00, 0x1b, 0x32, 0x53, 0x80, 0x30};
-    SDMDevice *v = Port(vport);
-    SDMDevice *old = Port(oldPort);
+    SDMDevice *v = vttest::ListedPort(vport);
+    SDMDevice *old = vttest::ListedPort(oldPort);
     ASSERT_NE(v, nullptr);
     ASSERT_NE(old, nullptr);
-    FoTargetData t = Target(0, kTargetNN, kTargetPN, 0);
+    FoTargetData t = Target(0, 0, kTargetNN, kTargetPN, 0);
     uint32_t count = 0;
     EXPECT_EQ(ISDFoGetPersistentTargetEntryList(v->DeviceHandle, nullptr, &count), SDERR_NOT_SUPPORTED);
     EXPECT_EQ(ISDFoSetTargetData(v->DeviceHandle, &t), SDERR_NOT_SUPPORTED);
