@@ -83,6 +83,7 @@ extern "C" {
 
 VTAPI_EXPORT uint32_t SetAliasPathVar(uint32_t enable) {
     g_aliasPathVar = enable ? 1 : 0;
+    g_aliasPathsSet = false;  // set again on the next use
     return 0;
 }
 
