@@ -56,11 +56,11 @@ std::string Model(const SDMDevice *d) {
 }
 
 void Unlink(SDMDeviceList *list, SDMDevice *d) {
-    if (d->prev && d->prev != d) d->prev->next = d->next;
-    if (list->First == d) list->First = d->next;
-    if (d->next) d->next->prev = d->prev == d ? nullptr : d->prev;
-    if (list->Last == d) list->Last = d->prev == d ? nullptr : d->prev;
-    if (list->First && list->First->prev == d) list->First->prev = nullptr;
+    SDMDevice *prev = d->prev == d ? nullptr : d->prev;  // a head may point back at itself
+    if (prev) prev->next = d->next;
+    else list->First = d->next;
+    if (d->next) d->next->prev = prev;
+    if (list->Last == d) list->Last = prev;
     --list->Count;
     d->next = d->prev = nullptr;
 }

@@ -56,8 +56,12 @@ void SplitPath(const std::string &path, std::string &dir, std::string &base) {
     }
 }
 
+// New files are named ".<name>.vtnew-XXXXXX", a name no one else uses, so
+// that the stale ones can be told apart from a user's files.
+std::string TempPrefix(const std::string &base) { return "." + base + ".vtnew-"; }
+
 bool IsTempName(const std::string &name, const std::string &base) {
-    const std::string prefix = "." + base + ".";
+    const std::string prefix = TempPrefix(base);
     if (name.size() != prefix.size() + 6 || name.compare(0, prefix.size(), prefix) != 0) return false;
     for (size_t i = prefix.size(); i < name.size(); ++i)
         if (!std::isalnum(static_cast<unsigned char>(name[i]))) return false;
@@ -119,7 +123,7 @@ int FileReplacement::Begin(const std::string &path, bool mustExist) {
         return errno;
     }
     // mkostemp creates exclusively, so a link planted under the name fails.
-    std::string temp = dir + "/." + base + ".XXXXXX";
+    std::string temp = dir + "/" + TempPrefix(base) + "XXXXXX";
     std::vector<char> name(temp.begin(), temp.end());
     name.push_back('\0');
     tempFd_ = ::mkostemp(name.data(), O_CLOEXEC);

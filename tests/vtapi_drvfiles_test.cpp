@@ -221,7 +221,7 @@ protected:
     int Leftovers() const {
         int n = 0;
         for (const auto &e : std::filesystem::directory_iterator(root_.path("/etc")))
-            n += e.path().filename().string().rfind(".modprobe.conf.", 0) == 0;
+            n += e.path().filename().string().rfind(".modprobe.conf.vtnew-", 0) == 0;
         return n;
     }
 };
@@ -386,10 +386,16 @@ TEST_F(DriverFiles, ACrashJustBeforeTheRenameLeavesTheOldFile) {
     ASSERT_TRUE(WIFSIGNALED(status));
     EXPECT_EQ(ReadFile(OptionFile()), "options vtfc a=1\n");
     EXPECT_EQ(ReadFile(Scratch()), "options vtfc a=2\n") << "the dead process's scratch file stays";
-    // The next rewrite is not disturbed by what the crash left.
+    EXPECT_EQ(Leftovers(), 1);
+    // The next rewrite is not disturbed by what the crash left, and removes
+    // it; files of other names stay.
+    WriteFile(root_.path("/etc/.modprobe.conf.backup"), "mine\n");
+    WriteFile(root_.path("/etc/.modprobe.conf.vtnew-12345"), "mine\n");
     ASSERT_EQ(vtlapi_set_drv_param_optline("vtfc", "options vtfc a=3"), 0u);
     EXPECT_EQ(ReadFile(OptionFile()), "options vtfc a=3\n");
-    EXPECT_EQ(Leftovers(), 0);
+    EXPECT_EQ(Leftovers(), 1);
+    EXPECT_EQ(ReadFile(root_.path("/etc/.modprobe.conf.backup")), "mine\n");
+    EXPECT_EQ(ReadFile(root_.path("/etc/.modprobe.conf.vtnew-12345")), "mine\n");
 }
 
 // ------------------------------------------------- failover entry points
