@@ -153,7 +153,9 @@ VTAPI_EXPORT uint32_t FC_IsBiosAvailableWithAdapter(const AdapterEntry *adapter,
 VTAPI_EXPORT uint32_t VTAPI_IsEfiAvailableWithAdapter(const AdapterEntry *adapter, uint32_t *available);
 VTAPI_EXPORT uint32_t FC_IsEfiAvailableWithAdapter(const AdapterEntry *adapter, uint32_t *available);
 
-/* User alias of the card or of the port (aliasType), 256 bytes. */
+/* User alias of the card (aliasType 0) or of the port (any other type): at
+ * most 256 characters, so the buffer holds 257 bytes.  No alias reads as
+ * "".  Setting an alias of one blank clears it. */
 VTAPI_EXPORT uint32_t VTAPI_GetFCAdapterAlias(const ProtocolEntry *port, char *alias, uint32_t aliasType);
 VTAPI_EXPORT uint32_t FC_GetAdapterAlias(const ProtocolEntry *port, char *alias, uint32_t aliasType);
 VTAPI_EXPORT uint32_t VTAPI_SetFCAdapterAlias(const ProtocolEntry *port, const char *alias, uint32_t aliasType);
