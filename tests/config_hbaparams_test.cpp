@@ -3,6 +3,7 @@
 // port through VTAPI_GetHBAParamsInfo / VTAPI_UpdateHBAParameters, the
 // cross-parameter rules, and what a locked, faulty, damaged or unsupported
 // port answers.
+#include <map>
 #include <string>
 #include <vector>
 
@@ -550,6 +551,45 @@ TEST_F(HbaParams, LinuxBackendSaysNotSupported) {
     EXPECT_EQ(GetBootDeviceInfo(d, &b, 1), SDERR_NOT_SUPPORTED);
     EXPECT_EQ(SaveSingleAdapterNVRAMToBinaryFile(d, root_.path("/n.bin").c_str()), SDERR_NOT_SUPPORTED);
     EXPECT_EQ(Error(), "Unable to save current HBA Parameters of this HBA 0 to " + root_.path("/n.bin") + "!");
+}
+
+// The rows the -c display walks: only what the port has, coded values with
+// their meaning, and EnableBIOS as the inverse of the stored switch.
+TEST_F(HbaParams, ReportRowsFollowThePortAndTheRecord) {
+    Start();
+    SDMDevice *d = Device(kKitePort0);
+    VTAPI_HBAParams p = Params(kKitePort0);
+    p.DataRate = 4;
+    p.ConnectionOption = 2;
+    p.OperationMode = 6;
+    p.DisableBIOS = 1;
+    p.FrameSize = 2048;
+    auto rows = [&](const SDMDevice *device) {
+        std::map<std::string, std::string> byElement;
+        for (const vt::config::ReportRow &r : vt::config::HBAParamsReport(device, p)) {
+            EXPECT_FALSE(r.label.empty()) << r.element;
+            EXPECT_TRUE(byElement.emplace(r.element, r.value).second) << "twice: " << r.element;
+        }
+        return byElement;
+    };
+    const auto kite = rows(d);
+    EXPECT_EQ(kite.at("DataRate"), "4 - 8 Gb/s");
+    EXPECT_EQ(kite.at("ConnectionOption"), "2 - Loop Preferred, Otherwise Point-to-Point");
+    EXPECT_EQ(kite.at("OperationMode"), "6 - Interrupt when Interrupt Delay Timer expires or no active I/O");
+    EXPECT_EQ(kite.at("EnableBIOS"), "Disabled");
+    EXPECT_EQ(kite.at("FrameSize"), "2048");
+    // Rows the 64 Gb port lacks, and the two never shown.
+    for (const char *absent : {"EnableExtendedLogging", "EnableLipReset", "EnableReceiveOutOfOrderFrame",
+                               "LinkDownError", "FastErrorReporting"})
+        EXPECT_EQ(kite.count(absent), 0u) << absent;
+    p.DisableBIOS = 0;
+    EXPECT_EQ(rows(d).at("EnableBIOS"), "Enabled");
+    // The 8 Gb port shows the out-of-order switch and none of the later ones.
+    p.ReceiveOutOfOrderFrame = 1;
+    const auto older = rows(Device(vttest::kIsp8GbPort));
+    EXPECT_EQ(older.at("EnableReceiveOutOfOrderFrame"), "Enabled");
+    EXPECT_EQ(older.count("PreferFCP"), 0u);
+    EXPECT_EQ(older.count("NVMeEnable"), 0u);
 }
 
 }  // namespace
