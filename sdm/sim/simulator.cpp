@@ -236,7 +236,7 @@ uint32_t Simulator::portProperty(PortKey key, SDPortProperty &p) {
                                                                       : port.portSubState;
     p.PortSpeed = PortUp(p.PortState) ? port.speedCode : 0;
     p.SupportedSpeed = (v.card->driverCaps & SD_DRVCAP_SUPPORTED_SPEED) ? port.supportedMask : 0;
-    p.StateFlags = port.stateFlags;
+    p.StateFlags = port.stateFlags | flashStateFlags(*v.card);
     p.MaxFrameSize = port.maxFrameSize;
     p.DiscoveredTargets = uint32_t(port.targets.size());
     if (!v.vport) {

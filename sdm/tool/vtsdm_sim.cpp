@@ -7,6 +7,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <map>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -35,6 +36,11 @@ const char *kUsage =
     "                             device_errors, link_failure, loss_of_sync,\n"
     "                             loss_of_signal, invalid_crc, invalid_tx_words,\n"
     "                             primitive_seq_errors, tx_frames, rx_frames\n"
+    "  flash INSTANCE fault read|write N\n"
+    "                             the next N flash region reads or writes of the\n"
+    "                             instance's card fail\n"
+    "  flash INSTANCE restart     restart the card: an updated flash no longer\n"
+    "                             waits for a reboot\n"
     "  export-sysfs DIR           write DIR/sys as the kernel's FC transport would show\n"
     "                             this host (run it again after a program wrote to a\n"
     "                             control attribute there: it acts on the write)\n"
@@ -350,6 +356,25 @@ int main(int argc, char **argv) {
             }
         }
         return Report(sim.addCounters(inst, d), "counters");
+    }
+    if (cmd == "flash" && i + 1 < argc) {
+        uint32_t inst;
+        if (!ParseInstance(argv[i++], inst)) return 2;
+        const std::string what = argv[i++];
+        if (what == "restart" && i == argc) return Report(sim.restartCard(inst), "flash restart");
+        if (what == "fault" && i + 2 == argc) {
+            const std::string kind = argv[i];
+            char *end = nullptr;
+            const unsigned long n = strtoul(argv[i + 1], &end, 10);
+            if ((kind != "read" && kind != "write") || !*argv[i + 1] || *end || n > 1000000) {
+                fprintf(stderr, "vtsdm-sim: expected 'fault read|write N', got '%s %s'\n", argv[i], argv[i + 1]);
+                return 2;
+            }
+            std::optional<uint32_t> count = uint32_t(n);
+            return Report(kind == "read" ? sim.setFlashFaults(inst, count, std::nullopt)
+                                         : sim.setFlashFaults(inst, std::nullopt, count),
+                          "flash fault");
+        }
     }
     fputs(kUsage, stderr);
     return 2;
