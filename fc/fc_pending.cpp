@@ -28,18 +28,8 @@ VTAPI_EXPORT uint32_t FC_GetTargetLinkSpeed(const ProtocolEntry *, const uint8_t
 VTAPI_EXPORT uint32_t FC_SetTargetLinkSpeed(const ProtocolEntry *, const uint8_t *, uint32_t) { return kPending; }
 VTAPI_EXPORT uint32_t FC_SetTargetLinkSpeedToAlltargets(const ProtocolEntry *, uint32_t) { return kPending; }
 
-// -------- Flash: image files, region updates and saves
+// -------- Flash: memo block, transceiver firmware
 
-VTAPI_EXPORT uint32_t FC_doOptionROMUpdate(const ProtocolEntry *, const char *, uint32_t) { return kPending; }
-VTAPI_EXPORT uint32_t FC_UpdateAdapterFirmwareTableFromFile(const ProtocolEntry *, const char *) { return kPending; }
-VTAPI_EXPORT uint32_t FC_UpdateSpecificFlashRegionFromFile(const ProtocolEntry *, const char *, uint32_t) {
-    return kPending;
-}
-VTAPI_EXPORT uint32_t FC_UpdateAdapterMpiCfgFromDatFile(const ProtocolEntry *, const char *) { return kPending; }
-VTAPI_EXPORT uint32_t FC_UpdateAdapterPEPCfgFromFile(const ProtocolEntry *, const char *) { return kPending; }
-VTAPI_EXPORT uint32_t FC_SaveAdapterSerdesRegionToFile(const ProtocolEntry *, const char *) { return kPending; }
-VTAPI_EXPORT uint32_t FC_SaveAdapterFirmwareTableToFile(const ProtocolEntry *, const char *) { return kPending; }
-VTAPI_EXPORT uint32_t FC_SaveAdapterMpiCfgToDatFile(const ProtocolEntry *, const char *) { return kPending; }
 VTAPI_EXPORT uint32_t FC_GetAdapterFlashMemoBlock(const ProtocolEntry *, void *, uint32_t *) { return kPending; }
 VTAPI_EXPORT uint32_t FC_SfpModuleFirmwareUpdate(const ProtocolEntry *, const char *) { return kPending; }
 

@@ -427,7 +427,26 @@ struct VTAPI_FlashImageAdapters {
 
 
 /* Writes a flash image file into the card of the port.  gFlashUpdateInProgress
- * is 1 while it runs, so that VTAPI_DidConfigChange does not poll. */
+ * is 1 while it runs, so that VTAPI_DidConfigChange does not poll.
+ * The file (a multi-image file, bare or PLDM-wrapped, or a single boot-code
+ * file) is validated against the card as VTAPI_FCGetFlashImageVersion does;
+ * then the regions meant for the card (and the file's layout table) replace
+ * the flash's in one step, the VPD and NVRAM regions untouched.  options are
+ * reserved (0).
+ * Statuses of the update and region families: 201 written, the card runs it
+ * after a reboot (the ports report reboot-required, and the configuration-
+ * changed flag is set); 2 null argument; 3 no such file; 6 the card is not
+ * listed or its flash layout cannot be read; 13 the file cannot be read or
+ * does not fit the region; 25, 36, 113, 522 as for
+ * VTAPI_FCGetFlashImageVersion, 113 also when the file's regions do not fit
+ * the card's flash or the card has no such region; 29 a virtual port; 133
+ * firmware lockdown; 150 maintenance mode; a libvtsdm status (flash read or
+ * write failed) passed through, the flash unchanged.
+ * The region families: firmware table = firmware preload area (0x13), MPI
+ * configuration = 0x41, PEP configuration = PEP board configuration (0xCF),
+ * SerDes = PCIe SerDes table (0x102).  A save writes the whole region (its
+ * erased end included) to a new file put in place in one step; an update
+ * from such a file gives back the same region. */
 VTAPI_EXPORT uint32_t VTAPI_doOptionROMUpdate(const ProtocolEntry *port, const char *fileName, uint32_t options);
 VTAPI_EXPORT uint32_t FC_doOptionROMUpdate(const ProtocolEntry *port, const char *fileName, uint32_t options);
 VTAPI_EXPORT uint32_t VTAPI_UpdateAdapterFirmwareTableFromFile(const ProtocolEntry *port, const char *fileName);

@@ -65,6 +65,10 @@ extern "C" {
 #define SDERR_DATA_UNDERRUN        0x20000077u /* less data than requested; accepted */
 #define SDERR_SHORT_READ           0x20000078u /* flash region shorter than asked */
 #define SDERR_LOCKDOWN             0x2000007Au /* write refused: the port's firmware is in lockdown */
+/* Flash part errors: a read or write of a region failed; a failed write
+ * leaves the regions as they were. */
+#define SDERR_FLASH_READ_FAILED    0x2000007Bu
+#define SDERR_FLASH_WRITE_FAILED   0x2000007Cu
 
 /* ------------------------------------------------------------ constants */
 #define SD_INTERFACE_FC    1u
@@ -388,6 +392,22 @@ SDM_EXPORT uint32_t SDGetOptionRomEx(uint32_t handle, void *buffer, uint32_t siz
 /* Writes size bytes at offset of a region; flags are reserved (0). */
 SDM_EXPORT uint32_t SDUpdateOptionRomEx2(uint32_t handle, const void *buffer, uint32_t size,
                                          uint32_t region, uint32_t offset, uint32_t flags);
+
+/* Flash update: replaces the contents of several regions at once, all or
+ * none.  Each region gets Size bytes of Data from its start; the rest of the
+ * region reads as erased flash (0xFF).  A region the flash does not have
+ * gives SDERR_NOT_FOUND, data larger than the region SDERR_INVALID_PARAMETER,
+ * a failing part SDERR_FLASH_WRITE_FAILED; in every such case nothing
+ * changes.  Once written, the ports of the card report
+ * SD_PORTFLAG_REBOOT_REQUIRED until the card restarts.  flags are reserved
+ * (0). */
+typedef struct SDRegionImage {
+    uint32_t    Region;  /* region type code */
+    uint32_t    Size;    /* bytes of Data */
+    const void *Data;
+} SDRegionImage;
+SDM_EXPORT uint32_t SDUpdateOptionRomRegions(uint32_t handle, const SDRegionImage *regions, uint32_t count,
+                                             uint32_t flags);
 
 /* Events.  Fills as many 16-byte records as bufferSize holds, in arrival
  * order, and stores in *count how many were queued; the queue is drained. */

@@ -21,6 +21,7 @@ uint32_t Backend::readRegion(PortKey, uint32_t, std::vector<uint8_t> &) { return
 uint32_t Backend::writeRegion(PortKey, uint32_t, uint32_t, const std::vector<uint8_t> &) {
     return SDERR_NOT_SUPPORTED;
 }
+uint32_t Backend::writeRegions(PortKey, const std::vector<RegionImage> &) { return SDERR_NOT_SUPPORTED; }
 uint32_t Backend::takeEvents(PortKey, std::vector<SDAenRecord> &) { return SDERR_NOT_SUPPORTED; }
 uint32_t Backend::statistics(PortKey, SDStatistics &) { return SDERR_NOT_SUPPORTED; }
 uint32_t Backend::resetStatistics(PortKey) { return SDERR_NOT_SUPPORTED; }

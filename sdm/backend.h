@@ -77,6 +77,12 @@ public:
     virtual uint32_t flashLayout(PortKey key, std::vector<SDOptionRomRegion> &regions, uint32_t &flashSize);
     virtual uint32_t readRegion(PortKey key, uint32_t region, std::vector<uint8_t> &bytes);
     virtual uint32_t writeRegion(PortKey key, uint32_t region, uint32_t offset, const std::vector<uint8_t> &data);
+    // Replaces the contents of several regions, all or none (SDUpdateOptionRomRegions).
+    struct RegionImage {
+        uint32_t region = 0;
+        std::vector<uint8_t> bytes;
+    };
+    virtual uint32_t writeRegions(PortKey key, const std::vector<RegionImage> &regions);
 
     virtual uint32_t takeEvents(PortKey key, std::vector<SDAenRecord> &events);
     virtual uint32_t statistics(PortKey key, SDStatistics &out);

@@ -127,6 +127,8 @@ SDM_EXPORT const char *SDGetErrorString(uint32_t status) {
     case SDERR_NOT_FOUND: return "Object not found";
     case SDERR_IO_FAILED: return "Input/output error in the device-management library";
     case SDERR_NO_SUCH_DEVICE: return "No such device";
+    case SDERR_FLASH_READ_FAILED: return "Flash read failed";
+    case SDERR_FLASH_WRITE_FAILED: return "Flash write failed; the flash is unchanged";
     case SDERR_DEVICE_REMOVED: return "Device removed";
     case SDERR_DEVICE_UNAVAILABLE: return "Device temporarily unavailable";
     case SDERR_BUFFER_TOO_SMALL: return "Buffer too small";
@@ -334,6 +336,20 @@ SDM_EXPORT uint32_t SDUpdateOptionRomEx2(uint32_t handle, const void *buffer, ui
     std::vector<uint8_t> data;
     if (size) data.assign(static_cast<const uint8_t *>(buffer), static_cast<const uint8_t *>(buffer) + size);
     return WithPort(handle, [&](Backend &b, PortKey k) { return b.writeRegion(k, region, offset, data); });
+}
+
+SDM_EXPORT uint32_t SDUpdateOptionRomRegions(uint32_t handle, const SDRegionImage *regions, uint32_t count,
+                                             uint32_t flags) {
+    (void)flags;
+    if (!regions || count == 0) return SDERR_INVALID_PARAMETER;
+    std::vector<Backend::RegionImage> images(count);
+    for (uint32_t i = 0; i < count; ++i) {
+        if (!regions[i].Data && regions[i].Size) return SDERR_INVALID_PARAMETER;
+        const auto *data = static_cast<const uint8_t *>(regions[i].Data);
+        images[i].region = regions[i].Region;
+        if (regions[i].Size) images[i].bytes.assign(data, data + regions[i].Size);
+    }
+    return WithPort(handle, [&](Backend &b, PortKey k) { return b.writeRegions(k, images); });
 }
 
 SDM_EXPORT uint32_t SDGetAen(uint32_t handle, void *buffer, uint32_t bufferSize, uint32_t *count) {

@@ -211,7 +211,9 @@ TEST_F(Boot, CommandLineChecksOfABootTarget) {
 }
 
 TEST_F(Boot, PortWithoutBiosHasNoDriveTable) {
+    // A flash part with firmware only: no boot code region, so no BIOS.
     Start(R"({"cards":[{"serial":"NB1","model":"VT2516","device_id":"0x6A10","subsystem_id":"0x0A16",
+        "flash":{"layout":[{"region":"0x01","size":262144}]},
         "ports":[{"wwnn":"20:00:00:00:00:00:00:01","wwpn":"21:00:00:00:00:00:00:01"}]}]})");
     SDMDevice *d = Device("21:00:00:00:00:00:00:01");
     VTAPI_BootDeviceInfo info{};

@@ -426,10 +426,40 @@ Port ParsePort(const Node &n, const Card &card, uint32_t cardIndex, uint32_t pos
     return p;
 }
 
+// "flash": { "layout": [ { "region": "0x01", "size": 262144 }, ... ],
+//            "faults": { "read": N, "write": N } }
+FlashDef ParseFlash(const Node &n) {
+    n.expectObject({"layout", "faults"});
+    FlashDef f;
+    if (n.has("layout")) {
+        std::vector<SDOptionRomRegion> layout;
+        for (const Node &r : n.array("layout")) {
+            r.expectObject({"region", "size"});
+            if (!r.has("region")) r.child("region").fail("missing");
+            if (!r.has("size")) r.child("size").fail("missing");
+            const uint32_t region = uint32_t(r.num("region", 0, 0xFFFF));
+            const uint32_t size = uint32_t(r.num("size", 0, 64u << 20));
+            if (size == 0) r.child("size").fail("must be at least 1");
+            for (const SDOptionRomRegion &d : layout)
+                if (d.Region == region) r.child("region").fail("listed twice");
+            layout.push_back({region, size});
+        }
+        f.layout = std::move(layout);
+    }
+    if (n.has("faults")) {
+        Node faults = n.child("faults");
+        faults.expectObject({"read", "write"});
+        f.readFaults = uint32_t(faults.num("read", 0, 1000000));
+        f.writeFaults = uint32_t(faults.num("write", 0, 1000000));
+    }
+    return f;
+}
+
 void ParseCard(const Node &n, Host &host) {
     n.expectObject({"serial", "model", "description", "manufacturer", "device_id", "isp_type",
                     "subsystem_vendor_id", "subsystem_id", "chip_revision", "pci_bus", "pci_device",
-                    "driver", "firmware", "option_rom", "vpd", "ports", "copies", "nvme_boot_region"});
+                    "driver", "firmware", "option_rom", "vpd", "ports", "copies", "flash",
+                    "nvme_boot_region"});
     Card c;
     c.serial = n.requiredStr("serial", 31);
     c.model = n.requiredStr("model", 31);
@@ -497,6 +527,8 @@ void ParseCard(const Node &n, Host &host) {
             c.vpd.emplace_back(it.key(), val);
         }
     }
+
+    if (n.has("flash")) c.flash = ParseFlash(n.child("flash"));
 
     uint64_t copies = n.num("copies", 1, 31);
     if (copies == 0) n.child("copies").fail("must be at least 1");

@@ -134,6 +134,15 @@ struct Versions {
     std::string bios, fcode, efi, firmware, multiboot;
 };
 
+// The flash part of a card as the host file may set it (sim_flash.cpp).
+struct FlashDef {
+    // Regions (type, capacity in bytes) that replace the family's layout;
+    // the VPD, NVRAM, FC-NVMe boot and layout-table regions stay.
+    std::optional<std::vector<SDOptionRomRegion>> layout;
+    uint32_t readFaults = 0;   // region reads that fail before one succeeds
+    uint32_t writeFaults = 0;  // likewise region writes
+};
+
 struct Card {
     std::string serial;
     std::string model;
@@ -157,6 +166,7 @@ struct Card {
     Versions versions;
     std::vector<std::pair<std::string, std::string>> vpd;  // read-only keywords
     std::vector<uint32_t> ports;  // indexes into Host::ports
+    FlashDef flash;
     // Chips after type 26: the flash region (334 or 377) whose FC-NVMe boot
     // parameters are active, as the card's active-region record says.
     uint32_t nvmeBootRegion = 334;

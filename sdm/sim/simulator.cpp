@@ -237,7 +237,7 @@ uint32_t Simulator::portProperty(PortKey key, SDPortProperty &p) {
                                                                       : port.portSubState;
     p.PortSpeed = PortUp(p.PortState) ? currentSpeed(v) : 0;
     p.SupportedSpeed = (v.card->driverCaps & SD_DRVCAP_SUPPORTED_SPEED) ? port.supportedMask : 0;
-    p.StateFlags = currentStateFlags(v);
+    p.StateFlags = currentStateFlags(v) | flashStateFlags(*v.card);
     p.MaxFrameSize = port.maxFrameSize;
     p.DiscoveredTargets = uint32_t(port.targets.size());
     if (!v.vport) {

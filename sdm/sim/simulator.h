@@ -68,6 +68,7 @@ public:
     uint32_t flashLayout(PortKey key, std::vector<SDOptionRomRegion> &regions, uint32_t &flashSize) override;
     uint32_t readRegion(PortKey key, uint32_t region, std::vector<uint8_t> &bytes) override;
     uint32_t writeRegion(PortKey key, uint32_t region, uint32_t offset, const std::vector<uint8_t> &data) override;
+    uint32_t writeRegions(PortKey key, const std::vector<RegionImage> &regions) override;
 
     uint32_t takeEvents(PortKey key, std::vector<SDAenRecord> &events) override;
     uint32_t statistics(PortKey key, SDStatistics &out) override;
@@ -85,6 +86,12 @@ public:
     uint32_t queueEvent(uint32_t instance, uint32_t code);
     uint32_t setLinkState(uint32_t instance, uint16_t state, bool dport);
     uint32_t addCounters(uint32_t instance, const SDStatistics &delta);
+    // Flash controls (sim_flash.cpp): the next N region reads or writes of the
+    // instance's card fail; a restart of the card clears reboot-required.
+    uint32_t setFlashFaults(uint32_t instance, std::optional<uint32_t> reads, std::optional<uint32_t> writes);
+    uint32_t restartCard(uint32_t instance);
+    // SD_PORTFLAG_REBOOT_REQUIRED when the card's flash was updated.
+    uint32_t flashStateFlags(const Card &c);
 
     // NVRAM controls of vtsdm-sim (sim_nvram.cpp), by instance of a physical
     // port: condition flags, faults to come, a damaged image, a simulated
@@ -116,6 +123,10 @@ private:
     uint32_t writeGlobalNvram(const View &v, uint32_t offset, const std::vector<uint8_t> &data);
     uint32_t flashWriteAllowed(const View &v);
     void addNvramRegions(const Card &c, std::vector<std::pair<uint32_t, std::vector<uint8_t>>> &regions);
+    const std::vector<SDOptionRomRegion> &cardLayout(const Card &c);
+    std::optional<uint32_t> regionCapacity(const Card &c, uint32_t region);
+    std::vector<uint8_t> regionContent(const Card &c, uint32_t region);
+    bool flashFault(const Card &c, bool write);
     uint32_t consumeFault(const std::string &key, uint32_t limit);
     uint32_t instancePort(uint32_t instance, View &v);
 
@@ -124,6 +135,7 @@ private:
     std::unordered_map<uint64_t, uint32_t> portByWwpn_;
     std::vector<std::unordered_map<uint64_t, uint32_t>> targetByWwpn_;  // per physical port
     std::map<uint32_t, std::vector<std::pair<uint32_t, std::vector<uint8_t>>>> flash_;  // by card
+    std::map<uint32_t, std::vector<SDOptionRomRegion>> layouts_;  // by card: region capacities
     std::map<std::tuple<uint64_t, uint64_t, uint16_t>, std::vector<uint8_t>> buffers_;  // write buffer
 };
 

@@ -118,6 +118,13 @@ std::string StateToJson(const State &s) {
     }
     j["flash"] = flash;
     j["faults_used"] = s.faultsUsed;
+    if (!s.flashCards.empty()) {
+        json cards = json::object();
+        for (const auto &[serial, f] : s.flashCards)
+            cards[serial] = {{"reboot_required", f.rebootRequired}, {"read_faults", f.readFaults},
+                             {"write_faults", f.writeFaults}};
+        j["flash_cards"] = cards;
+    }
     return j.dump(1);
 }
 
@@ -189,6 +196,13 @@ bool StateFromJson(const std::string &text, State &s) {
                 out.flash[it.key()][uint32_t(std::stoul(r.key()))] = std::move(b);
             }
         out.faultsUsed = j.at("faults_used").get<std::map<std::string, uint32_t>>();
+        if (j.contains("flash_cards"))
+            for (auto it = j["flash_cards"].begin(); it != j["flash_cards"].end(); ++it) {
+                CardFlashChanges &f = out.flashCards[it.key()];
+                f.rebootRequired = it.value().at("reboot_required").get<bool>();
+                f.readFaults = it.value().at("read_faults").get<uint32_t>();
+                f.writeFaults = it.value().at("write_faults").get<uint32_t>();
+            }
         s = std::move(out);
         return true;
     } catch (const std::exception &) {

@@ -41,12 +41,21 @@ struct VPortRecord {
     SDQoS qos{};
 };
 
+// A card's flash beyond its region bytes (sim_flash.cpp).
+struct CardFlashChanges {
+    bool rebootRequired = false;  // an update was written since the last reset
+    uint32_t readFaults = 0;      // failures still to come, armed by vtsdm-sim
+    uint32_t writeFaults = 0;
+    bool operator==(const CardFlashChanges &) const = default;
+};
+
 struct State {
     std::string hostHash;                            // content hash of the host file
     std::map<uint64_t, PortChanges> ports;           // by WWPN
     std::optional<std::vector<VPortRecord>> vports;  // absent: as the host file defines
     std::map<std::string, std::map<uint32_t, std::vector<uint8_t>>> flash;  // serial -> region
     std::map<std::string, uint32_t> faultsUsed;      // fault key -> count used
+    std::map<std::string, CardFlashChanges> flashCards;  // by card serial
 };
 
 class StateStore {

@@ -44,6 +44,11 @@ const char *kUsage =
     "  port-reset INSTANCE        reset the port: NVRAM settings a reset applies (data\n"
     "                             rate, port disable) take effect\n"
     "  nvme-boot INSTANCE 334|377 the FC-NVMe boot region the card's record names active\n"
+    "  flash INSTANCE fault read|write N\n"
+    "                             the next N flash region reads or writes of the\n"
+    "                             instance's card fail\n"
+    "  flash INSTANCE restart     restart the card: an updated flash no longer\n"
+    "                             waits for a reboot\n"
     "  export-sysfs DIR           write DIR/sys as the kernel's FC transport would show\n"
     "                             this host (run it again after a program wrote to a\n"
     "                             control attribute there: it acts on the write)\n"
@@ -408,6 +413,25 @@ int main(int argc, char **argv) {
         return Report(sim.addCounters(inst, d), "counters");
     }
     if (int rc = NvramCommand(sim, cmd, argc - i, argv + i); rc >= 0) return rc;
+    if (cmd == "flash" && i + 1 < argc) {
+        uint32_t inst;
+        if (!ParseInstance(argv[i++], inst)) return 2;
+        const std::string what = argv[i++];
+        if (what == "restart" && i == argc) return Report(sim.restartCard(inst), "flash restart");
+        if (what == "fault" && i + 2 == argc) {
+            const std::string kind = argv[i];
+            char *end = nullptr;
+            const unsigned long n = strtoul(argv[i + 1], &end, 10);
+            if ((kind != "read" && kind != "write") || !*argv[i + 1] || *end || n > 1000000) {
+                fprintf(stderr, "vtsdm-sim: expected 'fault read|write N', got '%s %s'\n", argv[i], argv[i + 1]);
+                return 2;
+            }
+            std::optional<uint32_t> count = uint32_t(n);
+            return Report(kind == "read" ? sim.setFlashFaults(inst, count, std::nullopt)
+                                         : sim.setFlashFaults(inst, std::nullopt, count),
+                          "flash fault");
+        }
+    }
     fputs(kUsage, stderr);
     return 2;
 }
