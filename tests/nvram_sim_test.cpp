@@ -164,6 +164,11 @@ TEST_F(NvramSim, FlagsChangeAtRunTimeAndAreEnforced) {
     EXPECT_EQ(Port(h).StateFlags, SD_PORTFLAG_LOCKDOWN);
     EXPECT_EQ(SDUpdateNVRam(h, 0, 1, changed.data(), 512), SDERR_LOCKDOWN);
     EXPECT_EQ(SDUpdateOptionRomEx2(h, patch, 4, 0x07, 100, 0), SDERR_LOCKDOWN);
+    SDRegionImage whole{};
+    whole.Region = 0x07;
+    whole.Data = patch;
+    whole.Size = sizeof patch;
+    EXPECT_EQ(SDUpdateOptionRomRegions(h, &whole, 1, 0), SDERR_LOCKDOWN);
     EXPECT_EQ(Read(h), img);
     EXPECT_STREQ(SDGetErrorString(SDERR_LOCKDOWN), "Refused: the adapter's firmware is in lockdown");
     // The other port of the card is not locked.
