@@ -1,5 +1,9 @@
-// Default answers of the backend interface: "not supported".
+// Default answers of the backend interface: "not supported"; and the
+// notices for the calling program's log.
 #include "backend.h"
+
+#include <cstdio>
+#include <deque>
 
 namespace vtsdm {
 
@@ -21,7 +25,10 @@ uint32_t Backend::readRegion(PortKey, uint32_t, std::vector<uint8_t> &) { return
 uint32_t Backend::writeRegion(PortKey, uint32_t, uint32_t, const std::vector<uint8_t> &) {
     return SDERR_NOT_SUPPORTED;
 }
-uint32_t Backend::takeEvents(PortKey, std::vector<SDAenRecord> &) { return SDERR_NOT_SUPPORTED; }
+uint32_t Backend::takeEvents(PortKey, uint32_t, std::vector<SDAenRecord> &, uint32_t &) {
+    return SDERR_NOT_SUPPORTED;
+}
+uint32_t Backend::eventQueue(PortKey, SDAenQueueStatus &) { return SDERR_NOT_SUPPORTED; }
 uint32_t Backend::statistics(PortKey, SDStatistics &) { return SDERR_NOT_SUPPORTED; }
 uint32_t Backend::resetStatistics(PortKey) { return SDERR_NOT_SUPPORTED; }
 uint32_t Backend::remoteLinkStatus(PortKey, uint64_t, SDLinkErrorStatus &) { return SDERR_NOT_SUPPORTED; }
@@ -30,5 +37,33 @@ uint32_t Backend::createVport(PortKey, uint64_t, uint64_t, uint16_t &) { return 
 uint32_t Backend::deleteVport(PortKey, uint64_t) { return SDERR_NOT_SUPPORTED; }
 uint32_t Backend::getQoS(PortKey, uint64_t, SDQoS &) { return SDERR_NOT_SUPPORTED; }
 uint32_t Backend::setQoS(PortKey, uint64_t, const SDQoS &) { return SDERR_NOT_SUPPORTED; }
+
+}  // namespace vtsdm
+
+namespace vtsdm {
+
+namespace {
+std::mutex g_noticeLock;
+std::deque<std::string> g_notices;
+}  // namespace
+
+void Notice(const std::string &text) {
+    fprintf(stderr, "vtsdm: %s\n", text.c_str());
+    std::lock_guard<std::mutex> lock(g_noticeLock);
+    if (g_notices.size() == kMaxNotices) g_notices.pop_front();
+    g_notices.push_back(text);
+}
+
+bool OldestNotice(std::string &text) {
+    std::lock_guard<std::mutex> lock(g_noticeLock);
+    if (g_notices.empty()) return false;
+    text = g_notices.front();
+    return true;
+}
+
+void DropNotice(const std::string &text) {
+    std::lock_guard<std::mutex> lock(g_noticeLock);
+    if (!g_notices.empty() && g_notices.front() == text) g_notices.pop_front();
+}
 
 }  // namespace vtsdm

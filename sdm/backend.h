@@ -47,6 +47,10 @@ struct LoopbackRequest {
     bool maxIo = false;       // SDDiagIO: external loopback of maximum-size I/O
 };
 
+// Events a port's queue holds, as adapter firmware does; past it the oldest
+// are dropped and counted.
+constexpr size_t kEventQueueDepth = 256;
+
 class Backend {
 public:
     virtual ~Backend() = default;
@@ -78,7 +82,10 @@ public:
     virtual uint32_t readRegion(PortKey key, uint32_t region, std::vector<uint8_t> &bytes);
     virtual uint32_t writeRegion(PortKey key, uint32_t region, uint32_t offset, const std::vector<uint8_t> &data);
 
-    virtual uint32_t takeEvents(PortKey key, std::vector<SDAenRecord> &events);
+    // Hands out at most `room` of the oldest queued events and leaves the
+    // rest queued; `queued` is how many were waiting before the call.
+    virtual uint32_t takeEvents(PortKey key, uint32_t room, std::vector<SDAenRecord> &events, uint32_t &queued);
+    virtual uint32_t eventQueue(PortKey key, SDAenQueueStatus &out);
     virtual uint32_t statistics(PortKey key, SDStatistics &out);
     virtual uint32_t resetStatistics(PortKey key);
     virtual uint32_t remoteLinkStatus(PortKey key, uint64_t target, SDLinkErrorStatus &out);
@@ -123,6 +130,15 @@ struct BackendAccess {
 BackendAccess AcquireBackend();
 std::string BackendError();
 void UnloadBackend();
+
+// Something the calling program's log should hear of (a state file kept
+// aside, a file refused): printed on standard error at once and kept, the
+// last kMaxNotices of them, until SDGetBackendNotice hands it out: the
+// oldest is looked at, then dropped once the caller has it.
+constexpr size_t kMaxNotices = 32;
+void Notice(const std::string &text);
+bool OldestNotice(std::string &text);
+void DropNotice(const std::string &text);
 
 // The directory above the lib64/ (or bin/) that holds this code.
 std::string InstallationDir();
