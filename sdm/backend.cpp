@@ -2,6 +2,10 @@
 // notices for the calling program's log.
 #include "backend.h"
 
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <cerrno>
 #include <cstdio>
 #include <deque>
 
@@ -46,6 +50,26 @@ namespace {
 std::mutex g_noticeLock;
 std::deque<std::string> g_notices;
 }  // namespace
+
+bool ReadTextFile(const std::string &path, std::string &text) {
+    const int fd = open(path.c_str(), O_RDONLY | O_CLOEXEC);
+    if (fd < 0) return false;
+    text.clear();
+    char buf[65536];
+    ssize_t n;
+    try {
+        while ((n = read(fd, buf, sizeof buf)) != 0) {
+            if (n < 0 && errno == EINTR) continue;
+            if (n < 0) break;
+            text.append(buf, size_t(n));
+        }
+    } catch (...) {
+        close(fd);
+        throw;
+    }
+    close(fd);
+    return n == 0;
+}
 
 void Notice(const std::string &text) {
     fprintf(stderr, "vtsdm: %s\n", text.c_str());

@@ -140,6 +140,10 @@ void Notice(const std::string &text);
 bool OldestNotice(std::string &text);
 void DropNotice(const std::string &text);
 
+// Reads a whole file; false when it cannot be opened or read.  Unlike a
+// stream it lets an allocation failure through.
+bool ReadTextFile(const std::string &path, std::string &text);
+
 // The directory above the lib64/ (or bin/) that holds this code.
 std::string InstallationDir();
 

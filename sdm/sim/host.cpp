@@ -3,15 +3,15 @@
 #include "host.h"
 
 #include <algorithm>
-#include <fstream>
 #include <numeric>
 #include <set>
-#include <sstream>
 #include <unordered_map>
 
 #include <nlohmann/json.hpp>
 
+#include "backend.h"
 #include "idtable.h"
+#include "json_teardown.h"
 
 namespace vtsdm {
 
@@ -667,6 +667,7 @@ void CheckExpansion(const Node &root) {
 
 Host ParseHost(const std::string &text, const std::string &path) {
     json doc;
+    DismantleOnExit dismantle(doc);
     try {
         doc = json::parse(text);
     } catch (const json::parse_error &e) {
@@ -689,11 +690,9 @@ Host ParseHost(const std::string &text, const std::string &path) {
 }
 
 Host LoadHost(const std::string &path) {
-    std::ifstream in(path, std::ios::binary);
-    if (!in) throw HostError("host file " + path + ": cannot be opened");
-    std::ostringstream ss;
-    ss << in.rdbuf();
-    return ParseHost(ss.str(), path);
+    std::string text;
+    if (!ReadTextFile(path, text)) throw HostError("host file " + path + ": cannot be opened");
+    return ParseHost(text, path);
 }
 
 }  // namespace vtsdm

@@ -12,6 +12,7 @@
 #include <nlohmann/json.hpp>
 
 #include "backend.h"
+#include "json_teardown.h"
 #include "state_files.h"
 
 namespace vtsdm {
@@ -81,6 +82,7 @@ bool WriteAll(int fd, const std::string &data) {
 
 std::string StateToJson(const State &s) {
     json j;
+    DismantleOnExit dismantle(j);
     j["format"] = kFormat;
     j["host"] = s.hostHash;
     json ports = json::object();
@@ -95,27 +97,27 @@ std::string StateToJson(const State &s) {
         if (!p.events.empty()) {
             json ev = json::array();
             for (const auto &e : p.events) ev.push_back({e.Code, e.Payload[0], e.Payload[1], e.Payload[2]});
-            o["events"] = ev;
+            o["events"] = std::move(ev);
         }
         if (p.eventsDropped) o["events_dropped"] = p.eventsDropped;
         if (p.openFailuresUsed) o["open_failures_used"] = p.openFailuresUsed;
-        ports[std::to_string(wwpn)] = o;
+        ports[std::to_string(wwpn)] = std::move(o);
     }
-    j["ports"] = ports;
+    j["ports"] = std::move(ports);
     if (s.vports) {
         json v = json::array();
         for (const auto &r : *s.vports)
             v.push_back({{"parent", r.parentWwpn}, {"wwnn", r.wwnn}, {"wwpn", r.wwpn}, {"id", r.vportId},
                          {"qos", {r.qos.QoSType, r.qos.QoSValue, r.qos.QoSEnabled}}});
-        j["vports"] = v;
+        j["vports"] = std::move(v);
     }
     json flash = json::object();
     for (const auto &[serial, regions] : s.flash) {
         json r = json::object();
         for (const auto &[code, bytes] : regions) r[std::to_string(code)] = Hex(bytes.data(), bytes.size());
-        flash[serial] = r;
+        flash[serial] = std::move(r);
     }
-    j["flash"] = flash;
+    j["flash"] = std::move(flash);
     j["faults_used"] = s.faultsUsed;
     return j.dump(1);
 }
@@ -123,6 +125,7 @@ std::string StateToJson(const State &s) {
 bool StateFromJson(const std::string &text, State &s, std::string *error) {
     try {
         json j = json::parse(text);
+        DismantleOnExit dismantle(j);
         if (j.value("format", 0) != kFormat) return false;
         State out;
         out.hostHash = j.value("host", std::string());
