@@ -396,7 +396,7 @@ SDM_EXPORT uint32_t SDGetOptionRomEx(uint32_t handle, void *buffer, uint32_t siz
         return rc;
     if (offset >= bytes.size()) return size ? SDERR_SHORT_READ : SDERR_NONE;
     uint32_t n = std::min<uint32_t>(size, uint32_t(bytes.size()) - offset);
-    memcpy(buffer, bytes.data() + offset, n);
+    CopyBytes(buffer, bytes.data() + offset, n);
     return n < size ? SDERR_SHORT_READ : SDERR_NONE;
 } catch (...) {
     return ExceptionStatus();

@@ -179,6 +179,8 @@ TEST_F(Hardening, TheBudgetCountsPortsTargetsLunsAndVirtualPorts) {
             {"wwpn":"51:00:00:00:00:00:00:00","lun_range":{"count":)" + std::to_string(lastLuns) + "}}]" + extra);
     };
     EXPECT_EQ(Refusal(host(2458, "")), "");
+    // The stock large host (31 x 256 x 256) is well within it.
+    EXPECT_EQ(Refusal(vttest::ReadFile(std::string(VT_SOURCE_DIR) + "/data/hosts/large_31x256x256.json")), "");
     EXPECT_NE(Refusal(host(2459, "")).find("expands to 3,000,001 ports"), std::string::npos);
 
     // A virtual port sees its physical port's targets and LUNs again.
@@ -460,6 +462,7 @@ TEST_F(Hardening, AnEmptyVpdRegionCopiesNothing) {
     uint32_t size = sizeof buf;
     EXPECT_EQ(SDGetVpd(h, buf, &size), SDERR_NONE);
     EXPECT_EQ(size, 0u);
+    EXPECT_EQ(SDGetOptionRomEx(h, buf, sizeof buf, vtsdm::image::kRegionVpd, 0), SDERR_SHORT_READ);
 }
 
 // ------------------------------------------------- allocation failures
