@@ -213,6 +213,8 @@ TEST_F(Hardening, NamesAndPortIdsAreCheckedStrictlyAndNeverWrap) {
         {OnePort(R"("wwnn":"20:00:00:24:ff:00:00:01","wwpn":"21:00-00:24:ff:00:00:01")"),
          "ports[0].wwpn: expected a WWN"},
         {OnePort(kNames + R"(,"enode_mac":"-1:0e:1e:00:00:01")"), "ports[0].enode_mac: expected a MAC"},
+        // A number a double cannot hold is bad JSON like any other.
+        {OnePort(kNames + R"(,"speed":482e11920)"), "not valid JSON"},
         // A remote port with the name of one of the host's own ports.
         {OnePort(kNames + R"(,"targets":[{"wwpn":"21:00:00:24:ff:00:00:01"}])"),
          "targets: WWPN 21:00:00:24:ff:00:00:01 is already used by cards[serial S1].ports[0].wwpn"},

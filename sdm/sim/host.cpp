@@ -670,7 +670,7 @@ Host ParseHost(const std::string &text, const std::string &path) {
     DismantleOnExit dismantle(doc);
     try {
         doc = json::parse(text);
-    } catch (const json::parse_error &e) {
+    } catch (const json::exception &e) {  // a syntax error, or a number past the range of a double
         throw HostError("host file " + path + ": not valid JSON: " + e.what());
     }
     Host host;
