@@ -8,7 +8,8 @@
  * Conventions
  *  - Every call returns a 32-bit status; SDERR_NONE (0) is success.  The
  *    exceptions are SDGetErrorString and SDGetVariableValue, which return
- *    their result directly.
+ *    their result directly.  No call lets a C++ exception out; one that runs
+ *    out of memory returns SDERR_OUT_OF_MEMORY.
  *  - A handle comes from SDOpenDevice and stays valid until SDCloseDevice.
  *  - World-wide names are 8 bytes, most significant byte first.
  *  - Where a caller passes a buffer with its size, a buffer that is too
@@ -57,6 +58,7 @@ extern "C" {
 #define SDERR_INVALID_HANDLE       0x20000068u /* handle not open */
 #define SDERR_NOT_FOUND            0x20000069u /* no such target, LUN, region or vport */
 #define SDERR_IO_FAILED            0x2000006Au /* state store or host file error */
+#define SDERR_OUT_OF_MEMORY        0x2000006Cu /* an allocation failed; nothing changed */
 #define SDERR_NO_SUCH_DEVICE       0x2000006Du /* no further instance */
 #define SDERR_DEVICE_REMOVED       0x2000006Fu /* device removed */
 #define SDERR_DEVICE_UNAVAILABLE   0x20000071u /* temporarily unavailable, retry */
@@ -279,6 +281,16 @@ typedef struct SDAenRecord {
     uint32_t Payload[3];
 } SDAenRecord;
 
+/* A port's event queue (SDGetAenQueueStatus).  The queue holds Capacity
+ * events, as the adapter firmware does; a new event on a full queue drops
+ * the oldest and counts it in Dropped. */
+typedef struct SDAenQueueStatus {
+    uint32_t Queued;    /* events waiting for SDGetAen */
+    uint32_t Capacity;  /* most events the queue holds */
+    uint32_t Dropped;   /* events dropped so far (saturates) */
+    uint32_t Reserved[5];
+} SDAenQueueStatus;
+
 /* Option-ROM layout: a header of two words and Count descriptors. */
 typedef struct SDOptionRomRegion {
     uint32_t Region;    /* region type code */
@@ -316,6 +328,12 @@ SDM_EXPORT const char *SDGetErrorString(uint32_t status);
  * backend could be made (the reason went to standard error). */
 SDM_EXPORT uint32_t SDGetBackendName(char *buffer, uint32_t size);
 SDM_EXPORT uint32_t SDGetBackendDescription(char *buffer, uint32_t size);
+/* The oldest notice the library has for the caller's log (a damaged state
+ * file kept aside under a new name, a state file refused, ...), one line of
+ * text.  It is removed once it has been handed out; SDERR_NOT_FOUND when
+ * there is none, SDERR_BUFFER_TOO_SMALL (and it stays) when it does not
+ * fit.  Each notice also went to standard error when it arose. */
+SDM_EXPORT uint32_t SDGetBackendNotice(char *buffer, uint32_t size);
 
 /* Devices. SDOpenDevice returns SDERR_NO_SUCH_DEVICE past the last one. */
 SDM_EXPORT uint32_t SDOpenDevice(uint32_t instance, uint32_t *handle);
@@ -403,9 +421,12 @@ typedef struct SDRegionImage {
 SDM_EXPORT uint32_t SDUpdateOptionRomRegions(uint32_t handle, const SDRegionImage *regions, uint32_t count,
                                              uint32_t flags);
 
-/* Events.  Fills as many 16-byte records as bufferSize holds, in arrival
- * order, and stores in *count how many were queued; the queue is drained. */
+/* Events.  Fills as many 16-byte records as bufferSize holds, oldest first,
+ * and takes them from the queue; the rest stay queued for the next call.
+ * *count is how many were queued before the call, so a count above what
+ * the buffer holds means more are waiting. */
 SDM_EXPORT uint32_t SDGetAen(uint32_t handle, void *buffer, uint32_t bufferSize, uint32_t *count);
+SDM_EXPORT uint32_t SDGetAenQueueStatus(uint32_t handle, SDAenQueueStatus *status);
 
 /* Statistics. */
 SDM_EXPORT uint32_t SDGetStatistics(uint32_t handle, SDStatistics *stats);

@@ -70,6 +70,7 @@ struct Target {
     bool tape = false;
     std::optional<InquiryData> inquiry;  // answer for LUN 0 when it has no LUN 0
     std::vector<Lun> luns;               // explicit, in report order
+    std::vector<uint32_t> lunOrder;      // indexes into luns, by LUN number
     std::shared_ptr<const LunRange> range;  // generated LUNs after the explicit ones
     SDLinkErrorStatus linkErrors{};
     TargetFaults faults;
@@ -159,6 +160,15 @@ struct Card {
     std::vector<uint32_t> ports;  // indexes into Host::ports
     FlashDef flash;
 };
+
+// What one host file may expand to, counted before anything is expanded:
+// every port function (a virtual port sees the targets and LUNs of its
+// physical port), every target each of them sees and every LUN behind those
+// targets.  The 31 x 256 x 256 host is about 2.04 million; discovery in the
+// library costs some hundreds of bytes per LUN.
+constexpr uint64_t kMaxHostElements = 3000000;
+// Targets one port may see; each is a full record here and in the library.
+constexpr uint64_t kMaxTargetsPerPort = 4096;
 
 struct Host {
     std::string path;          // file it was loaded from

@@ -9,18 +9,21 @@ namespace vtsdm {
 
 using namespace simdetail;
 
-uint32_t Simulator::takeEvents(PortKey key, std::vector<SDAenRecord> &events) {
+uint32_t Simulator::takeEvents(PortKey key, uint32_t room, std::vector<SDAenRecord> &events, uint32_t &queued) {
     View v;
     if (uint32_t rc = resolve(key, v)) return rc;
     if (!(v.card->driverCaps & SD_DRVCAP_AEN)) return SDERR_NOT_SUPPORTED;
     events.clear();
+    queued = 0;
     const State &s = store_.current();
     auto it = s.ports.find(key);
     if (it == s.ports.end() || it->second.events.empty()) return SDERR_NONE;
+    queued = uint32_t(it->second.events.size());
+    if (room == 0) return SDERR_NONE;
     return store_.modify([&](State &st) {
-        auto &q = st.ports[key].events;
-        events.swap(q);
-        q.clear();
+        auto &p = st.ports[key];
+        queued = uint32_t(p.events.size());
+        events = TakeEvents(p, room);
         return SDERR_NONE;
     });
 }
@@ -67,7 +70,7 @@ uint32_t Simulator::queueEvent(uint32_t instance, uint32_t code) {
     View v;
     if (uint32_t rc = instancePort(instance, v)) return rc;
     return store_.modify([&](State &s) {
-        s.ports[v.wwpn()].events.push_back({code, {0, 0, 0}});
+        QueueEvent(s.ports[v.wwpn()], {code, {0, 0, 0}});
         return SDERR_NONE;
     });
 }
@@ -82,8 +85,8 @@ uint32_t Simulator::setLinkState(uint32_t instance, uint16_t state, bool dport) 
         p.portState = state;
         p.portSubState = dport ? SD_PORTSUBSTATE_DPORT : SD_PORTSUBSTATE_NONE;
         // A change of link brings its event, as the driver would queue it.
-        if (PortUp(before) && !PortUp(state)) p.events.push_back({SD_AEN_LINK_DOWN, {0, 0, 0}});
-        if (!PortUp(before) && PortUp(state)) p.events.push_back({SD_AEN_LINK_UP, {0, 0, 0}});
+        if (PortUp(before) && !PortUp(state)) QueueEvent(p, {SD_AEN_LINK_DOWN, {0, 0, 0}});
+        if (!PortUp(before) && PortUp(state)) QueueEvent(p, {SD_AEN_LINK_UP, {0, 0, 0}});
         return SDERR_NONE;
     });
 }

@@ -281,6 +281,20 @@ const Target *Simulator::findTarget(const View &v, uint64_t wwpn) const {
     return it == index.end() ? nullptr : &v.port->targets[it->second];
 }
 
+uint32_t Simulator::eventQueue(PortKey key, SDAenQueueStatus &out) {
+    View v;
+    if (uint32_t rc = resolve(key, v)) return rc;
+    if (!(v.card->driverCaps & SD_DRVCAP_AEN)) return SDERR_NOT_SUPPORTED;
+    out = SDAenQueueStatus{};
+    out.Capacity = uint32_t(kEventQueueDepth);
+    const State &s = store_.current();
+    if (auto it = s.ports.find(key); it != s.ports.end()) {
+        out.Queued = uint32_t(it->second.events.size());
+        out.Dropped = uint32_t(std::min<uint64_t>(it->second.eventsDropped, UINT32_MAX));
+    }
+    return SDERR_NONE;
+}
+
 Simulator *ActiveSimulator(const BackendAccess &access) { return dynamic_cast<Simulator *>(access.backend); }
 
 }  // namespace vtsdm

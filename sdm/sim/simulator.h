@@ -70,7 +70,8 @@ public:
     uint32_t writeRegion(PortKey key, uint32_t region, uint32_t offset, const std::vector<uint8_t> &data) override;
     uint32_t writeRegions(PortKey key, const std::vector<RegionImage> &regions) override;
 
-    uint32_t takeEvents(PortKey key, std::vector<SDAenRecord> &events) override;
+    uint32_t takeEvents(PortKey key, uint32_t room, std::vector<SDAenRecord> &events, uint32_t &queued) override;
+    uint32_t eventQueue(PortKey key, SDAenQueueStatus &out) override;
     uint32_t statistics(PortKey key, SDStatistics &out) override;
     uint32_t resetStatistics(PortKey key) override;
     uint32_t remoteLinkStatus(PortKey key, uint64_t target, SDLinkErrorStatus &out) override;

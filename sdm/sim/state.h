@@ -13,6 +13,7 @@
 #include <string>
 #include <vector>
 
+#include "backend.h"
 #include "vtsdm.h"
 
 namespace vtsdm {
@@ -24,8 +25,15 @@ struct PortChanges {
     std::optional<SDStatistics> statistics;         // replaces the host file's
     int64_t statisticsResetAt = 0;                  // epoch seconds, 0 = never
     std::vector<SDAenRecord> events;                // queued, oldest first
+    uint64_t eventsDropped = 0;                     // oldest dropped from a full queue
     uint32_t openFailuresUsed = 0;
 };
+
+// Events a port queues, kEventQueueDepth of them as its firmware would; a
+// new event on a full queue drops the oldest and counts it.
+void QueueEvent(PortChanges &p, const SDAenRecord &event);
+// Takes up to `room` of the oldest events off the queue.
+std::vector<SDAenRecord> TakeEvents(PortChanges &p, size_t room);
 
 struct VPortRecord {
     uint64_t parentWwpn = 0;
@@ -59,10 +67,14 @@ public:
     StateStore(std::string dir, std::string name, std::string hostHash);
 
     // The latest state, re-read when another process has replaced the file.
+    // A damaged file is kept aside (reported through Notice) and a state
+    // path that holds what is not this user's regular file is not used
+    // (reported once): both give the host file's state.
     const State &current();
 
     // Locks, re-reads, applies `change` and writes the result atomically.
     // `change` returns an SD status; on a non-zero status nothing is written.
+    // A state path that is not used gives SDERR_IO_FAILED.
     uint32_t modify(const std::function<uint32_t(State &)> &change);
 
     // Removes the persisted state (under the lock).
@@ -72,12 +84,17 @@ public:
 
 private:
     bool fileChanged();
-    void load();
+    void forget();
+    bool load(bool locked);
+    void keepDamaged(const std::string &error, bool locked);
+    bool directoryUsable();
+    void refuse(const std::string &why);
     uint32_t write(const State &s);
     int lockFd(bool create);
 
     std::string dir_, path_, lockPath_, hostHash_;
     State state_;
+    std::string refused_;  // why the state path is not used, as last reported
     // Identity of the file last read: (inode, mtime ns, size); all zero = none.
     ino_t ino_ = 0;
     int64_t mtimeNs_ = -1;
@@ -85,6 +102,7 @@ private:
 };
 
 std::string StateToJson(const State &s);
-bool StateFromJson(const std::string &text, State &s);
+// False for a damaged text, with the reason in *error when given.
+bool StateFromJson(const std::string &text, State &s, std::string *error = nullptr);
 
 }  // namespace vtsdm

@@ -216,6 +216,9 @@ int Show(uint32_t maxLuns) {
                Wwn(port.WWPN).c_str(), Wwn(node.WWNN).c_str());
         printf("    %s, %s, port ID %02x:%02x:%02x, %s\n", StateName(port.PortState), SpeedName(port.PortSpeed),
                port.PortId[0], port.PortId[1], port.PortId[2], port.DeviceName);
+        SDAenQueueStatus aen;
+        if (SDGetAenQueueStatus(h, &aen) == SDERR_NONE && (aen.Queued || aen.Dropped))
+            printf("    Events: %u queued (room for %u), %u dropped\n", aen.Queued, aen.Capacity, aen.Dropped);
         uint32_t count = 0;
         SDGetDiscTargetProperties(h, nullptr, &count);
         std::vector<SDDiscTargetProperty> targets(count);
@@ -252,7 +255,7 @@ int Report(uint32_t rc, const char *what) {
 
 }  // namespace
 
-int main(int argc, char **argv) {
+int main(int argc, char **argv) try {
     int i = 1;
     if (i + 1 < argc && strcmp(argv[i], "--host") == 0) {
         setenv("VTSDM_HOST", argv[i + 1], 1);
@@ -378,4 +381,7 @@ int main(int argc, char **argv) {
     }
     fputs(kUsage, stderr);
     return 2;
+} catch (const std::exception &e) {
+    fprintf(stderr, "vtsdm-sim: %s\n", e.what());
+    return 1;
 }
