@@ -33,6 +33,7 @@ struct VPortRecord {
     uint64_t wwpn = 0;
     uint16_t vportId = 0;
     SDQoS qos{};
+    uint32_t instance = 0;  // libvtsdm instance number; 0 until one is given
 };
 
 struct State {
@@ -41,6 +42,7 @@ struct State {
     std::optional<std::vector<VPortRecord>> vports;  // absent: as the host file defines
     std::map<std::string, std::map<uint32_t, std::vector<uint8_t>>> flash;  // serial -> region
     std::map<std::string, uint32_t> faultsUsed;      // fault key -> count used
+    std::map<uint64_t, uint32_t> vportCreateFaults;  // physical WWPN -> creations still to fail
 };
 
 class StateStore {
