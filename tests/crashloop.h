@@ -13,31 +13,9 @@
 
 #include <gtest/gtest.h>
 
+#include "testutil.h"  // ChildGuard
+
 namespace vttest {
-
-// Owns a child process: a child still running when the owner goes is
-// killed and reaped, so a failing test leaves none behind.
-class ChildGuard {
-public:
-    explicit ChildGuard(pid_t pid) : pid_(pid) {}
-    ~ChildGuard() { Kill(); }
-    ChildGuard(const ChildGuard &) = delete;
-    ChildGuard &operator=(const ChildGuard &) = delete;
-    // Kills the child and returns its wait status.
-    int Kill() {
-        int status = 0;
-        if (pid_ > 0) {
-            ::kill(pid_, SIGKILL);
-            while (::waitpid(pid_, &status, 0) < 0 && errno == EINTR) {
-            }
-            pid_ = -1;
-        }
-        return status;
-    }
-
-private:
-    pid_t pid_;
-};
 
 // `runs` times: forks a child that calls rewrite(0), rewrite(1), ... without
 // end, waits until its first rewrite is done, lets it run for a varied
