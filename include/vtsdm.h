@@ -154,6 +154,14 @@ extern "C" {
 #define SD_SENSE_BUFFER_SIZE 80u
 #define SD_MAX_INSTANCES     31u
 
+/* Virtual ports.  A physical port carries at most the driver's MaxVports,
+ * and never more than SD_MAX_VPORTS_PER_PORT.  Each vPort keeps its instance
+ * number until it is deleted; the gap it leaves answers SDOpenDevice with
+ * SDERR_DEVICE_REMOVED and is given to the next vPort created.  Created
+ * vPorts may take numbers at or above SD_MAX_INSTANCES.  SDCreateVport on a
+ * port whose link is not up gives SDERR_LOOP_DOWN. */
+#define SD_MAX_VPORTS_PER_PORT 126u
+
 /* --------------------------------------------------------------- records */
 typedef struct SDChipProperty {
     uint16_t VendorID;

@@ -452,10 +452,11 @@ Port ParsePort(const Node &n, const Card &card, uint32_t cardIndex, uint32_t pos
     if (n.has("statistics")) ParseStatistics(n.child("statistics"), p.statistics);
     if (n.has("faults")) {
         Node f = n.child("faults");
-        f.expectObject({"open_unavailable", "unsupported", "loopback_crc_errors"});
+        f.expectObject({"open_unavailable", "unsupported", "loopback_crc_errors", "vport_create"});
         p.openUnavailable = uint32_t(f.num("open_unavailable", 0, 1000000));
         p.unsupported = f.flag("unsupported", false);
         p.diag.crcErrors = uint32_t(f.num("loopback_crc_errors", 0, 1000000));
+        p.vportCreateFails = uint32_t(f.num("vport_create", 0, 1000000));
     }
     return p;
 }
@@ -545,8 +546,9 @@ void ParseCard(const Node &n, Host &host) {
         c.driverName = d.str("name", c.driverName, 31);
         c.driverVersion = d.str("version", "", 31);
         c.lunsPerTarget = uint32_t(d.num("luns_per_target", 256, 65535));
-        c.maxVports = uint32_t(d.num("max_vports", c.ispType > 9 ? 126 : 0, 254));
-        c.maxVportsWithQoS = uint32_t(d.num("max_vports_qos", c.maxVports < 8 ? c.maxVports : 8, 254));
+        c.maxVports = uint32_t(d.num("max_vports", c.ispType > 9 ? 126 : 0, SD_MAX_VPORTS_PER_PORT));
+        c.maxVportsWithQoS =
+            uint32_t(d.num("max_vports_qos", c.maxVports < 8 ? c.maxVports : 8, SD_MAX_VPORTS_PER_PORT));
         if (d.flag("reports_supported_speed", true)) c.driverCaps |= SD_DRVCAP_SUPPORTED_SPEED;
         if (d.flag("remote_port_info", true)) c.driverCaps |= SD_DRVCAP_REMOTE_PORT_INFO;
         if (d.flag("events", true)) c.driverCaps |= SD_DRVCAP_AEN;

@@ -119,6 +119,7 @@ struct Port {
     SDStatistics statistics{};
     uint32_t openUnavailable = 0;        // SDOpenDevice answers "retry" N times
     bool unsupported = false;            // SDOpenDevice always refused
+    uint32_t vportCreateFails = 0;       // SDCreateVport fails N times
     DiagFaults diag;
 };
 

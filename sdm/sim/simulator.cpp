@@ -75,6 +75,7 @@ std::vector<VPortRecord> Simulator::currentVports() {
             r.qos.QoSEnabled = d.vportId <= host_.cards[p.card].maxVportsWithQoS ? 1 : 0;
             out.push_back(r);
         }
+    NumberVports(out, uint32_t(host_.ports.size()));
     return out;
 }
 
@@ -87,24 +88,31 @@ std::vector<Simulator::View> Simulator::instances() {
         v.card = &host_.cards[p.card];
         out.push_back(v);
     }
+    // Virtual ports keep the instance numbers they were given, so a deleted
+    // one leaves a gap rather than renumbering the others.
     for (const VPortRecord &r : currentVports()) {
         const Port *parent = findPort(r.parentWwpn);
         if (!parent) continue;
         View v;
-        v.instance = uint32_t(out.size());
+        v.instance = r.instance;
         v.port = parent;
         v.card = &host_.cards[parent->card];
         v.vport = r;
         out.push_back(v);
     }
+    std::stable_sort(out.begin(), out.end(), [](const View &a, const View &b) { return a.instance < b.instance; });
     return out;
 }
 
 uint32_t Simulator::instancePort(uint32_t instance, View &v) {
     auto all = instances();
-    if (instance >= all.size()) return SDERR_NO_SUCH_DEVICE;
-    v = all[instance];
-    return SDERR_NONE;
+    for (const View &x : all)
+        if (x.instance == instance) {
+            v = x;
+            return SDERR_NONE;
+        }
+    // A gap left by a deleted virtual port is not the end of the list.
+    return !all.empty() && instance < all.back().instance ? SDERR_DEVICE_REMOVED : SDERR_NO_SUCH_DEVICE;
 }
 
 uint32_t Simulator::consumeFault(const std::string &key, uint32_t limit) {

@@ -7,6 +7,7 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
 #include <map>
 #include <memory>
 #include <optional>
@@ -94,6 +95,16 @@ public:
     // SD_PORTFLAG_REBOOT_REQUIRED when the card's flash was updated.
     uint32_t flashStateFlags(const Card &c);
 
+    // Fails the next `count` virtual-port creations on the physical port of
+    // `instance` (0 disarms); kept in the state until used.
+    uint32_t armVportCreateFault(uint32_t instance, uint32_t count);
+
+    // A virtual port's own counters, for whatever drives traffic through it:
+    // `change` edits the block under the state lock.  The block is zero when
+    // the vPort is created and goes away with it; SDERR_NOT_FOUND when there
+    // is no vPort with this WWPN.
+    uint32_t updateVportCounters(uint64_t vportWwpn, const std::function<void(SDStatistics &)> &change);
+
     // Physical-port lookup by WWPN.
     const Port *findPort(uint64_t wwpn) const;
     // The target of a port function by WWPN, or null.
@@ -120,6 +131,11 @@ private:
     std::map<uint32_t, std::vector<SDOptionRomRegion>> layouts_;  // by card: region capacities
     std::map<std::tuple<uint64_t, uint64_t, uint16_t>, std::vector<uint8_t>> buffers_;  // write buffer
 };
+
+// Gives every virtual port without an instance number (0: the host file's,
+// or a state written before they had one) the lowest free number at or above
+// `physicalPorts`, in list order.
+void NumberVports(std::vector<VPortRecord> &vports, uint32_t physicalPorts);
 
 // The active backend when it is the simulator, else null; the caller holds
 // `access` for as long as it uses the result.

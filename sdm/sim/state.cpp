@@ -108,7 +108,7 @@ std::string StateToJson(const State &s) {
         json v = json::array();
         for (const auto &r : *s.vports)
             v.push_back({{"parent", r.parentWwpn}, {"wwnn", r.wwnn}, {"wwpn", r.wwpn}, {"id", r.vportId},
-                         {"qos", {r.qos.QoSType, r.qos.QoSValue, r.qos.QoSEnabled}}});
+                         {"qos", {r.qos.QoSType, r.qos.QoSValue, r.qos.QoSEnabled}}, {"instance", r.instance}});
         j["vports"] = std::move(v);
     }
     json flash = json::object();
@@ -125,6 +125,11 @@ std::string StateToJson(const State &s) {
             cards[serial] = {{"reboot_required", f.rebootRequired}, {"read_faults", f.readFaults},
                              {"write_faults", f.writeFaults}};
         j["flash_cards"] = cards;
+    }
+    if (!s.vportCreateFaults.empty()) {
+        json f = json::object();
+        for (const auto &[wwpn, n] : s.vportCreateFaults) f[std::to_string(wwpn)] = n;
+        j["vport_create_faults"] = f;
     }
     return j.dump(1);
 }
@@ -178,6 +183,7 @@ bool StateFromJson(const std::string &text, State &s, std::string *error) {
                 rec.qos.QoSType = r.at("qos").at(0).get<uint16_t>();
                 rec.qos.QoSValue = r.at("qos").at(1).get<uint16_t>();
                 rec.qos.QoSEnabled = r.at("qos").at(2).get<uint16_t>();
+                rec.instance = r.value("instance", 0u);
                 v.push_back(rec);
             }
             out.vports = std::move(v);
@@ -196,6 +202,9 @@ bool StateFromJson(const std::string &text, State &s, std::string *error) {
                 f.readFaults = it.value().at("read_faults").get<uint32_t>();
                 f.writeFaults = it.value().at("write_faults").get<uint32_t>();
             }
+        if (j.contains("vport_create_faults"))
+            for (auto it = j["vport_create_faults"].begin(); it != j["vport_create_faults"].end(); ++it)
+                out.vportCreateFaults[std::stoull(it.key())] = it.value().get<uint32_t>();
         s = std::move(out);
         return true;
     } catch (const std::bad_alloc &) {

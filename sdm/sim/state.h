@@ -41,6 +41,7 @@ struct VPortRecord {
     uint64_t wwpn = 0;
     uint16_t vportId = 0;
     SDQoS qos{};
+    uint32_t instance = 0;  // libvtsdm instance number; 0 until one is given
 };
 
 // A card's flash beyond its region bytes (sim_flash.cpp).
@@ -58,6 +59,7 @@ struct State {
     std::map<std::string, std::map<uint32_t, std::vector<uint8_t>>> flash;  // serial -> region
     std::map<std::string, uint32_t> faultsUsed;      // fault key -> count used
     std::map<std::string, CardFlashChanges> flashCards;  // by card serial
+    std::map<uint64_t, uint32_t> vportCreateFaults;  // physical WWPN -> creations still to fail
 };
 
 class StateStore {

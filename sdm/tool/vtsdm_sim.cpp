@@ -41,6 +41,8 @@ const char *kUsage =
     "                             instance's card fail\n"
     "  flash INSTANCE restart     restart the card: an updated flash no longer\n"
     "                             waits for a reboot\n"
+    "  vport-fault INSTANCE N      fail the next N virtual-port creations on that\n"
+    "                             physical port (0 clears)\n"
     "  export-sysfs DIR           write DIR/sys as the kernel's FC transport would show\n"
     "                             this host (run it again after a program wrote to a\n"
     "                             control attribute there: it acts on the write)\n"
@@ -181,7 +183,9 @@ int Show(uint32_t maxLuns) {
     printf("Backend: %s (%s)\n", name, description);
     std::string lastSerial;
     uint32_t found = 0;
-    for (uint32_t inst = 0; inst < SD_MAX_INSTANCES; ++inst) {
+    // Created virtual ports may be numbered past the instances a management
+    // program probes; the list ends where libvtsdm says so.
+    for (uint32_t inst = 0; inst < SD_MAX_INSTANCES * (SD_MAX_VPORTS_PER_PORT + 1); ++inst) {
         uint32_t h = 0;
         uint32_t rc = SDOpenDevice(inst, &h);
         if (rc == SDERR_NO_SUCH_DEVICE) break;
@@ -327,6 +331,17 @@ int main(int argc, char **argv) try {
             return 2;
         }
         return Report(sim.setLinkState(inst, it->second, strcmp(argv[i], "dport") == 0), "link");
+    }
+    if (cmd == "vport-fault" && i + 1 < argc) {
+        uint32_t inst;
+        if (!ParseInstance(argv[i++], inst)) return 2;
+        char *end = nullptr;
+        const unsigned long n = strtoul(argv[i], &end, 10);
+        if (!*argv[i] || *end || n > 1000000) {
+            fprintf(stderr, "vtsdm-sim: bad count '%s'\n", argv[i]);
+            return 2;
+        }
+        return Report(sim.armVportCreateFault(inst, uint32_t(n)), "vport-fault");
     }
     if (cmd == "counters" && i + 1 < argc) {
         uint32_t inst;
