@@ -1,7 +1,14 @@
 // Default answers of the backend interface: "not supported".
 #include "backend.h"
 
+#include <chrono>
+#include <thread>
+
 namespace vtsdm {
+
+void WaitWhilePortBusy(uint64_t ns) {
+    if (ns) std::this_thread::sleep_for(std::chrono::nanoseconds(ns));
+}
 
 uint32_t Backend::open(uint32_t, PortKey &) { return SDERR_NO_SUCH_DEVICE; }
 void Backend::close(PortKey) {}

@@ -13,6 +13,7 @@
 #include <string>
 #include <vector>
 
+#include "sim_model.h"
 #include "vtsdm.h"
 
 namespace vtsdm {
@@ -22,9 +23,15 @@ struct PortChanges {
     std::optional<uint16_t> portState;
     std::optional<uint16_t> portSubState;
     std::optional<SDStatistics> statistics;         // replaces the host file's
-    int64_t statisticsResetAt = 0;                  // epoch seconds, 0 = never
     std::vector<SDAenRecord> events;                // queued, oldest first
     uint32_t openFailuresUsed = 0;
+    // Counters that move (sim_monitor.cpp): `statistics` holds the counters
+    // as they were at statsAtNs of the simulated clock; traffic since then
+    // is added when they are read.
+    int64_t statsAtNs = 0;                          // 0: not taken yet
+    std::optional<TrafficRates> traffic;            // replaces the host file's
+    std::optional<std::vector<DiagStep>> diagScript;  // replaces the host file's
+    std::optional<uint32_t> readBufferMiscompare;     // replaces the host file's
 };
 
 struct VPortRecord {
@@ -41,6 +48,9 @@ struct State {
     std::optional<std::vector<VPortRecord>> vports;  // absent: as the host file defines
     std::map<std::string, std::map<uint32_t, std::vector<uint8_t>>> flash;  // serial -> region
     std::map<std::string, uint32_t> faultsUsed;      // fault key -> count used
+    // Run-time target changes, by "<port WWPN>/<target WWPN>", and the clock.
+    std::map<std::string, TargetChanges> targets;
+    ClockSetting clock;
 };
 
 class StateStore {
