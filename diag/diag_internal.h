@@ -26,7 +26,7 @@ constexpr uint32_t kNoMemory = 115;
 // Parameter text helpers (diag_params.cpp).
 bool ParseUnsigned(const char *text, uint32_t &out);       // decimal or 0x hex, whole text
 std::optional<int> NamedPattern(const char *value);         // Random, CRPAT, CJTPAT, CSPAT
-bool ParseUserPattern(const char *value, uint8_t out[8]);  // 16 hex digits or 8 pairs
+bool ParseUserPattern(const char *value, uint8_t out[8]);  // 16 hex digits
 // The repeating unit of an FC compliance pattern, or null (diag_patterns.cpp).
 const std::vector<uint8_t> *CompliancePattern(int kind);
 

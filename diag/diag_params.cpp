@@ -100,27 +100,16 @@ std::optional<int> NamedPattern(const char *value) {
     return std::nullopt;
 }
 
-// Eight pattern bytes written as 16 hex digits, or as 8 hex pairs separated
-// by ':' or '-'.
+// Eight pattern bytes written as 16 hex digits (the table's values hold 19
+// characters, no room for separators).
 bool ParseUserPattern(const char *value, uint8_t out[8]) {
-    std::string hex;
-    const size_t len = value ? strlen(value) : 0;
-    if (len == 16) {
-        hex = value;
-    } else if (len == 23 && (value[2] == ':' || value[2] == '-')) {
-        for (size_t i = 0; i < len; ++i) {
-            if (i % 3 == 2) {
-                if (value[i] != value[2]) return false;
-            } else {
-                hex += value[i];
-            }
-        }
-    } else {
-        return false;
-    }
+    if (!value || strlen(value) != 16) return false;
     for (size_t i = 0; i < 16; ++i)
-        if (!std::isxdigit(static_cast<unsigned char>(hex[i]))) return false;
-    for (size_t i = 0; i < 8; ++i) out[i] = uint8_t(std::stoul(hex.substr(2 * i, 2), nullptr, 16));
+        if (!std::isxdigit(static_cast<unsigned char>(value[i]))) return false;
+    for (size_t i = 0; i < 8; ++i) {
+        const char pair[3] = {value[2 * i], value[2 * i + 1], '\0'};
+        out[i] = uint8_t(strtoul(pair, nullptr, 16));
+    }
     return true;
 }
 

@@ -28,6 +28,7 @@ struct StatEntry {
     int64_t prevMb = 0;
     time_t prevTime = 0;
     bool havePrev = false;
+    bool fromReset = false;  // the previous values are a reset's, not a poll's
 };
 
 std::mutex g_statsMutex;
@@ -74,7 +75,9 @@ HBAStatisticsSample *PollStatistics(const SDMDevice *adapter, bool waitInSameSec
     std::lock_guard<std::mutex> lock(e->mutex);
     HBAStatisticsSample &s = e->sample;
     time_t now = DiagGetTime();
-    if (waitInSameSecond && e->havePrev && now == e->prevTime) {
+    // Only a poll right after a poll waits: a reset just before the poll
+    // (key R) leaves the poll on time.
+    if (waitInSameSecond && e->havePrev && !e->fromReset && now == e->prevTime) {
         OSSSleep(PollingValue(POLL_STATISTICS, POLL_ROW_SET_RATE));
         now = DiagGetTime();
     }
@@ -103,6 +106,7 @@ HBAStatisticsSample *PollStatistics(const SDMDevice *adapter, bool waitInSameSec
         e->prevTime = now;
         e->havePrev = true;
     }
+    e->fromReset = false;
     s.Errors = int64_t(st.ControllerErrorCount);
     s.DeviceErrors = int64_t(st.DeviceErrorCount);
     s.Resets = int64_t(st.TotalLipResets);
@@ -178,6 +182,7 @@ VTAPI_EXPORT uint32_t ResetHBAStatisticsCounter(const SDMDevice *adapter) {
     e->prevIo = e->prevMb = 0;
     e->prevTime = DiagGetTime();
     e->havePrev = true;
+    e->fromReset = true;
     return 0;
 }
 

@@ -128,13 +128,14 @@ protected:
         g_runIncrements.clear();
         g_abortAfterRuns = 0;
         g_sent.clear();
+        vttest::WriteFile(root_.path("/host.json"), DiagHost());
+        setenv("VTSDM_HOST", root_.path("/host.json").c_str(), 1);
+        ASSERT_EQ(VTAPI_Initialize(9, nullptr), VTAPI_SUCCESS);
+        // The preference file, with the maximum-I/O switch, in a private directory.
         vttest::WriteFile(dir_.file("tgcli.properties"), "node.hba.diagnostics.maxio.enable=1\n");
         const std::string withSlash = dir_.path() + "/";
         TarnSetInstallationDir(withSlash.c_str(), int32_t(withSlash.size() + 1));
         TarnSetReferenceFile();
-        vttest::WriteFile(root_.path("/host.json"), DiagHost());
-        setenv("VTSDM_HOST", root_.path("/host.json").c_str(), 1);
-        ASSERT_EQ(VTAPI_Initialize(9, nullptr), VTAPI_SUCCESS);
     }
     void TearDown() override {
         VTAPI_Uninitialize();
@@ -169,6 +170,7 @@ protected:
                          int abortAfter = 0) {
         g_abortPort = Entry(scenario);
         g_abortAfterRuns = abortAfter;
+        g_runIncrements.clear();
         VTAPI_DiagResult r{};
         EXPECT_EQ(VTAPI_DiagnosticsLoopBackTest(g_abortPort, &rq, &r), expectStatus);
         return r;
@@ -325,7 +327,7 @@ TEST_F(Loopback, WhatGoesToThePort) {
 }
 
 TEST_F(Loopback, MaximumIoChecksTheDataItGetsBack) {
-    DiagRequest rq = Request(1, 0, 5);
+    DiagRequest rq = Request(3, 0, 5);  // one run of three
     rq.DataIntegrityCheck = 1;
     rq.DataSize = 100000;  // capped at 65536
     rq.TestIncrement = 3;
@@ -338,6 +340,7 @@ TEST_F(Loopback, MaximumIoChecksTheDataItGetsBack) {
     EXPECT_NE(Log().find("DiagLoopbackTest: Running Max I/O LB test."), std::string::npos);
 
     rq.DataSize = 512;
+    rq.TestCount = 1;
     r = Run(kCorrupt, rq);
     EXPECT_STREQ(r.LastRun.TestStatus, "Data Miscompare");
     EXPECT_EQ(std::string(r.LastRun.Text).rfind("Data miscompare at byte 256", 0), 0u) << r.LastRun.Text;

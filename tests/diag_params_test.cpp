@@ -181,9 +181,10 @@ TEST_F(DiagParams, PatternsFromTheTable) {
     EXPECT_EQ(rq.PatternKind, VTAPI_DIAG_PATTERN_USER);
     const uint8_t user[8] = {1, 2, 3, 4, 5, 0xa6, 0xb7, 0xc8};
     EXPECT_EQ(memcmp(rq.Pattern, user, 8), 0);
-    rq = Build({{DIAG_ROW_DATA_PATTERN, "01:02:03:04:05:a6:b7:c8"}});
-    EXPECT_EQ(rq.PatternKind, VTAPI_DIAG_PATTERN_USER);
-    EXPECT_EQ(memcmp(rq.Pattern, user, 8), 0);
+    // Anything else that starts with hex is the byte of its first two digits.
+    rq = Build({{DIAG_ROW_DATA_PATTERN, "0102030405a6b7c"}});
+    EXPECT_EQ(rq.PatternKind, VTAPI_DIAG_PATTERN_BYTE);
+    for (uint8_t b : rq.Pattern) EXPECT_EQ(b, 0x01);
 
     EXPECT_EQ(Build({{DIAG_ROW_DATA_PATTERN, "CRPAT"}}).PatternKind, VTAPI_DIAG_PATTERN_CRPAT);
     EXPECT_EQ(Build({{DIAG_ROW_DATA_PATTERN, "CJTPAT"}}).PatternKind, VTAPI_DIAG_PATTERN_CJTPAT);

@@ -45,7 +45,7 @@ extern "C" void scfxDiagnosticsPrint(const char *text) {
 
 extern "C" int32_t DiagGetKey(uint32_t) {
     std::this_thread::sleep_for(std::chrono::milliseconds(1));
-    g_statesSeen.push_back(g_DiagState);
+    g_statesSeen.push_back(int32_t(g_DiagState));
     return g_keys ? g_keys() : -1;
 }
 

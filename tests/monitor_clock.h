@@ -46,12 +46,16 @@ struct Clock {
         gated = false;
         moved.notify_all();
     }
+    // Time passes for the library and the simulated host alike.
     void Sleep(uint32_t seconds) {
-        std::unique_lock<std::mutex> lock(mutex);
-        sleeps.push_back(seconds);
-        moved.wait(lock, [&] { return !gated || tokens >= int(seconds); });
-        if (gated) tokens -= int(seconds);
-        now += seconds;
+        {
+            std::unique_lock<std::mutex> lock(mutex);
+            sleeps.push_back(seconds);
+            moved.wait(lock, [&] { return !gated || tokens >= int(seconds); });
+            if (gated) tokens -= int(seconds);
+            now += seconds;
+        }
+        SyncSimulator();
     }
 };
 

@@ -62,6 +62,8 @@ protected:
         monitortest::Reset();
         g_screen.clear();
         g_keys = nullptr;
+        // The simulated clock stands at the test's time before anything reads a counter.
+        TheClock().SyncSimulator();
         ASSERT_EQ(VTAPI_Initialize(9, nullptr), VTAPI_SUCCESS);  // the default host
         InitializeUserPollingTable(POLL_LINK_STATUS);
         FreeLinkStatusResultList(GetLinkStatusResultList());

@@ -66,6 +66,8 @@ protected:
         g_keys = nullptr;
         vttest::WriteFile(root_.path("/host.json"), kHost);
         setenv("VTSDM_HOST", root_.path("/host.json").c_str(), 1);
+        // The simulated clock stands at the test's time before anything reads a counter.
+        TheClock().SyncSimulator();
         ASSERT_EQ(VTAPI_Initialize(9, nullptr), VTAPI_SUCCESS);
         FreeHBAStatisticsList();
         InitializeUserPollingTable(POLL_STATISTICS);
@@ -79,9 +81,13 @@ protected:
         VTAPI_Uninitialize();
         unsetenv("VTSDM_HOST");
     }
+    // Moves both clocks: the library's and the simulated host's.
     static void Advance(time_t seconds) {
-        std::lock_guard<std::mutex> lock(TheClock().mutex);
-        TheClock().now += seconds;
+        {
+            std::lock_guard<std::mutex> lock(TheClock().mutex);
+            TheClock().now += seconds;
+        }
+        TheClock().SyncSimulator();
     }
     VTAPI_PortStatistics Poll() {
         VTAPI_PortStatistics s{};
