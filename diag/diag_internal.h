@@ -44,6 +44,13 @@ uint32_t RunReadWriteBuffer(const SDMDevice &adapter, const DiagRequest &request
 // none) or the text.
 uint32_t PollingValue(uint32_t kind, uint32_t row);
 const char *PollingText(uint32_t kind, uint32_t row);
+// What every monitor takes from its table.
+struct MonitorSettings {
+    uint32_t iterations;  // AutoPoll: 0 until ENTER
+    uint32_t rate;        // SetRate, seconds
+    std::string logFile;  // LogToFile, empty for none
+};
+MonitorSettings ReadMonitorSettings(uint32_t kind);
 
 // One statistics poll of a port (monitor_stats.cpp); with waitInSameSecond
 // a second poll within the same second first waits SetRate seconds.  The

@@ -67,9 +67,7 @@ VTAPI_EXPORT uint32_t CreateThreadForLinkStatus(SDMDevice *const *ports, uint32_
         Print("No compatible HBA(s) found in current system\n");
         return kNoAdapter;
     }
-    const uint32_t iterations = PollingValue(POLL_LINK_STATUS, POLL_ROW_AUTO_POLL);
-    const uint32_t rate = PollingValue(POLL_LINK_STATUS, POLL_ROW_SET_RATE);
-    const std::string logFile = PollingText(POLL_LINK_STATUS, POLL_ROW_LOG_TO_FILE);
+    const MonitorSettings settings = ReadMonitorSettings(POLL_LINK_STATUS);
     const size_t n = targets.size();
 
     std::vector<WorkerPort> workers;
@@ -87,12 +85,14 @@ VTAPI_EXPORT uint32_t CreateThreadForLinkStatus(SDMDevice *const *ports, uint32_
         WorkerPort &port = workers[i];
         VTAPI_LinkStatusResultList mine{};
         if (port.open()) {
-            for (uint32_t k = 1; iterations == 0 || k <= iterations; ++k) {
+            for (uint32_t k = 1; settings.iterations == 0 || k <= settings.iterations; ++k) {
                 std::vector<LinkStatusEntry> read;
                 if (GetLinkStatus(&port.device(), &mine) == VTAPI_SUCCESS)
                     for (const LinkStatusEntry *e = mine.First; e; e = e->next) read.push_back(*e);
                 board.deliver(k, i, std::move(read));
-                if (k == iterations || !SleepUnlessStopped(std::max<uint32_t>(rate, 1), session.stopping())) break;
+                if (k == settings.iterations ||
+                    !SleepUnlessStopped(std::max<uint32_t>(settings.rate, 1), session.stopping()))
+                    break;
             }
         }
         FreeLinkStatusResultList(&mine);
@@ -110,15 +110,17 @@ VTAPI_EXPORT uint32_t CreateThreadForLinkStatus(SDMDevice *const *ports, uint32_
             for (const LinkStatusEntry &e : current)
                 PrintLinkStatusRow(totals ? *FindDeviceInLinkStatusList(GetLinkStatusResultSavedList(), e.PortName)
                                           : e);
-            if (logFile.empty() || current.empty()) continue;
+            if (settings.logFile.empty() || current.empty()) continue;
             VTAPI_LinkStatusResultList list = Linked(current);
             if (isFCOeHBA(targets[i])) {
-                ExportFCoEHBALinkStatusResultToCsvFile(CompanionCsvName(logFile, "fcoe").c_str(), &list, stamp);
+                ExportFCoEHBALinkStatusResultToCsvFile(CompanionCsvName(settings.logFile, "fcoe").c_str(), &list,
+                                                       stamp);
                 continue;
             }
-            ExportFcHBALinkStatusResultToCsvFile(logFile.c_str(), &list, stamp);
+            ExportFcHBALinkStatusResultToCsvFile(settings.logFile.c_str(), &list, stamp);
             if (list.Count > 1)  // targets besides the port
-                ExportFcTargetLinkStatusResultToCsvFile(CompanionCsvName(logFile, "targets").c_str(), &list, stamp);
+                ExportFcTargetLinkStatusResultToCsvFile(CompanionCsvName(settings.logFile, "targets").c_str(),
+                                                        &list, stamp);
         }
     };
     session.wait(

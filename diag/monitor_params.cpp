@@ -44,6 +44,11 @@ const char *PollingText(uint32_t kind, uint32_t row) {
     return KnownKind(kind) && row < POLL_PARAM_COUNT ? g_UserPollingTable[kind][row].Value : "";
 }
 
+MonitorSettings ReadMonitorSettings(uint32_t kind) {
+    return MonitorSettings{PollingValue(kind, POLL_ROW_AUTO_POLL), PollingValue(kind, POLL_ROW_SET_RATE),
+                           PollingText(kind, POLL_ROW_LOG_TO_FILE)};
+}
+
 }  // namespace vt::diag
 
 extern "C" {

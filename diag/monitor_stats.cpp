@@ -211,9 +211,7 @@ VTAPI_EXPORT uint32_t CreateThreadForHBAStatistics(SDMDevice *const *ports, uint
         Print("No compatible HBA(s) found in current system\n");
         return kNoAdapter;
     }
-    const uint32_t iterations = PollingValue(POLL_STATISTICS, POLL_ROW_AUTO_POLL);
-    const uint32_t rate = PollingValue(POLL_STATISTICS, POLL_ROW_SET_RATE);
-    const std::string logFile = PollingText(POLL_STATISTICS, POLL_ROW_LOG_TO_FILE);
+    const MonitorSettings settings = ReadMonitorSettings(POLL_STATISTICS);
     const size_t n = targets.size();
 
     std::vector<WorkerPort> workers;
@@ -228,11 +226,13 @@ VTAPI_EXPORT uint32_t CreateThreadForHBAStatistics(SDMDevice *const *ports, uint
     const bool started = session.start([&](size_t i) {
         WorkerPort &port = workers[i];
         if (port.open()) {
-            for (uint32_t k = 1; iterations == 0 || k <= iterations; ++k) {
+            for (uint32_t k = 1; settings.iterations == 0 || k <= settings.iterations; ++k) {
                 if (resetNext[i].exchange(false)) ResetHBAStatisticsCounter(&port.device());
                 board.deliver(k, i, *GetHBAStatistics(&port.device()));
                 // A rate of 0 polls once a second: the rates count whole seconds.
-                if (k == iterations || !SleepUnlessStopped(std::max<uint32_t>(rate, 1), session.stopping())) break;
+                if (k == settings.iterations ||
+                    !SleepUnlessStopped(std::max<uint32_t>(settings.rate, 1), session.stopping()))
+                    break;
             }
         }
         board.finish(i);
@@ -250,8 +250,8 @@ VTAPI_EXPORT uint32_t CreateThreadForHBAStatistics(SDMDevice *const *ports, uint
                   s.TimeStamp);
             logged.push_back(s);
         }
-        if (!logFile.empty() && !logged.empty())
-            ExportHBAStatisticsToCsvFile(logFile.c_str(), logged.data(), uint32_t(logged.size()));
+        if (!settings.logFile.empty() && !logged.empty())
+            ExportHBAStatisticsToCsvFile(settings.logFile.c_str(), logged.data(), uint32_t(logged.size()));
     };
     session.wait(
         [&](int32_t key) {

@@ -4,7 +4,6 @@
 
 #include <errno.h>
 #include <signal.h>
-#include <sys/prctl.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -13,31 +12,9 @@
 
 #include <gtest/gtest.h>
 
+#include "testutil.h"
+
 namespace vttest {
-
-// Owns a child process: a child still running when the owner goes is
-// killed and reaped, so a failing test leaves none behind.
-class ChildGuard {
-public:
-    explicit ChildGuard(pid_t pid) : pid_(pid) {}
-    ~ChildGuard() { Kill(); }
-    ChildGuard(const ChildGuard &) = delete;
-    ChildGuard &operator=(const ChildGuard &) = delete;
-    // Kills the child and returns its wait status.
-    int Kill() {
-        int status = 0;
-        if (pid_ > 0) {
-            ::kill(pid_, SIGKILL);
-            while (::waitpid(pid_, &status, 0) < 0 && errno == EINTR) {
-            }
-            pid_ = -1;
-        }
-        return status;
-    }
-
-private:
-    pid_t pid_;
-};
 
 // `runs` times: forks a child that calls rewrite(0), rewrite(1), ... without
 // end, waits until its first rewrite is done, lets it run for a varied
@@ -50,10 +27,9 @@ inline void KillWhileRewriting(int runs, const std::function<void(unsigned)> &re
     for (int run = 0; run < runs; ++run) {
         int ready[2];
         ASSERT_EQ(::pipe(ready), 0);
-        const pid_t pid = ::fork();
+        const pid_t pid = ForkChild();
         ASSERT_GE(pid, 0);
         if (pid == 0) {
-            ::prctl(PR_SET_PDEATHSIG, SIGKILL);
             ::close(ready[0]);
             for (unsigned i = 0;; ++i) {
                 rewrite(i);

@@ -18,36 +18,24 @@
 #include <vector>
 
 #include "diag/diag.h"
+#include "diag_screen.h"
 #include "testutil.h"
 #include "vtapi.h"
 #include "vtapi_cli.h"
 #include "vtapi_core.h"
 #include "vtapi_oss.h"
 
+DIAG_TEST_TERMINAL_HOOKS
+
 namespace {
 
-std::mutex g_screenMutex;
-std::string g_screen;
-std::function<int32_t()> g_keys;
+using diagtest::Screen;
+std::string &g_screen = diagtest::TheTerminal().screen;
+std::function<int32_t()> &g_keys = diagtest::TheTerminal().keys;
+// The diagnostic state each time the calling thread waits for a key.
 std::vector<int32_t> g_statesSeen;
 
-std::string Screen() {
-    std::lock_guard<std::mutex> lock(g_screenMutex);
-    return g_screen;
-}
-
 }  // namespace
-
-extern "C" void scfxDiagnosticsPrint(const char *text) {
-    std::lock_guard<std::mutex> lock(g_screenMutex);
-    g_screen += text;
-}
-
-extern "C" int32_t DiagGetKey(uint32_t) {
-    std::this_thread::sleep_for(std::chrono::milliseconds(1));
-    g_statesSeen.push_back(int32_t(g_DiagState));
-    return g_keys ? g_keys() : -1;
-}
 
 extern "C" void OSSSleep(uint32_t) {}
 
@@ -78,6 +66,7 @@ protected:
         g_screen.clear();
         g_keys = nullptr;
         g_statesSeen.clear();
+        diagtest::TheTerminal().beforeKey = [] { g_statesSeen.push_back(int32_t(g_DiagState)); };
         vttest::WriteFile(root_.path("/host.json"), kHost);
         setenv("VTSDM_HOST", root_.path("/host.json").c_str(), 1);
         ASSERT_EQ(VTAPI_Initialize(9, nullptr), VTAPI_SUCCESS);
@@ -139,8 +128,19 @@ TEST_F(Session, LoopbackOnEveryPortAtOnce) {
 
 TEST_F(Session, EnterStopsATestWithoutEnd) {
     AddUserDiagnosticsData(DIAG_ROW_TEST_COUNT, "0");
-    g_keys = [] { return GetLoopbackResultCount() >= 10 ? '\n' : -1; };
     SDMDevice *ports[] = {Port(0), Port(1)};
+    // ENTER once both ports have run and ten runs are done in all (however
+    // the workers happen to be scheduled).
+    g_keys = [&ports] {
+        const uint32_t count = GetLoopbackResultCount();
+        bool seen[2] = {false, false};
+        for (uint32_t i = 0; i < count; ++i) {
+            uint32_t instance = UINT32_MAX;
+            GetLoopbackResult(i, &instance);
+            for (int p = 0; p < 2; ++p) seen[p] |= instance == ports[p]->Instance;
+        }
+        return count >= 10 && seen[0] && seen[1] ? '\n' : -1;
+    };
     VTAPI_DiagResult results[2];
     EXPECT_EQ(CreateLoopbackThreadTest(ports, 2, results), VTAPI_SUCCESS);
     for (const VTAPI_DiagResult &r : results) {

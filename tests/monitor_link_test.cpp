@@ -12,6 +12,7 @@
 #include <string>
 
 #include "diag/diag.h"
+#include "diag_screen.h"
 #include "monitor_clock.h"
 #include "testutil.h"
 #include "vtapi.h"
@@ -20,28 +21,15 @@
 
 MONITOR_TEST_CLOCK_HOOKS
 
+DIAG_TEST_TERMINAL_HOOKS
+
 namespace {
 
-std::mutex g_screenMutex;
-std::string g_screen;
-std::function<int32_t()> g_keys;
-
-std::string Screen() {
-    std::lock_guard<std::mutex> lock(g_screenMutex);
-    return g_screen;
-}
+using diagtest::Screen;
+std::string &g_screen = diagtest::TheTerminal().screen;
+std::function<int32_t()> &g_keys = diagtest::TheTerminal().keys;
 
 }  // namespace
-
-extern "C" void scfxDiagnosticsPrint(const char *text) {
-    std::lock_guard<std::mutex> lock(g_screenMutex);
-    g_screen += text;
-}
-
-extern "C" int32_t DiagGetKey(uint32_t) {
-    std::this_thread::sleep_for(std::chrono::milliseconds(1));
-    return g_keys ? g_keys() : -1;
-}
 
 namespace {
 
