@@ -15,7 +15,9 @@ tests=(vtapi_mutex_test vtapi_events_test vtapi_lifecycle_test
 helpers=(vtsdm-sim vtapi_interpose diag_signal)
 
 flags="-fsanitize=thread -fno-omit-frame-pointer"
-cmake -S . -B "$dir" -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo -DVT_WERROR=ON -DVT_BUILD_BENCH=OFF \
+# Warnings stop the other builds; GCC's ThreadSanitizer instrumentation adds
+# false ones (string truncation), so they do not stop this one.
+cmake -S . -B "$dir" -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo -DVT_WERROR=OFF -DVT_BUILD_BENCH=OFF \
       -DCMAKE_C_FLAGS="$flags" -DCMAKE_CXX_FLAGS="$flags" \
       -DCMAKE_EXE_LINKER_FLAGS=-fsanitize=thread -DCMAKE_SHARED_LINKER_FLAGS=-fsanitize=thread >/dev/null
 ninja -C "$dir" -j "$jobs" "${tests[@]}" "${helpers[@]}"
