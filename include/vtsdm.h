@@ -139,6 +139,12 @@ extern "C" {
 #define SD_AEN_DEVICE_UPDATE  6u
 #define SD_AEN_DPORT_DIAG     8u
 #define SD_AEN_FEC_ACTIVE     9u
+/* Payloads: SD_AEN_LINK_UP carries the speed code (SD_SPEED_*) in Payload[0];
+ * SD_AEN_DEVICE_UPDATE the target's port ID in Payload[0] and what happened
+ * to it in Payload[1]: */
+#define SD_AEN_DEVICE_LOGGED_IN  1u
+#define SD_AEN_DEVICE_LOGGED_OUT 2u
+#define SD_AEN_DEVICE_REMOVED    3u
 
 /* QoS types. */
 #define SD_QOS_RESERVED   0u
@@ -318,12 +324,19 @@ typedef struct SDQoS {
     uint16_t QoSEnabled;
 } SDQoS;
 
+/* Test status of a diagnostic run (SDDiagResult.TestStatus). */
+#define SD_DIAG_STATUS_PASSED      1u /* data came back intact */
+#define SD_DIAG_STATUS_PARAM_ERROR 2u /* option or size the port cannot run */
+#define SD_DIAG_STATUS_LOOP_DOWN   3u /* the link is down (external loopback, echo) */
+#define SD_DIAG_STATUS_ERRORS      4u /* frames had errors: see the three counts */
+
 typedef struct SDDiagResult {
     uint32_t CrcErrors;
     uint32_t DisparityErrors;
     uint32_t FrameLengthErrors;
     uint32_t IterationsDone;
-    uint32_t Reserved[4];
+    uint32_t TestStatus;        /* SD_DIAG_STATUS_* */
+    uint32_t Reserved[3];
 } SDDiagResult;
 
 /* ------------------------------------------------------------ functions */
@@ -442,7 +455,13 @@ SDM_EXPORT uint32_t SDResetStatistics(uint32_t handle);
 SDM_EXPORT uint32_t SDGetPortStatisticsFC(uint32_t handle, const uint8_t *targetWWPN,
                                           SDLinkErrorStatus *status);
 
-/* Diagnostics. */
+/* Diagnostics.  A run that the port carries out returns SDERR_NONE with its
+ * outcome in result->TestStatus; a call error means the run did not take
+ * place (busy, no such device, not supported).  The calls return after the
+ * time the port needs for the frames.  SDDiagIO sends `count` times
+ * `increment` maximum-size I/Os through an external loopback; it answers a
+ * size the port cannot send with SDERR_DIAG_PARAMETER and a link that is
+ * down with SDERR_LOOP_DOWN. */
 SDM_EXPORT uint32_t SDRunDiagLoopbackEx(uint32_t handle, uint32_t option,
                                         const void *tx, void *rx, uint32_t dataSize,
                                         uint32_t iterations, SDDiagResult *result);

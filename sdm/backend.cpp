@@ -6,10 +6,16 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <chrono>
 #include <cstdio>
 #include <deque>
+#include <thread>
 
 namespace vtsdm {
+
+void WaitWhilePortBusy(uint64_t ns) {
+    if (ns) std::this_thread::sleep_for(std::chrono::nanoseconds(ns));
+}
 
 uint32_t Backend::open(uint32_t, PortKey &) { return SDERR_NO_SUCH_DEVICE; }
 void Backend::close(PortKey) {}

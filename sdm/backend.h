@@ -45,11 +45,19 @@ struct LoopbackRequest {
     uint32_t size = 0;
     uint32_t iterations = 0;
     bool maxIo = false;       // SDDiagIO: external loopback of maximum-size I/O
+    uint32_t increment = 1;   // SDDiagIO: I/Os per count
+    // Out: how long the port is busy with the frames.  The caller waits that
+    // long after it has let go of the backend, so that tests on several
+    // ports run side by side as they do on real adapters.
+    uint64_t *busyNs = nullptr;
 };
 
 // Events a port's queue holds, as adapter firmware does; past it the oldest
 // are dropped and counted.
 constexpr size_t kEventQueueDepth = 256;
+
+// Waits out the time a port was busy with a diagnostic (LoopbackRequest).
+void WaitWhilePortBusy(uint64_t ns);
 
 class Backend {
 public:

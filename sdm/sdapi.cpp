@@ -479,18 +479,23 @@ SDM_EXPORT uint32_t SDGetPortStatisticsFC(uint32_t handle, const uint8_t *target
 SDM_EXPORT uint32_t SDRunDiagLoopbackEx(uint32_t handle, uint32_t option, const void *tx, void *rx,
                                         uint32_t dataSize, uint32_t iterations, SDDiagResult *result) try {
     if (!result) return SDERR_INVALID_PARAMETER;
-    const vtsdm::LoopbackRequest rq{option, tx, rx, dataSize, iterations, false};
-    return WithPort(handle, [&](Backend &b, PortKey k) { return b.loopback(k, rq, *result); });
+    uint64_t busyNs = 0;
+    const vtsdm::LoopbackRequest rq{option, tx, rx, dataSize, iterations, false, 1, &busyNs};
+    const uint32_t rc = WithPort(handle, [&](Backend &b, PortKey k) { return b.loopback(k, rq, *result); });
+    vtsdm::WaitWhilePortBusy(busyNs);
+    return rc;
 } catch (...) {
     return ExceptionStatus();
 }
 
 SDM_EXPORT uint32_t SDDiagIO(uint32_t handle, const void *tx, void *rx, uint32_t dataSize, uint32_t count,
                              uint32_t increment, SDDiagResult *result) try {
-    (void)increment;
     if (!result) return SDERR_INVALID_PARAMETER;
-    const vtsdm::LoopbackRequest rq{SD_LOOPBACK_EXTERNAL, tx, rx, dataSize, count, true};
-    return WithPort(handle, [&](Backend &b, PortKey k) { return b.loopback(k, rq, *result); });
+    uint64_t busyNs = 0;
+    const vtsdm::LoopbackRequest rq{SD_LOOPBACK_EXTERNAL, tx, rx, dataSize, count, true, increment, &busyNs};
+    const uint32_t rc = WithPort(handle, [&](Backend &b, PortKey k) { return b.loopback(k, rq, *result); });
+    vtsdm::WaitWhilePortBusy(busyNs);
+    return rc;
 } catch (...) {
     return ExceptionStatus();
 }

@@ -361,6 +361,36 @@ void ParseStatistics(const Node &n, SDStatistics &s) {
     s.InvalidCRCCount = uint32_t(n.num("invalid_crc", 0, UINT32_MAX));
 }
 
+// ---- diagnostic fault scripts and traffic (sim_diag.cpp, sim_monitor.cpp)
+
+// "diag_faults": {"loopback": [steps], "read_buffer_miscompare": N}; a step
+// is a test status number or a step text ("status=4,crc=2*3", "busy*30").
+void ParseDiagFaults(const Node &n, DiagFaults &d) {
+    n.expectObject({"loopback", "read_buffer_miscompare"});
+    for (const Node &s : n.array("loopback")) {
+        if (s.raw().is_number()) {
+            const uint64_t status = s.asNum(255);
+            if (status < 1) s.fail("a test status is 1 or more");
+            DiagStep step;
+            step.status = uint32_t(status);
+            d.script.push_back(step);
+            continue;
+        }
+        if (!s.raw().is_string()) s.fail("expected a test status number or a step like \"status=4,crc=2*3\"");
+        std::string error;
+        auto step = ParseDiagStep(s.raw().get<std::string>(), error);
+        if (!step) s.fail(error);
+        d.script.push_back(*step);
+    }
+    d.readBufferMiscompare = uint32_t(n.num("read_buffer_miscompare", 0, 1000000));
+}
+
+// "traffic": {"io_per_second": N, "mb_per_second": M}
+TrafficRates ParseTraffic(const Node &n) {
+    n.expectObject({"io_per_second", "mb_per_second"});
+    return TrafficRates{n.num("io_per_second", 0, 100000000), n.num("mb_per_second", 0, 1000000)};
+}
+
 uint16_t PortState(const Node &n) {
     static const std::map<std::string, uint16_t> states = {
         {"online", SD_PORTSTATE_ONLINE},     {"linkdown", SD_PORTSTATE_LINKDOWN},
@@ -378,7 +408,7 @@ Port ParsePort(const Node &n, const Card &card, uint32_t cardIndex, uint32_t pos
     n.expectObject({"function", "port", "interface", "wwnn", "wwpn", "port_id", "state", "dport",
                     "speed", "supported_speeds", "maintenance", "reboot_required", "lockdown",
                     "max_frame_size", "fabric", "enode_mac", "device_name", "firmware", "nvram",
-                    "targets", "virtual_ports", "statistics", "faults"});
+                    "targets", "virtual_ports", "statistics", "faults", "diag_faults", "traffic"});
     Port p;
     p.card = cardIndex;
     p.function = uint8_t(n.num("function", position, 7));
@@ -438,7 +468,7 @@ Port ParsePort(const Node &n, const Card &card, uint32_t cardIndex, uint32_t pos
     }
     ParseTargets(n, p);
     for (const Node &vn : n.array("virtual_ports")) {
-        vn.expectObject({"wwnn", "wwpn", "vport_id", "qos_type", "qos_value"});
+        vn.expectObject({"wwnn", "wwpn", "vport_id", "qos_type", "qos_value", "traffic"});
         VPortDef v;
         v.wwpn = vn.wwn("wwpn", true);
         v.wwnn = vn.has("wwnn") ? vn.wwn("wwnn", false) : v.wwpn;
@@ -447,6 +477,7 @@ Port ParsePort(const Node &n, const Card &card, uint32_t cardIndex, uint32_t pos
         v.qos.VPortId = v.vportId;
         v.qos.QoSType = uint16_t(vn.num("qos_type", SD_QOS_PERCENTAGE, 2));
         v.qos.QoSValue = uint16_t(vn.num("qos_value", 0, 65535));
+        if (vn.has("traffic")) v.traffic = ParseTraffic(vn.child("traffic"));
         p.vports.push_back(v);
     }
     if (n.has("statistics")) ParseStatistics(n.child("statistics"), p.statistics);
@@ -458,6 +489,8 @@ Port ParsePort(const Node &n, const Card &card, uint32_t cardIndex, uint32_t pos
         p.diag.crcErrors = uint32_t(f.num("loopback_crc_errors", 0, 1000000));
         p.vportCreateFails = uint32_t(f.num("vport_create", 0, 1000000));
     }
+    if (n.has("diag_faults")) ParseDiagFaults(n.child("diag_faults"), p.diag);
+    if (n.has("traffic")) p.traffic = ParseTraffic(n.child("traffic"));
     return p;
 }
 

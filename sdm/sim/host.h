@@ -12,6 +12,7 @@
 #include <vector>
 
 #include "fcnames.h"
+#include "sim_model.h"
 #include "vtsdm.h"
 
 namespace vtsdm {
@@ -86,10 +87,13 @@ struct VPortDef {
     uint64_t wwpn = 0;
     uint16_t vportId = 0;
     SDQoS qos{};
+    TrafficRates traffic;
 };
 
 struct DiagFaults {
     uint32_t crcErrors = 0;  // reported by every loopback run
+    std::vector<DiagStep> script;       // loopback answers, one step per call
+    uint32_t readBufferMiscompare = 0;  // READ BUFFER returns changed data N times
 };
 
 struct Port {
@@ -121,6 +125,7 @@ struct Port {
     bool unsupported = false;            // SDOpenDevice always refused
     uint32_t vportCreateFails = 0;       // SDCreateVport fails N times
     DiagFaults diag;
+    TrafficRates traffic;
 };
 
 struct Versions {

@@ -100,7 +100,7 @@ uint32_t Simulator::createVport(PortKey key, uint64_t wwnn, uint64_t wwpn, uint1
         // Its own counters start at zero, whatever a port of that name had.
         PortChanges fresh;
         fresh.statistics = SDStatistics{};
-        fresh.statisticsResetAt = time(nullptr);
+        fresh.statsAtNs = ClockNow(s.clock);
         s.ports[wwpn] = std::move(fresh);
         id = next;
         return SDERR_NONE;

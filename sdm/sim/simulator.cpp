@@ -270,6 +270,7 @@ uint32_t Simulator::discTargets(PortKey key, std::vector<SDDiscTargetProperty> &
     out.assign(targets.size(), SDDiscTargetProperty{});
     for (size_t i = 0; i < targets.size(); ++i) {
         const Target &t = targets[i];
+        const Presence presence = targetPresence(v, t);
         SDDiscTargetProperty &d = out[i];
         WwnToBytes(t.wwnn, d.WWNN);
         WwnToBytes(t.wwpn, d.WWPN);
@@ -277,7 +278,7 @@ uint32_t Simulator::discTargets(PortKey key, std::vector<SDDiscTargetProperty> &
         d.TargetType = t.targetType;
         d.PortType = t.portType;
         d.TargetFlags = SD_TGTFLAG_TARGET | SD_TGTFLAG_FABRIC | (t.tape ? SD_TGTFLAG_TAPE : 0) |
-                        (t.loggedIn && up && !t.faults.removed ? SD_TGTFLAG_LOGGED_IN : 0);
+                        (presence.loggedIn && up && !presence.removed ? SD_TGTFLAG_LOGGED_IN : 0);
         d.TargetId = uint16_t(i);
     }
     return SDERR_NONE;

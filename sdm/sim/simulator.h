@@ -105,6 +105,28 @@ public:
     // is no vPort with this WWPN.
     uint32_t updateVportCounters(uint64_t vportWwpn, const std::function<void(SDStatistics &)> &change);
 
+    // ---- moving counters, run-time targets, diagnostic scripts and the
+    // clock (sim_monitor.cpp, sim_diag.cpp); controls of vtsdm-sim.
+    int64_t now();                             // the simulated clock, epoch ns
+    uint32_t clockSet(int64_t epochNs);        // freezes the clock there
+    uint32_t clockAdvance(int64_t ns);         // moves it, frozen or running
+    uint32_t clockRun();                       // lets a frozen clock run on from where it stands
+    uint32_t setTraffic(uint32_t instance, const TrafficRates &rates);
+    uint32_t setDiagScript(uint32_t instance, const std::vector<DiagStep> &steps);
+    uint32_t setReadBufferMiscompare(uint32_t instance, uint32_t times);
+    // change: "login", "logout", "remove" or "restore"; queues the event.
+    uint32_t changeTarget(uint32_t instance, uint64_t target, const std::string &change);
+    uint32_t addTargetErrors(uint32_t instance, uint64_t target, const SDLinkErrorStatus &delta);
+    uint32_t queueEvent(uint32_t instance, const SDAenRecord &event);
+    // Whether a target answers now: host file and run-time changes together.
+    struct Presence {
+        bool loggedIn = true;
+        bool removed = false;
+    };
+    Presence targetPresence(const View &v, const Target &t);
+    // Changes the data of a READ BUFFER when the port's script says so.
+    void readBufferFault(const View &v, std::vector<uint8_t> &data);
+
     // Physical-port lookup by WWPN.
     const Port *findPort(uint64_t wwpn) const;
     // The target of a port function by WWPN, or null.
@@ -122,6 +144,11 @@ private:
     bool flashFault(const Card &c, bool write);
     uint32_t consumeFault(const std::string &key, uint32_t limit);
     uint32_t instancePort(uint32_t instance, View &v);
+    // Counters of a port function at the time `t`, and the rates that move them.
+    SDStatistics countersAt(const View &v, const PortChanges *changes, int64_t t);
+    TrafficRates trafficOf(const View &v, const PortChanges *changes);
+    // Takes the next step of the port's loopback script, if any is left.
+    std::optional<DiagStep> nextDiagStep(const View &v);
 
     Host host_;
     StateStore store_;

@@ -78,6 +78,88 @@ bool WriteAll(int fd, const std::string &data) {
     return true;
 }
 
+// ---- moving counters, diagnostic scripts, run-time targets and the clock
+
+json StepsToJson(const std::vector<DiagStep> &steps) {
+    json a = json::array();
+    for (const DiagStep &d : steps) a.push_back(FormatDiagStep(d));
+    return a;
+}
+
+bool StepsFromJson(const json &a, std::vector<DiagStep> &steps) {
+    std::string error;
+    for (const auto &text : a) {
+        auto step = ParseDiagStep(text.get<std::string>(), error);
+        if (!step) return false;
+        steps.push_back(*step);
+    }
+    return true;
+}
+
+void MonitorFieldsToJson(const PortChanges &p, json &o) {
+    if (p.statsAtNs) o["stats_at"] = p.statsAtNs;
+    if (p.traffic) o["traffic"] = {p.traffic->ioPerSecond, p.traffic->mbPerSecond};
+    if (p.diagScript) o["diag_script"] = StepsToJson(*p.diagScript);
+    if (p.readBufferMiscompare) o["read_buffer_miscompare"] = *p.readBufferMiscompare;
+}
+
+bool MonitorFieldsFromJson(const json &o, PortChanges &p) {
+    p.statsAtNs = o.value("stats_at", int64_t(0));
+    if (o.contains("traffic"))
+        p.traffic = TrafficRates{o["traffic"].at(0).get<uint64_t>(), o["traffic"].at(1).get<uint64_t>()};
+    if (o.contains("diag_script")) {
+        p.diagScript.emplace();
+        if (!StepsFromJson(o["diag_script"], *p.diagScript)) return false;
+    }
+    if (o.contains("read_buffer_miscompare")) p.readBufferMiscompare = o["read_buffer_miscompare"].get<uint32_t>();
+    return true;
+}
+
+json LinkErrorsToJson(const SDLinkErrorStatus &e) {
+    return {e.LinkFailureCount, e.LossOfSyncCount, e.LossOfSignalCount, e.PrimitiveSeqProtocolErrorCount,
+            e.InvalidTransmissionWordCount, e.InvalidCRCCount};
+}
+
+SDLinkErrorStatus LinkErrorsFromJson(const json &a) {
+    return {a.at(0).get<uint32_t>(), a.at(1).get<uint32_t>(), a.at(2).get<uint32_t>(),
+            a.at(3).get<uint32_t>(), a.at(4).get<uint32_t>(), a.at(5).get<uint32_t>()};
+}
+
+void TargetsAndClockToJson(const State &s, json &j) {
+    if (!s.targets.empty()) {
+        json t = json::object();
+        for (const auto &[key, c] : s.targets) {
+            json o;
+            if (c.loggedIn) o["logged_in"] = *c.loggedIn;
+            if (c.removed) o["removed"] = *c.removed;
+            o["errors"] = LinkErrorsToJson(c.addedErrors);
+            t[key] = o;
+        }
+        j["targets"] = t;
+    }
+    if (s.clock.frozen || s.clock.offsetNs)
+        j["clock"] = {{"frozen", s.clock.frozen}, {"value", s.clock.valueNs}, {"offset", s.clock.offsetNs}};
+}
+
+bool TargetsAndClockFromJson(const json &j, State &s) {
+    if (j.contains("targets"))
+        for (auto it = j["targets"].begin(); it != j["targets"].end(); ++it) {
+            TargetChanges c;
+            const json &o = it.value();
+            if (o.contains("logged_in")) c.loggedIn = o["logged_in"].get<bool>();
+            if (o.contains("removed")) c.removed = o["removed"].get<bool>();
+            c.addedErrors = LinkErrorsFromJson(o.at("errors"));
+            s.targets[it.key()] = c;
+        }
+    if (j.contains("clock")) {
+        const json &c = j["clock"];
+        s.clock.frozen = c.at("frozen").get<bool>();
+        s.clock.valueNs = c.at("value").get<int64_t>();
+        s.clock.offsetNs = c.at("offset").get<int64_t>();
+    }
+    return true;
+}
+
 }  // namespace
 
 std::string StateToJson(const State &s) {
@@ -93,7 +175,6 @@ std::string StateToJson(const State &s) {
         if (p.portState) o["state"] = *p.portState;
         if (p.portSubState) o["substate"] = *p.portSubState;
         if (p.statistics) o["statistics"] = Hex(&*p.statistics, sizeof(SDStatistics));
-        if (p.statisticsResetAt) o["reset_at"] = p.statisticsResetAt;
         if (!p.events.empty()) {
             json ev = json::array();
             for (const auto &e : p.events) ev.push_back({e.Code, e.Payload[0], e.Payload[1], e.Payload[2]});
@@ -101,6 +182,7 @@ std::string StateToJson(const State &s) {
         }
         if (p.eventsDropped) o["events_dropped"] = p.eventsDropped;
         if (p.openFailuresUsed) o["open_failures_used"] = p.openFailuresUsed;
+        MonitorFieldsToJson(p, o);
         ports[std::to_string(wwpn)] = std::move(o);
     }
     j["ports"] = std::move(ports);
@@ -131,6 +213,7 @@ std::string StateToJson(const State &s) {
         for (const auto &[wwpn, n] : s.vportCreateFaults) f[std::to_string(wwpn)] = n;
         j["vport_create_faults"] = f;
     }
+    TargetsAndClockToJson(s, j);
     return j.dump(1);
 }
 
@@ -162,13 +245,13 @@ bool StateFromJson(const std::string &text, State &s, std::string *error) {
                 memcpy(&st, b.data(), sizeof st);
                 p.statistics = st;
             }
-            p.statisticsResetAt = o.value("reset_at", int64_t(0));
             p.eventsDropped = o.value("events_dropped", uint64_t(0));
             if (o.contains("events"))
                 for (const auto &e : o["events"])
                     QueueEvent(p, {e.at(0).get<uint32_t>(),
                                    {e.at(1).get<uint32_t>(), e.at(2).get<uint32_t>(), e.at(3).get<uint32_t>()}});
             p.openFailuresUsed = o.value("open_failures_used", 0u);
+            if (!MonitorFieldsFromJson(o, p)) return false;
             out.ports[std::stoull(it.key())] = std::move(p);
         }
         if (j.contains("vports")) {
@@ -205,6 +288,7 @@ bool StateFromJson(const std::string &text, State &s, std::string *error) {
         if (j.contains("vport_create_faults"))
             for (auto it = j["vport_create_faults"].begin(); it != j["vport_create_faults"].end(); ++it)
                 out.vportCreateFaults[std::stoull(it.key())] = it.value().get<uint32_t>();
+        if (!TargetsAndClockFromJson(j, out)) return false;
         s = std::move(out);
         return true;
     } catch (const std::bad_alloc &) {
