@@ -462,9 +462,14 @@ TEST_F(Hardening, AnEmptyVpdRegionCopiesNothing) {
               SDERR_NONE);
     uint8_t buf[16];
     uint32_t size = sizeof buf;
-    EXPECT_EQ(SDGetVpd(h, buf, &size), SDERR_NONE);
-    EXPECT_EQ(size, 0u);
-    EXPECT_EQ(SDGetOptionRomEx(h, buf, sizeof buf, vtsdm::image::kRegionVpd, 0), SDERR_SHORT_READ);
+    // An erased VPD region holds no VPD: nothing is copied.
+    memset(buf, 0xA5, sizeof buf);
+    EXPECT_EQ(SDGetVpd(h, buf, &size), SDERR_NOT_FOUND);
+    for (uint8_t b : buf) EXPECT_EQ(b, 0xA5);
+    // The region's capacity reads as erased flash past its (empty) contents.
+    memset(buf, 0, sizeof buf);
+    EXPECT_EQ(SDGetOptionRomEx(h, buf, sizeof buf, vtsdm::image::kRegionVpd, 0), SDERR_NONE);
+    for (uint8_t b : buf) EXPECT_EQ(b, 0xFF);
 }
 
 // ------------------------------------------------- allocation failures
