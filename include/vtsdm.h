@@ -8,7 +8,8 @@
  * Conventions
  *  - Every call returns a 32-bit status; SDERR_NONE (0) is success.  The
  *    exceptions are SDGetErrorString and SDGetVariableValue, which return
- *    their result directly.
+ *    their result directly.  No call lets a C++ exception out; one that runs
+ *    out of memory returns SDERR_OUT_OF_MEMORY.
  *  - A handle comes from SDOpenDevice and stays valid until SDCloseDevice.
  *  - World-wide names are 8 bytes, most significant byte first.
  *  - Where a caller passes a buffer with its size, a buffer that is too
@@ -57,6 +58,7 @@ extern "C" {
 #define SDERR_INVALID_HANDLE       0x20000068u /* handle not open */
 #define SDERR_NOT_FOUND            0x20000069u /* no such target, LUN, region or vport */
 #define SDERR_IO_FAILED            0x2000006Au /* state store or host file error */
+#define SDERR_OUT_OF_MEMORY        0x2000006Cu /* an allocation failed; nothing changed */
 #define SDERR_NO_SUCH_DEVICE       0x2000006Du /* no further instance */
 #define SDERR_DEVICE_REMOVED       0x2000006Fu /* device removed */
 #define SDERR_DEVICE_UNAVAILABLE   0x20000071u /* temporarily unavailable, retry */
@@ -138,6 +140,12 @@ extern "C" {
 #define SD_AEN_DEVICE_UPDATE  6u
 #define SD_AEN_DPORT_DIAG     8u
 #define SD_AEN_FEC_ACTIVE     9u
+/* Payloads: SD_AEN_LINK_UP carries the speed code (SD_SPEED_*) in Payload[0];
+ * SD_AEN_DEVICE_UPDATE the target's port ID in Payload[0] and what happened
+ * to it in Payload[1]: */
+#define SD_AEN_DEVICE_LOGGED_IN  1u
+#define SD_AEN_DEVICE_LOGGED_OUT 2u
+#define SD_AEN_DEVICE_REMOVED    3u
 
 /* QoS types. */
 #define SD_QOS_RESERVED   0u
@@ -152,6 +160,14 @@ extern "C" {
 
 #define SD_SENSE_BUFFER_SIZE 80u
 #define SD_MAX_INSTANCES     31u
+
+/* Virtual ports.  A physical port carries at most the driver's MaxVports,
+ * and never more than SD_MAX_VPORTS_PER_PORT.  Each vPort keeps its instance
+ * number until it is deleted; the gap it leaves answers SDOpenDevice with
+ * SDERR_DEVICE_REMOVED and is given to the next vPort created.  Created
+ * vPorts may take numbers at or above SD_MAX_INSTANCES.  SDCreateVport on a
+ * port whose link is not up gives SDERR_LOOP_DOWN. */
+#define SD_MAX_VPORTS_PER_PORT 126u
 
 /* --------------------------------------------------------------- records */
 typedef struct SDChipProperty {
@@ -280,6 +296,16 @@ typedef struct SDAenRecord {
     uint32_t Payload[3];
 } SDAenRecord;
 
+/* A port's event queue (SDGetAenQueueStatus).  The queue holds Capacity
+ * events, as the adapter firmware does; a new event on a full queue drops
+ * the oldest and counts it in Dropped. */
+typedef struct SDAenQueueStatus {
+    uint32_t Queued;    /* events waiting for SDGetAen */
+    uint32_t Capacity;  /* most events the queue holds */
+    uint32_t Dropped;   /* events dropped so far (saturates) */
+    uint32_t Reserved[5];
+} SDAenQueueStatus;
+
 /* Option-ROM layout: a header of two words and Count descriptors. */
 typedef struct SDOptionRomRegion {
     uint32_t Region;    /* region type code */
@@ -299,12 +325,19 @@ typedef struct SDQoS {
     uint16_t QoSEnabled;
 } SDQoS;
 
+/* Test status of a diagnostic run (SDDiagResult.TestStatus). */
+#define SD_DIAG_STATUS_PASSED      1u /* data came back intact */
+#define SD_DIAG_STATUS_PARAM_ERROR 2u /* option or size the port cannot run */
+#define SD_DIAG_STATUS_LOOP_DOWN   3u /* the link is down (external loopback, echo) */
+#define SD_DIAG_STATUS_ERRORS      4u /* frames had errors: see the three counts */
+
 typedef struct SDDiagResult {
     uint32_t CrcErrors;
     uint32_t DisparityErrors;
     uint32_t FrameLengthErrors;
     uint32_t IterationsDone;
-    uint32_t Reserved[4];
+    uint32_t TestStatus;        /* SD_DIAG_STATUS_* */
+    uint32_t Reserved[3];
 } SDDiagResult;
 
 /* ------------------------------------------------------------ functions */
@@ -317,6 +350,12 @@ SDM_EXPORT const char *SDGetErrorString(uint32_t status);
  * backend could be made (the reason went to standard error). */
 SDM_EXPORT uint32_t SDGetBackendName(char *buffer, uint32_t size);
 SDM_EXPORT uint32_t SDGetBackendDescription(char *buffer, uint32_t size);
+/* The oldest notice the library has for the caller's log (a damaged state
+ * file kept aside under a new name, a state file refused, ...), one line of
+ * text.  It is removed once it has been handed out; SDERR_NOT_FOUND when
+ * there is none, SDERR_BUFFER_TOO_SMALL (and it stays) when it does not
+ * fit.  Each notice also went to standard error when it arose. */
+SDM_EXPORT uint32_t SDGetBackendNotice(char *buffer, uint32_t size);
 
 /* Devices. SDOpenDevice returns SDERR_NO_SUCH_DEVICE past the last one. */
 SDM_EXPORT uint32_t SDOpenDevice(uint32_t instance, uint32_t *handle);
@@ -409,9 +448,12 @@ typedef struct SDRegionImage {
 SDM_EXPORT uint32_t SDUpdateOptionRomRegions(uint32_t handle, const SDRegionImage *regions, uint32_t count,
                                              uint32_t flags);
 
-/* Events.  Fills as many 16-byte records as bufferSize holds, in arrival
- * order, and stores in *count how many were queued; the queue is drained. */
+/* Events.  Fills as many 16-byte records as bufferSize holds, oldest first,
+ * and takes them from the queue; the rest stay queued for the next call.
+ * *count is how many were queued before the call, so a count above what
+ * the buffer holds means more are waiting. */
 SDM_EXPORT uint32_t SDGetAen(uint32_t handle, void *buffer, uint32_t bufferSize, uint32_t *count);
+SDM_EXPORT uint32_t SDGetAenQueueStatus(uint32_t handle, SDAenQueueStatus *status);
 
 /* Statistics. */
 SDM_EXPORT uint32_t SDGetStatistics(uint32_t handle, SDStatistics *stats);
@@ -419,7 +461,13 @@ SDM_EXPORT uint32_t SDResetStatistics(uint32_t handle);
 SDM_EXPORT uint32_t SDGetPortStatisticsFC(uint32_t handle, const uint8_t *targetWWPN,
                                           SDLinkErrorStatus *status);
 
-/* Diagnostics. */
+/* Diagnostics.  A run that the port carries out returns SDERR_NONE with its
+ * outcome in result->TestStatus; a call error means the run did not take
+ * place (busy, no such device, not supported).  The calls return after the
+ * time the port needs for the frames.  SDDiagIO sends `count` times
+ * `increment` maximum-size I/Os through an external loopback; it answers a
+ * size the port cannot send with SDERR_DIAG_PARAMETER and a link that is
+ * down with SDERR_LOOP_DOWN. */
 SDM_EXPORT uint32_t SDRunDiagLoopbackEx(uint32_t handle, uint32_t option,
                                         const void *tx, void *rx, uint32_t dataSize,
                                         uint32_t iterations, SDDiagResult *result);

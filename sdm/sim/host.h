@@ -12,6 +12,7 @@
 #include <vector>
 
 #include "fcnames.h"
+#include "sim_model.h"
 #include "vtsdm.h"
 
 namespace vtsdm {
@@ -70,6 +71,7 @@ struct Target {
     bool tape = false;
     std::optional<InquiryData> inquiry;  // answer for LUN 0 when it has no LUN 0
     std::vector<Lun> luns;               // explicit, in report order
+    std::vector<uint32_t> lunOrder;      // indexes into luns, by LUN number
     std::shared_ptr<const LunRange> range;  // generated LUNs after the explicit ones
     SDLinkErrorStatus linkErrors{};
     TargetFaults faults;
@@ -85,10 +87,13 @@ struct VPortDef {
     uint64_t wwpn = 0;
     uint16_t vportId = 0;
     SDQoS qos{};
+    TrafficRates traffic;
 };
 
 struct DiagFaults {
     uint32_t crcErrors = 0;  // reported by every loopback run
+    std::vector<DiagStep> script;       // loopback answers, one step per call
+    uint32_t readBufferMiscompare = 0;  // READ BUFFER returns changed data N times
 };
 
 // The port's "nvram_control" block: NVRAM accesses that fail, and an image
@@ -126,8 +131,10 @@ struct Port {
     SDStatistics statistics{};
     uint32_t openUnavailable = 0;        // SDOpenDevice answers "retry" N times
     bool unsupported = false;            // SDOpenDevice always refused
+    uint32_t vportCreateFails = 0;       // SDCreateVport fails N times
     DiagFaults diag;
     NvramControl nvramControl;
+    TrafficRates traffic;
 };
 
 struct Versions {
@@ -171,6 +178,15 @@ struct Card {
     // parameters are active, as the card's active-region record says.
     uint32_t nvmeBootRegion = 334;
 };
+
+// What one host file may expand to, counted before anything is expanded:
+// every port function (a virtual port sees the targets and LUNs of its
+// physical port), every target each of them sees and every LUN behind those
+// targets.  The 31 x 256 x 256 host is about 2.04 million; discovery in the
+// library costs some hundreds of bytes per LUN.
+constexpr uint64_t kMaxHostElements = 3000000;
+// Targets one port may see; each is a full record here and in the library.
+constexpr uint64_t kMaxTargetsPerPort = 4096;
 
 struct Host {
     std::string path;          // file it was loaded from
