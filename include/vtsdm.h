@@ -66,6 +66,10 @@ extern "C" {
 #define SDERR_LOOP_DOWN            0x20000075u /* link is down */
 #define SDERR_DATA_UNDERRUN        0x20000077u /* less data than requested; accepted */
 #define SDERR_SHORT_READ           0x20000078u /* flash region shorter than asked */
+/* Flash part errors: a read or write of a region failed; a failed write
+ * leaves the regions as they were. */
+#define SDERR_FLASH_READ_FAILED    0x2000007Bu
+#define SDERR_FLASH_WRITE_FAILED   0x2000007Cu
 
 /* ------------------------------------------------------------ constants */
 #define SD_INTERFACE_FC    1u
@@ -135,6 +139,12 @@ extern "C" {
 #define SD_AEN_DEVICE_UPDATE  6u
 #define SD_AEN_DPORT_DIAG     8u
 #define SD_AEN_FEC_ACTIVE     9u
+/* Payloads: SD_AEN_LINK_UP carries the speed code (SD_SPEED_*) in Payload[0];
+ * SD_AEN_DEVICE_UPDATE the target's port ID in Payload[0] and what happened
+ * to it in Payload[1]: */
+#define SD_AEN_DEVICE_LOGGED_IN  1u
+#define SD_AEN_DEVICE_LOGGED_OUT 2u
+#define SD_AEN_DEVICE_REMOVED    3u
 
 /* QoS types. */
 #define SD_QOS_RESERVED   0u
@@ -149,6 +159,14 @@ extern "C" {
 
 #define SD_SENSE_BUFFER_SIZE 80u
 #define SD_MAX_INSTANCES     31u
+
+/* Virtual ports.  A physical port carries at most the driver's MaxVports,
+ * and never more than SD_MAX_VPORTS_PER_PORT.  Each vPort keeps its instance
+ * number until it is deleted; the gap it leaves answers SDOpenDevice with
+ * SDERR_DEVICE_REMOVED and is given to the next vPort created.  Created
+ * vPorts may take numbers at or above SD_MAX_INSTANCES.  SDCreateVport on a
+ * port whose link is not up gives SDERR_LOOP_DOWN. */
+#define SD_MAX_VPORTS_PER_PORT 126u
 
 /* --------------------------------------------------------------- records */
 typedef struct SDChipProperty {
@@ -306,12 +324,19 @@ typedef struct SDQoS {
     uint16_t QoSEnabled;
 } SDQoS;
 
+/* Test status of a diagnostic run (SDDiagResult.TestStatus). */
+#define SD_DIAG_STATUS_PASSED      1u /* data came back intact */
+#define SD_DIAG_STATUS_PARAM_ERROR 2u /* option or size the port cannot run */
+#define SD_DIAG_STATUS_LOOP_DOWN   3u /* the link is down (external loopback, echo) */
+#define SD_DIAG_STATUS_ERRORS      4u /* frames had errors: see the three counts */
+
 typedef struct SDDiagResult {
     uint32_t CrcErrors;
     uint32_t DisparityErrors;
     uint32_t FrameLengthErrors;
     uint32_t IterationsDone;
-    uint32_t Reserved[4];
+    uint32_t TestStatus;        /* SD_DIAG_STATUS_* */
+    uint32_t Reserved[3];
 } SDDiagResult;
 
 /* ------------------------------------------------------------ functions */
@@ -401,6 +426,22 @@ SDM_EXPORT uint32_t SDGetOptionRomEx(uint32_t handle, void *buffer, uint32_t siz
 SDM_EXPORT uint32_t SDUpdateOptionRomEx2(uint32_t handle, const void *buffer, uint32_t size,
                                          uint32_t region, uint32_t offset, uint32_t flags);
 
+/* Flash update: replaces the contents of several regions at once, all or
+ * none.  Each region gets Size bytes of Data from its start; the rest of the
+ * region reads as erased flash (0xFF).  A region the flash does not have
+ * gives SDERR_NOT_FOUND, data larger than the region SDERR_INVALID_PARAMETER,
+ * a failing part SDERR_FLASH_WRITE_FAILED; in every such case nothing
+ * changes.  Once written, the ports of the card report
+ * SD_PORTFLAG_REBOOT_REQUIRED until the card restarts.  flags are reserved
+ * (0). */
+typedef struct SDRegionImage {
+    uint32_t    Region;  /* region type code */
+    uint32_t    Size;    /* bytes of Data */
+    const void *Data;
+} SDRegionImage;
+SDM_EXPORT uint32_t SDUpdateOptionRomRegions(uint32_t handle, const SDRegionImage *regions, uint32_t count,
+                                             uint32_t flags);
+
 /* Events.  Fills as many 16-byte records as bufferSize holds, oldest first,
  * and takes them from the queue; the rest stay queued for the next call.
  * *count is how many were queued before the call, so a count above what
@@ -414,7 +455,13 @@ SDM_EXPORT uint32_t SDResetStatistics(uint32_t handle);
 SDM_EXPORT uint32_t SDGetPortStatisticsFC(uint32_t handle, const uint8_t *targetWWPN,
                                           SDLinkErrorStatus *status);
 
-/* Diagnostics. */
+/* Diagnostics.  A run that the port carries out returns SDERR_NONE with its
+ * outcome in result->TestStatus; a call error means the run did not take
+ * place (busy, no such device, not supported).  The calls return after the
+ * time the port needs for the frames.  SDDiagIO sends `count` times
+ * `increment` maximum-size I/Os through an external loopback; it answers a
+ * size the port cannot send with SDERR_DIAG_PARAMETER and a link that is
+ * down with SDERR_LOOP_DOWN. */
 SDM_EXPORT uint32_t SDRunDiagLoopbackEx(uint32_t handle, uint32_t option,
                                         const void *tx, void *rx, uint32_t dataSize,
                                         uint32_t iterations, SDDiagResult *result);

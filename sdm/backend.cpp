@@ -6,10 +6,16 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <chrono>
 #include <cstdio>
 #include <deque>
+#include <thread>
 
 namespace vtsdm {
+
+void WaitWhilePortBusy(uint64_t ns) {
+    if (ns) std::this_thread::sleep_for(std::chrono::nanoseconds(ns));
+}
 
 uint32_t Backend::open(uint32_t, PortKey &) { return SDERR_NO_SUCH_DEVICE; }
 void Backend::close(PortKey) {}
@@ -29,6 +35,7 @@ uint32_t Backend::readRegion(PortKey, uint32_t, std::vector<uint8_t> &) { return
 uint32_t Backend::writeRegion(PortKey, uint32_t, uint32_t, const std::vector<uint8_t> &) {
     return SDERR_NOT_SUPPORTED;
 }
+uint32_t Backend::writeRegions(PortKey, const std::vector<RegionImage> &) { return SDERR_NOT_SUPPORTED; }
 uint32_t Backend::takeEvents(PortKey, uint32_t, std::vector<SDAenRecord> &, uint32_t &) {
     return SDERR_NOT_SUPPORTED;
 }

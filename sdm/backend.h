@@ -45,11 +45,19 @@ struct LoopbackRequest {
     uint32_t size = 0;
     uint32_t iterations = 0;
     bool maxIo = false;       // SDDiagIO: external loopback of maximum-size I/O
+    uint32_t increment = 1;   // SDDiagIO: I/Os per count
+    // Out: how long the port is busy with the frames.  The caller waits that
+    // long after it has let go of the backend, so that tests on several
+    // ports run side by side as they do on real adapters.
+    uint64_t *busyNs = nullptr;
 };
 
 // Events a port's queue holds, as adapter firmware does; past it the oldest
 // are dropped and counted.
 constexpr size_t kEventQueueDepth = 256;
+
+// Waits out the time a port was busy with a diagnostic (LoopbackRequest).
+void WaitWhilePortBusy(uint64_t ns);
 
 class Backend {
 public:
@@ -81,6 +89,12 @@ public:
     virtual uint32_t flashLayout(PortKey key, std::vector<SDOptionRomRegion> &regions, uint32_t &flashSize);
     virtual uint32_t readRegion(PortKey key, uint32_t region, std::vector<uint8_t> &bytes);
     virtual uint32_t writeRegion(PortKey key, uint32_t region, uint32_t offset, const std::vector<uint8_t> &data);
+    // Replaces the contents of several regions, all or none (SDUpdateOptionRomRegions).
+    struct RegionImage {
+        uint32_t region = 0;
+        std::vector<uint8_t> bytes;
+    };
+    virtual uint32_t writeRegions(PortKey key, const std::vector<RegionImage> &regions);
 
     // Hands out at most `room` of the oldest queued events and leaves the
     // rest queued; `queued` is how many were waiting before the call.

@@ -159,6 +159,8 @@ SDM_EXPORT const char *SDGetErrorString(uint32_t status) {
     case SDERR_IO_FAILED: return "Input/output error in the device-management library";
     case SDERR_OUT_OF_MEMORY: return "Out of memory in the device-management library";
     case SDERR_NO_SUCH_DEVICE: return "No such device";
+    case SDERR_FLASH_READ_FAILED: return "Flash read failed";
+    case SDERR_FLASH_WRITE_FAILED: return "Flash write failed; the flash is unchanged";
     case SDERR_DEVICE_REMOVED: return "Device removed";
     case SDERR_DEVICE_UNAVAILABLE: return "Device temporarily unavailable";
     case SDERR_BUFFER_TOO_SMALL: return "Buffer too small";
@@ -413,6 +415,22 @@ SDM_EXPORT uint32_t SDUpdateOptionRomEx2(uint32_t handle, const void *buffer, ui
     return ExceptionStatus();
 }
 
+SDM_EXPORT uint32_t SDUpdateOptionRomRegions(uint32_t handle, const SDRegionImage *regions, uint32_t count,
+                                             uint32_t flags) try {
+    (void)flags;
+    if (!regions || count == 0) return SDERR_INVALID_PARAMETER;
+    std::vector<Backend::RegionImage> images(count);
+    for (uint32_t i = 0; i < count; ++i) {
+        if (!regions[i].Data && regions[i].Size) return SDERR_INVALID_PARAMETER;
+        const auto *data = static_cast<const uint8_t *>(regions[i].Data);
+        images[i].region = regions[i].Region;
+        if (regions[i].Size) images[i].bytes.assign(data, data + regions[i].Size);
+    }
+    return WithPort(handle, [&](Backend &b, PortKey k) { return b.writeRegions(k, images); });
+} catch (...) {
+    return ExceptionStatus();
+}
+
 SDM_EXPORT uint32_t SDGetAen(uint32_t handle, void *buffer, uint32_t bufferSize, uint32_t *count) try {
     if (!count || (!buffer && bufferSize)) return SDERR_INVALID_PARAMETER;
     const uint32_t room = buffer ? bufferSize / uint32_t(sizeof(SDAenRecord)) : 0;
@@ -461,18 +479,23 @@ SDM_EXPORT uint32_t SDGetPortStatisticsFC(uint32_t handle, const uint8_t *target
 SDM_EXPORT uint32_t SDRunDiagLoopbackEx(uint32_t handle, uint32_t option, const void *tx, void *rx,
                                         uint32_t dataSize, uint32_t iterations, SDDiagResult *result) try {
     if (!result) return SDERR_INVALID_PARAMETER;
-    const vtsdm::LoopbackRequest rq{option, tx, rx, dataSize, iterations, false};
-    return WithPort(handle, [&](Backend &b, PortKey k) { return b.loopback(k, rq, *result); });
+    uint64_t busyNs = 0;
+    const vtsdm::LoopbackRequest rq{option, tx, rx, dataSize, iterations, false, 1, &busyNs};
+    const uint32_t rc = WithPort(handle, [&](Backend &b, PortKey k) { return b.loopback(k, rq, *result); });
+    vtsdm::WaitWhilePortBusy(busyNs);
+    return rc;
 } catch (...) {
     return ExceptionStatus();
 }
 
 SDM_EXPORT uint32_t SDDiagIO(uint32_t handle, const void *tx, void *rx, uint32_t dataSize, uint32_t count,
                              uint32_t increment, SDDiagResult *result) try {
-    (void)increment;
     if (!result) return SDERR_INVALID_PARAMETER;
-    const vtsdm::LoopbackRequest rq{SD_LOOPBACK_EXTERNAL, tx, rx, dataSize, count, true};
-    return WithPort(handle, [&](Backend &b, PortKey k) { return b.loopback(k, rq, *result); });
+    uint64_t busyNs = 0;
+    const vtsdm::LoopbackRequest rq{SD_LOOPBACK_EXTERNAL, tx, rx, dataSize, count, true, increment, &busyNs};
+    const uint32_t rc = WithPort(handle, [&](Backend &b, PortKey k) { return b.loopback(k, rq, *result); });
+    vtsdm::WaitWhilePortBusy(busyNs);
+    return rc;
 } catch (...) {
     return ExceptionStatus();
 }

@@ -4,7 +4,6 @@
 
 #include <errno.h>
 #include <signal.h>
-#include <sys/prctl.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -28,10 +27,9 @@ inline void KillWhileRewriting(int runs, const std::function<void(unsigned)> &re
     for (int run = 0; run < runs; ++run) {
         int ready[2];
         ASSERT_EQ(::pipe(ready), 0);
-        const pid_t pid = ::fork();
+        const pid_t pid = ForkChild();
         ASSERT_GE(pid, 0);
         if (pid == 0) {
-            ::prctl(PR_SET_PDEATHSIG, SIGKILL);
             ::close(ready[0]);
             for (unsigned i = 0;; ++i) {
                 rewrite(i);

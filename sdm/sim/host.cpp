@@ -361,6 +361,36 @@ void ParseStatistics(const Node &n, SDStatistics &s) {
     s.InvalidCRCCount = uint32_t(n.num("invalid_crc", 0, UINT32_MAX));
 }
 
+// ---- diagnostic fault scripts and traffic (sim_diag.cpp, sim_monitor.cpp)
+
+// "diag_faults": {"loopback": [steps], "read_buffer_miscompare": N}; a step
+// is a test status number or a step text ("status=4,crc=2*3", "busy*30").
+void ParseDiagFaults(const Node &n, DiagFaults &d) {
+    n.expectObject({"loopback", "read_buffer_miscompare"});
+    for (const Node &s : n.array("loopback")) {
+        if (s.raw().is_number()) {
+            const uint64_t status = s.asNum(255);
+            if (status < 1) s.fail("a test status is 1 or more");
+            DiagStep step;
+            step.status = uint32_t(status);
+            d.script.push_back(step);
+            continue;
+        }
+        if (!s.raw().is_string()) s.fail("expected a test status number or a step like \"status=4,crc=2*3\"");
+        std::string error;
+        auto step = ParseDiagStep(s.raw().get<std::string>(), error);
+        if (!step) s.fail(error);
+        d.script.push_back(*step);
+    }
+    d.readBufferMiscompare = uint32_t(n.num("read_buffer_miscompare", 0, 1000000));
+}
+
+// "traffic": {"io_per_second": N, "mb_per_second": M}
+TrafficRates ParseTraffic(const Node &n) {
+    n.expectObject({"io_per_second", "mb_per_second"});
+    return TrafficRates{n.num("io_per_second", 0, 100000000), n.num("mb_per_second", 0, 1000000)};
+}
+
 uint16_t PortState(const Node &n) {
     static const std::map<std::string, uint16_t> states = {
         {"online", SD_PORTSTATE_ONLINE},     {"linkdown", SD_PORTSTATE_LINKDOWN},
@@ -378,7 +408,7 @@ Port ParsePort(const Node &n, const Card &card, uint32_t cardIndex, uint32_t pos
     n.expectObject({"function", "port", "interface", "wwnn", "wwpn", "port_id", "state", "dport",
                     "speed", "supported_speeds", "maintenance", "reboot_required", "lockdown",
                     "max_frame_size", "fabric", "enode_mac", "device_name", "firmware", "nvram",
-                    "targets", "virtual_ports", "statistics", "faults"});
+                    "targets", "virtual_ports", "statistics", "faults", "diag_faults", "traffic"});
     Port p;
     p.card = cardIndex;
     p.function = uint8_t(n.num("function", position, 7));
@@ -438,7 +468,7 @@ Port ParsePort(const Node &n, const Card &card, uint32_t cardIndex, uint32_t pos
     }
     ParseTargets(n, p);
     for (const Node &vn : n.array("virtual_ports")) {
-        vn.expectObject({"wwnn", "wwpn", "vport_id", "qos_type", "qos_value"});
+        vn.expectObject({"wwnn", "wwpn", "vport_id", "qos_type", "qos_value", "traffic"});
         VPortDef v;
         v.wwpn = vn.wwn("wwpn", true);
         v.wwnn = vn.has("wwnn") ? vn.wwn("wwnn", false) : v.wwpn;
@@ -447,17 +477,50 @@ Port ParsePort(const Node &n, const Card &card, uint32_t cardIndex, uint32_t pos
         v.qos.VPortId = v.vportId;
         v.qos.QoSType = uint16_t(vn.num("qos_type", SD_QOS_PERCENTAGE, 2));
         v.qos.QoSValue = uint16_t(vn.num("qos_value", 0, 65535));
+        if (vn.has("traffic")) v.traffic = ParseTraffic(vn.child("traffic"));
         p.vports.push_back(v);
     }
     if (n.has("statistics")) ParseStatistics(n.child("statistics"), p.statistics);
     if (n.has("faults")) {
         Node f = n.child("faults");
-        f.expectObject({"open_unavailable", "unsupported", "loopback_crc_errors"});
+        f.expectObject({"open_unavailable", "unsupported", "loopback_crc_errors", "vport_create"});
         p.openUnavailable = uint32_t(f.num("open_unavailable", 0, 1000000));
         p.unsupported = f.flag("unsupported", false);
         p.diag.crcErrors = uint32_t(f.num("loopback_crc_errors", 0, 1000000));
+        p.vportCreateFails = uint32_t(f.num("vport_create", 0, 1000000));
     }
+    if (n.has("diag_faults")) ParseDiagFaults(n.child("diag_faults"), p.diag);
+    if (n.has("traffic")) p.traffic = ParseTraffic(n.child("traffic"));
     return p;
+}
+
+// "flash": { "layout": [ { "region": "0x01", "size": 262144 }, ... ],
+//            "faults": { "read": N, "write": N } }
+FlashDef ParseFlash(const Node &n) {
+    n.expectObject({"layout", "faults"});
+    FlashDef f;
+    if (n.has("layout")) {
+        std::vector<SDOptionRomRegion> layout;
+        for (const Node &r : n.array("layout")) {
+            r.expectObject({"region", "size"});
+            if (!r.has("region")) r.child("region").fail("missing");
+            if (!r.has("size")) r.child("size").fail("missing");
+            const uint32_t region = uint32_t(r.num("region", 0, 0xFFFF));
+            const uint32_t size = uint32_t(r.num("size", 0, 64u << 20));
+            if (size == 0) r.child("size").fail("must be at least 1");
+            for (const SDOptionRomRegion &d : layout)
+                if (d.Region == region) r.child("region").fail("listed twice");
+            layout.push_back({region, size});
+        }
+        f.layout = std::move(layout);
+    }
+    if (n.has("faults")) {
+        Node faults = n.child("faults");
+        faults.expectObject({"read", "write"});
+        f.readFaults = uint32_t(faults.num("read", 0, 1000000));
+        f.writeFaults = uint32_t(faults.num("write", 0, 1000000));
+    }
+    return f;
 }
 
 // Copy k of a card: port names moved by k << 16 and port IDs by k << 8,
@@ -477,7 +540,7 @@ void MovePort(const Node &n, Port &p, uint64_t k) {
 void ParseCard(const Node &n, Host &host) {
     n.expectObject({"serial", "model", "description", "manufacturer", "device_id", "isp_type",
                     "subsystem_vendor_id", "subsystem_id", "chip_revision", "pci_bus", "pci_device",
-                    "driver", "firmware", "option_rom", "vpd", "ports", "copies"});
+                    "driver", "firmware", "option_rom", "vpd", "ports", "copies", "flash"});
     Card c;
     c.serial = n.requiredStr("serial", 31);
     c.model = n.requiredStr("model", 31);
@@ -516,8 +579,9 @@ void ParseCard(const Node &n, Host &host) {
         c.driverName = d.str("name", c.driverName, 31);
         c.driverVersion = d.str("version", "", 31);
         c.lunsPerTarget = uint32_t(d.num("luns_per_target", 256, 65535));
-        c.maxVports = uint32_t(d.num("max_vports", c.ispType > 9 ? 126 : 0, 254));
-        c.maxVportsWithQoS = uint32_t(d.num("max_vports_qos", c.maxVports < 8 ? c.maxVports : 8, 254));
+        c.maxVports = uint32_t(d.num("max_vports", c.ispType > 9 ? 126 : 0, SD_MAX_VPORTS_PER_PORT));
+        c.maxVportsWithQoS =
+            uint32_t(d.num("max_vports_qos", c.maxVports < 8 ? c.maxVports : 8, SD_MAX_VPORTS_PER_PORT));
         if (d.flag("reports_supported_speed", true)) c.driverCaps |= SD_DRVCAP_SUPPORTED_SPEED;
         if (d.flag("remote_port_info", true)) c.driverCaps |= SD_DRVCAP_REMOTE_PORT_INFO;
         if (d.flag("events", true)) c.driverCaps |= SD_DRVCAP_AEN;
@@ -540,6 +604,8 @@ void ParseCard(const Node &n, Host &host) {
             c.vpd.emplace_back(it.key(), val);
         }
     }
+
+    if (n.has("flash")) c.flash = ParseFlash(n.child("flash"));
 
     uint64_t copies = n.num("copies", 1, 31);
     if (copies == 0) n.child("copies").fail("must be at least 1");

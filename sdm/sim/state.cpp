@@ -78,6 +78,88 @@ bool WriteAll(int fd, const std::string &data) {
     return true;
 }
 
+// ---- moving counters, diagnostic scripts, run-time targets and the clock
+
+json StepsToJson(const std::vector<DiagStep> &steps) {
+    json a = json::array();
+    for (const DiagStep &d : steps) a.push_back(FormatDiagStep(d));
+    return a;
+}
+
+bool StepsFromJson(const json &a, std::vector<DiagStep> &steps) {
+    std::string error;
+    for (const auto &text : a) {
+        auto step = ParseDiagStep(text.get<std::string>(), error);
+        if (!step) return false;
+        steps.push_back(*step);
+    }
+    return true;
+}
+
+void MonitorFieldsToJson(const PortChanges &p, json &o) {
+    if (p.statsAtNs) o["stats_at"] = p.statsAtNs;
+    if (p.traffic) o["traffic"] = {p.traffic->ioPerSecond, p.traffic->mbPerSecond};
+    if (p.diagScript) o["diag_script"] = StepsToJson(*p.diagScript);
+    if (p.readBufferMiscompare) o["read_buffer_miscompare"] = *p.readBufferMiscompare;
+}
+
+bool MonitorFieldsFromJson(const json &o, PortChanges &p) {
+    p.statsAtNs = o.value("stats_at", int64_t(0));
+    if (o.contains("traffic"))
+        p.traffic = TrafficRates{o["traffic"].at(0).get<uint64_t>(), o["traffic"].at(1).get<uint64_t>()};
+    if (o.contains("diag_script")) {
+        p.diagScript.emplace();
+        if (!StepsFromJson(o["diag_script"], *p.diagScript)) return false;
+    }
+    if (o.contains("read_buffer_miscompare")) p.readBufferMiscompare = o["read_buffer_miscompare"].get<uint32_t>();
+    return true;
+}
+
+json LinkErrorsToJson(const SDLinkErrorStatus &e) {
+    return {e.LinkFailureCount, e.LossOfSyncCount, e.LossOfSignalCount, e.PrimitiveSeqProtocolErrorCount,
+            e.InvalidTransmissionWordCount, e.InvalidCRCCount};
+}
+
+SDLinkErrorStatus LinkErrorsFromJson(const json &a) {
+    return {a.at(0).get<uint32_t>(), a.at(1).get<uint32_t>(), a.at(2).get<uint32_t>(),
+            a.at(3).get<uint32_t>(), a.at(4).get<uint32_t>(), a.at(5).get<uint32_t>()};
+}
+
+void TargetsAndClockToJson(const State &s, json &j) {
+    if (!s.targets.empty()) {
+        json t = json::object();
+        for (const auto &[key, c] : s.targets) {
+            json o;
+            if (c.loggedIn) o["logged_in"] = *c.loggedIn;
+            if (c.removed) o["removed"] = *c.removed;
+            o["errors"] = LinkErrorsToJson(c.addedErrors);
+            t[key] = o;
+        }
+        j["targets"] = t;
+    }
+    if (s.clock.frozen || s.clock.offsetNs)
+        j["clock"] = {{"frozen", s.clock.frozen}, {"value", s.clock.valueNs}, {"offset", s.clock.offsetNs}};
+}
+
+bool TargetsAndClockFromJson(const json &j, State &s) {
+    if (j.contains("targets"))
+        for (auto it = j["targets"].begin(); it != j["targets"].end(); ++it) {
+            TargetChanges c;
+            const json &o = it.value();
+            if (o.contains("logged_in")) c.loggedIn = o["logged_in"].get<bool>();
+            if (o.contains("removed")) c.removed = o["removed"].get<bool>();
+            c.addedErrors = LinkErrorsFromJson(o.at("errors"));
+            s.targets[it.key()] = c;
+        }
+    if (j.contains("clock")) {
+        const json &c = j["clock"];
+        s.clock.frozen = c.at("frozen").get<bool>();
+        s.clock.valueNs = c.at("value").get<int64_t>();
+        s.clock.offsetNs = c.at("offset").get<int64_t>();
+    }
+    return true;
+}
+
 }  // namespace
 
 std::string StateToJson(const State &s) {
@@ -93,7 +175,6 @@ std::string StateToJson(const State &s) {
         if (p.portState) o["state"] = *p.portState;
         if (p.portSubState) o["substate"] = *p.portSubState;
         if (p.statistics) o["statistics"] = Hex(&*p.statistics, sizeof(SDStatistics));
-        if (p.statisticsResetAt) o["reset_at"] = p.statisticsResetAt;
         if (!p.events.empty()) {
             json ev = json::array();
             for (const auto &e : p.events) ev.push_back({e.Code, e.Payload[0], e.Payload[1], e.Payload[2]});
@@ -101,6 +182,7 @@ std::string StateToJson(const State &s) {
         }
         if (p.eventsDropped) o["events_dropped"] = p.eventsDropped;
         if (p.openFailuresUsed) o["open_failures_used"] = p.openFailuresUsed;
+        MonitorFieldsToJson(p, o);
         ports[std::to_string(wwpn)] = std::move(o);
     }
     j["ports"] = std::move(ports);
@@ -108,7 +190,7 @@ std::string StateToJson(const State &s) {
         json v = json::array();
         for (const auto &r : *s.vports)
             v.push_back({{"parent", r.parentWwpn}, {"wwnn", r.wwnn}, {"wwpn", r.wwpn}, {"id", r.vportId},
-                         {"qos", {r.qos.QoSType, r.qos.QoSValue, r.qos.QoSEnabled}}});
+                         {"qos", {r.qos.QoSType, r.qos.QoSValue, r.qos.QoSEnabled}}, {"instance", r.instance}});
         j["vports"] = std::move(v);
     }
     json flash = json::object();
@@ -119,6 +201,19 @@ std::string StateToJson(const State &s) {
     }
     j["flash"] = std::move(flash);
     j["faults_used"] = s.faultsUsed;
+    if (!s.flashCards.empty()) {
+        json cards = json::object();
+        for (const auto &[serial, f] : s.flashCards)
+            cards[serial] = {{"reboot_required", f.rebootRequired}, {"read_faults", f.readFaults},
+                             {"write_faults", f.writeFaults}};
+        j["flash_cards"] = cards;
+    }
+    if (!s.vportCreateFaults.empty()) {
+        json f = json::object();
+        for (const auto &[wwpn, n] : s.vportCreateFaults) f[std::to_string(wwpn)] = n;
+        j["vport_create_faults"] = f;
+    }
+    TargetsAndClockToJson(s, j);
     return j.dump(1);
 }
 
@@ -150,13 +245,13 @@ bool StateFromJson(const std::string &text, State &s, std::string *error) {
                 memcpy(&st, b.data(), sizeof st);
                 p.statistics = st;
             }
-            p.statisticsResetAt = o.value("reset_at", int64_t(0));
             p.eventsDropped = o.value("events_dropped", uint64_t(0));
             if (o.contains("events"))
                 for (const auto &e : o["events"])
                     QueueEvent(p, {e.at(0).get<uint32_t>(),
                                    {e.at(1).get<uint32_t>(), e.at(2).get<uint32_t>(), e.at(3).get<uint32_t>()}});
             p.openFailuresUsed = o.value("open_failures_used", 0u);
+            if (!MonitorFieldsFromJson(o, p)) return false;
             out.ports[std::stoull(it.key())] = std::move(p);
         }
         if (j.contains("vports")) {
@@ -171,6 +266,7 @@ bool StateFromJson(const std::string &text, State &s, std::string *error) {
                 rec.qos.QoSType = r.at("qos").at(0).get<uint16_t>();
                 rec.qos.QoSValue = r.at("qos").at(1).get<uint16_t>();
                 rec.qos.QoSEnabled = r.at("qos").at(2).get<uint16_t>();
+                rec.instance = r.value("instance", 0u);
                 v.push_back(rec);
             }
             out.vports = std::move(v);
@@ -182,6 +278,17 @@ bool StateFromJson(const std::string &text, State &s, std::string *error) {
                 out.flash[it.key()][uint32_t(std::stoul(r.key()))] = std::move(b);
             }
         out.faultsUsed = j.at("faults_used").get<std::map<std::string, uint32_t>>();
+        if (j.contains("flash_cards"))
+            for (auto it = j["flash_cards"].begin(); it != j["flash_cards"].end(); ++it) {
+                CardFlashChanges &f = out.flashCards[it.key()];
+                f.rebootRequired = it.value().at("reboot_required").get<bool>();
+                f.readFaults = it.value().at("read_faults").get<uint32_t>();
+                f.writeFaults = it.value().at("write_faults").get<uint32_t>();
+            }
+        if (j.contains("vport_create_faults"))
+            for (auto it = j["vport_create_faults"].begin(); it != j["vport_create_faults"].end(); ++it)
+                out.vportCreateFaults[std::stoull(it.key())] = it.value().get<uint32_t>();
+        if (!TargetsAndClockFromJson(j, out)) return false;
         s = std::move(out);
         return true;
     } catch (const std::bad_alloc &) {

@@ -14,6 +14,7 @@
 #include <vector>
 
 #include "backend.h"
+#include "sim_model.h"
 #include "vtsdm.h"
 
 namespace vtsdm {
@@ -23,10 +24,16 @@ struct PortChanges {
     std::optional<uint16_t> portState;
     std::optional<uint16_t> portSubState;
     std::optional<SDStatistics> statistics;         // replaces the host file's
-    int64_t statisticsResetAt = 0;                  // epoch seconds, 0 = never
     std::vector<SDAenRecord> events;                // queued, oldest first
     uint64_t eventsDropped = 0;                     // oldest dropped from a full queue
     uint32_t openFailuresUsed = 0;
+    // Counters that move (sim_monitor.cpp): `statistics` holds the counters
+    // as they were at statsAtNs of the simulated clock; traffic since then
+    // is added when they are read.
+    int64_t statsAtNs = 0;                          // 0: not taken yet
+    std::optional<TrafficRates> traffic;            // replaces the host file's
+    std::optional<std::vector<DiagStep>> diagScript;  // replaces the host file's
+    std::optional<uint32_t> readBufferMiscompare;     // replaces the host file's
 };
 
 // Events a port queues, kEventQueueDepth of them as its firmware would; a
@@ -41,6 +48,15 @@ struct VPortRecord {
     uint64_t wwpn = 0;
     uint16_t vportId = 0;
     SDQoS qos{};
+    uint32_t instance = 0;  // libvtsdm instance number; 0 until one is given
+};
+
+// A card's flash beyond its region bytes (sim_flash.cpp).
+struct CardFlashChanges {
+    bool rebootRequired = false;  // an update was written since the last reset
+    uint32_t readFaults = 0;      // failures still to come, armed by vtsdm-sim
+    uint32_t writeFaults = 0;
+    bool operator==(const CardFlashChanges &) const = default;
 };
 
 struct State {
@@ -49,6 +65,11 @@ struct State {
     std::optional<std::vector<VPortRecord>> vports;  // absent: as the host file defines
     std::map<std::string, std::map<uint32_t, std::vector<uint8_t>>> flash;  // serial -> region
     std::map<std::string, uint32_t> faultsUsed;      // fault key -> count used
+    std::map<std::string, CardFlashChanges> flashCards;  // by card serial
+    std::map<uint64_t, uint32_t> vportCreateFaults;  // physical WWPN -> creations still to fail
+    // Run-time target changes, by "<port WWPN>/<target WWPN>", and the clock.
+    std::map<std::string, TargetChanges> targets;
+    ClockSetting clock;
 };
 
 class StateStore {
