@@ -6,8 +6,8 @@
 #include <cstring>
 #include <string>
 
-#include "vtapi_core.h"
-#include "vtapi_oss.h"
+#include "core/core.h"
+#include "oss/oss.h"
 
 namespace {
 

@@ -7,8 +7,8 @@
 #include <cstring>
 #include <vector>
 
-#include "vtapi_core.h"
-#include "vtapi_oss.h"
+#include "core/core.h"
+#include "oss/oss.h"
 
 namespace {
 
@@ -105,13 +105,13 @@ VTAPI_EXPORT ProtocolEntry *core_CreateProtocolEntry(void) {
     return static_cast<ProtocolEntry *>(calloc(1, sizeof(ProtocolEntry)));
 }
 
-VTAPI_EXPORT void core_ZeroAdapterEntryListMem(AdapterEntryList *list) {
+void core_ZeroAdapterEntryListMem(AdapterEntryList *list) {
     if (list) *list = AdapterEntryList{};
 }
-VTAPI_EXPORT void core_ZeroPhyPortListMem(PhyPortList *list) {
+void core_ZeroPhyPortListMem(PhyPortList *list) {
     if (list) *list = PhyPortList{};
 }
-VTAPI_EXPORT void core_ZeroProtocolListMem(ProtocolList *list) {
+void core_ZeroProtocolListMem(ProtocolList *list) {
     if (list) *list = ProtocolList{};
 }
 
@@ -283,7 +283,7 @@ VTAPI_EXPORT uint32_t BuildAdapterInfoForFC(AdapterEntryList *list) {
     return 0;
 }
 
-VTAPI_EXPORT void DumpAdapterEntryList(const AdapterEntryList *list) {
+void DumpAdapterEntryList(const AdapterEntryList *list) {
     if (!list) return;
     for (const AdapterEntry *a = list->First; a; a = a->next) {
         LogDebug(__FILE__, __LINE__, "Begin Adapter = %s", a->SerialNumber);

@@ -7,8 +7,8 @@
 #include <cstdlib>
 #include <cstring>
 
-#include "vtapi_core.h"
-#include "vtapi_oss.h"
+#include "core/core.h"
+#include "oss/oss.h"
 
 namespace {
 
@@ -61,7 +61,7 @@ VTAPI_EXPORT uint32_t CoreIsDriverWithRemotePortInfoSupport(const SDMDevice *dev
     return device && (device->DeviceDriverProperty.Capabilities & SD_DRVCAP_REMOTE_PORT_INFO) ? 1 : 0;
 }
 
-VTAPI_EXPORT uint32_t CoreIsAenSupported(const SDMDevice *device) {
+uint32_t CoreIsAenSupported(const SDMDevice *device) {
     return device && (device->DeviceDriverProperty.Capabilities & SD_DRVCAP_AEN) ? 1 : 0;
 }
 
@@ -111,13 +111,13 @@ VTAPI_EXPORT SDMDevice *CreateNewSDMDevice(uint32_t handle, uint32_t instance) {
     return d;
 }
 
-VTAPI_EXPORT void FreeSDMDevice(SDMDevice *device) {
+void FreeSDMDevice(SDMDevice *device) {
     if (!device) return;
     FreeTargetList(&device->Targets);
     free(device);
 }
 
-VTAPI_EXPORT uint32_t AddDeviceToDeviceList(SDMDevice *device) {
+uint32_t AddDeviceToDeviceList(SDMDevice *device) {
     if (!device) return 8;
     device->next = nullptr;
     device->prev = g_deviceList.Last;

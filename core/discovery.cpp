@@ -7,9 +7,9 @@
 #include <cstring>
 
 #include "core/tarn_lists.h"
-#include "vtapi_boardtable.h"
-#include "vtapi_core.h"
-#include "vtapi_oss.h"
+#include "core/boardtable.h"
+#include "core/core.h"
+#include "oss/oss.h"
 
 namespace {
 
@@ -439,6 +439,6 @@ VTAPI_EXPORT uint32_t getHostSystemType(void) {
 }
 
 VTAPI_EXPORT uint32_t CoreGetTargestLUNDiscoveryOption(void) { return g_targetLunDiscovery; }
-VTAPI_EXPORT void CoreSetTargetLUNDiscoveryOption(uint32_t enable) { g_targetLunDiscovery = enable ? 1 : 0; }
+void CoreSetTargetLUNDiscoveryOption(uint32_t enable) { g_targetLunDiscovery = enable ? 1 : 0; }
 
 }  // extern "C"

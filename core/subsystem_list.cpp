@@ -1,8 +1,8 @@
 // The board table: BuildSubSystemListFromFile deciphers and parses
 // <install>/data/adapters_adapter_provider.properties (format in
 // common/boardtable_crypto.h) into a SubSystemList.
-#include "vtapi_boardtable.h"
-#include "vtapi_oss.h"
+#include "core/boardtable.h"
+#include "oss/oss.h"
 
 #include "boardtable_crypto.h"
 
@@ -171,7 +171,7 @@ VTAPI_EXPORT SubSystemRecord *FindSubSystemInSubSystemList(SubSystemList *list, 
     return nullptr;
 }
 
-VTAPI_EXPORT void FreeSubSystemList(SubSystemList *list) {
+void FreeSubSystemList(SubSystemList *list) {
     if (list == nullptr) return;
     for (SubSystemRecord *rec = list->First; rec != nullptr;) {
         SubSystemRecord *next = rec->next;

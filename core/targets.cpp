@@ -8,8 +8,8 @@
 #include <memory>
 #include <vector>
 
-#include "vtapi_core.h"
-#include "vtapi_oss.h"
+#include "core/core.h"
+#include "oss/oss.h"
 
 namespace {
 
@@ -322,7 +322,7 @@ VTAPI_EXPORT void FreeTargetList(TargetList *list) {
 
 // Deep copy of a target list with its LUN lists; 0, or 115 when memory runs
 // out (the copy made so far is freed).
-VTAPI_EXPORT uint32_t CopyTargetList(TargetList *destination, const TargetList *source) {
+uint32_t CopyTargetList(TargetList *destination, const TargetList *source) {
     if (!destination) return 8;
     InitTargetList(destination);
     if (!source) return 0;

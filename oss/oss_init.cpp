@@ -1,6 +1,6 @@
-// Start-up of the OS layer and the core: the installation path, the SNIA
-// HBA API registration in /etc/hba.conf, host identification, and the
-// core's configuration.
+// Start-up of the OS layer: the installation path, the SNIA HBA API
+// registration in /etc/hba.conf, host identification, and the OS layer's
+// share of the shut-down.
 #include <dlfcn.h>
 #include <fcntl.h>
 #include <ctime>
@@ -15,10 +15,8 @@
 #include <cstring>
 #include <string>
 
+#include "oss/oss.h"
 #include "sysroot.h"
-#include "vtapi_core.h"
-#include "vtapi_events.h"
-#include "vtapi_oss.h"
 
 namespace {
 
@@ -36,6 +34,7 @@ char g_edifConfigurationPath[256];
 char g_distribution[64];
 pid_t g_pid = 0;
 uint32_t g_fabricScanningEnable = 1;
+OSSStartupStep g_coreStartup = nullptr;
 
 void CopyText(char *dst, size_t size, const char *src) {
     size_t n = strnlen(src, size - 1);
@@ -71,10 +70,7 @@ void ReadDistribution() {
 
 extern "C" {
 
-VTAPI_EXPORT char g_ModulePath[256];
-VTAPI_EXPORT char g_configurationFileName[260];
-VTAPI_EXPORT uint32_t g_AuxToolId = 0;
-VTAPI_EXPORT char g_ToolVersion[32];
+char g_ModulePath[256];
 
 VTAPI_EXPORT uint32_t GetInstallationPath(void) {
     Dl_info info{};
@@ -157,23 +153,6 @@ VTAPI_EXPORT uint32_t checkAndInstallHBAConfFile(void) {
     return createHBAConfFile("w", provider);
 }
 
-VTAPI_EXPORT uint32_t CorePreInitialize(void) {
-    std::string name = std::string(g_configurationPath[0] ? g_configurationPath : "/etc/") + "agent.properties";
-    CopyText(g_configurationFileName, sizeof g_configurationFileName, name.c_str());
-    CoreLoadPollingInterval();
-    return 0;
-}
-
-VTAPI_EXPORT uint32_t CoreInitialize(void) {
-    CorePreInitialize();
-    LogDebug(kFile, __LINE__, "CoreInitialize: g_configurationFileName is '%s' \n", g_configurationFileName);
-    SDMDeviceList *list = GetDeviceList();
-    if (list->Count == 0) *list = SDMDeviceList{};
-    return 0;
-}
-
-VTAPI_EXPORT uint32_t CoreUninitialize(void) { return RemoveAllDevicesFromDeviceList(); }
-
 VTAPI_EXPORT uint32_t OSSPostInitializeDevices(void) { return 0; }
 VTAPI_EXPORT uint32_t OSSUpdateCoreDevices(void) { return 0; }
 VTAPI_EXPORT uint32_t OSSStopCorePollingLoop(void) { return 0; }
@@ -185,7 +164,7 @@ VTAPI_EXPORT uint32_t OSSInitialize(int32_t argc, char **argv) {
     snprintf(g_configurationPath, sizeof g_configurationPath, "%s", "/etc/");
     snprintf(g_agentDescription, sizeof g_agentDescription, "Remote Agent for %s", "Linux");
     snprintf(g_agentVersion, sizeof g_agentVersion, "%d.%02d.%04d%s", 1, 0, 1280, "-22");
-    CorePreInitialize();
+    if (g_coreStartup != nullptr) g_coreStartup();
 
     bool loadHbaApi = true;
     for (int32_t i = 1; i < argc && argv; ++i) {
@@ -239,24 +218,16 @@ VTAPI_EXPORT uint32_t OSSGetHostInformation(char *hostName, char *systemType, ch
     return 0;
 }
 
-VTAPI_EXPORT const char *OSSGetDistributionType(void) { return g_distribution; }
+const char *OSSGetDistributionType(void) { return g_distribution; }
 
-VTAPI_EXPORT uint32_t CheckFCStructureSizes(void) { return 0; }
+const char *OSSGetConfigurationPath(void) { return g_configurationPath; }
 
-VTAPI_EXPORT uint32_t CheckStructureSizes(void) {
-    uint32_t rc = CheckFCStructureSizes();
-    if (rc != 0) LogDebug(kFile, __LINE__, "CheckStructureSizes(): CheckFCStructureSizes() failed");
-    return rc;
-}
+void OSSSetCoreStartup(OSSStartupStep step) { g_coreStartup = step; }
 
-VTAPI_EXPORT uint32_t CoreSetToolId(uint32_t id) {
-    g_AuxToolId = id & 255;
-    return 0;
-}
-
-VTAPI_EXPORT uint32_t CoreSetToolVersion(uint32_t v1, uint32_t v2, uint32_t v3, uint32_t v4) {
-    snprintf(g_ToolVersion, sizeof g_ToolVersion, "%02hhu:%02hhu:%02hhu:%02hhu", static_cast<unsigned char>(v1),
-             static_cast<unsigned char>(v2), static_cast<unsigned char>(v3), static_cast<unsigned char>(v4));
+// Destroys the in-process mutex and unloads the HBA API library.
+VTAPI_EXPORT uint32_t OSSUninitialize(void) {
+    OSSDeleteCriticalSection();
+    HBA_FreeLibrary();
     return 0;
 }
 

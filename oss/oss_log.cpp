@@ -19,13 +19,13 @@
 #include <string>
 
 #include "sysroot.h"
-#include "vtapi_oss.h"
+#include "oss/oss.h"
 
 extern "C" {
 VTAPI_EXPORT char messagesfile[512];
 VTAPI_EXPORT char oldmessagesfile[512];
 VTAPI_EXPORT int32_t g_coreQuietModeEnable;
-VTAPI_EXPORT int32_t g_bOperateInQuietMode;
+int32_t g_bOperateInQuietMode;
 }
 
 namespace {

@@ -18,7 +18,7 @@
 #include <new>
 #include <vector>
 
-#include "vtapi_oss.h"
+#include "oss/oss.h"
 
 namespace {
 
@@ -288,7 +288,7 @@ VTAPI_EXPORT void OSSSleep(uint32_t seconds) {
     SleepFor(timespec{static_cast<time_t>(seconds), 0});
 }
 
-VTAPI_EXPORT void OSSSleepMs(uint32_t milliseconds) {
+void OSSSleepMs(uint32_t milliseconds) {
     SleepFor(timespec{static_cast<time_t>(milliseconds / 1000), static_cast<long>(milliseconds % 1000) * 1000000L});
 }
 

@@ -17,7 +17,7 @@
 #include <vector>
 
 #include "sysroot.h"
-#include "vtapi_oss.h"
+#include "oss/oss.h"
 
 namespace {
 

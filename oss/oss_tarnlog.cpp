@@ -11,7 +11,7 @@
 #include <ctime>
 #include <string>
 
-#include "vtapi_oss.h"
+#include "oss/oss.h"
 
 extern "C" {
 VTAPI_EXPORT char g_LogFileName[256];
@@ -19,6 +19,7 @@ VTAPI_EXPORT FILE *g_fp;
 VTAPI_EXPORT int32_t bSilent;
 VTAPI_EXPORT int32_t bSysLog;
 VTAPI_EXPORT int32_t bXmlOutPut;
+int32_t bJsonOutPut;
 }
 
 namespace {
@@ -89,7 +90,8 @@ VTAPI_EXPORT void PrintMessage(int32_t type, const char *text) {
     if (type == VT_MSG_PLAIN) {
         std::fputs(text, stream);
     } else {
-        if (bXmlOutPut != 0 && type != VT_MSG_ERROR)
+        // Messages would break an XML or JSON document on the same output.
+        if ((bXmlOutPut != 0 || bJsonOutPut != 0) && type != VT_MSG_ERROR)
             return;
         std::fprintf(stream, "%s: %s", ConsoleWord(type), text);
     }
@@ -187,6 +189,6 @@ VTAPI_EXPORT int32_t SetAppTraceFileName(void) {
     return 0;
 }
 
-VTAPI_EXPORT const char *GetAppTraceFileName(void) { return gAppTraceFileName; }
+const char *GetAppTraceFileName(void) { return gAppTraceFileName; }
 
 }  // extern "C"
