@@ -11,25 +11,11 @@
 
 #include "flash/vpd.h"
 #include "vtapi.h"
+#include "vtapi_cli.h"
 
 #ifdef __cplusplus
 extern "C" {
 #endif
-
-VTAPI_EXPORT void XML_PrintElement(const char *indent, const char *name, const char *value);
-
-VTAPI_EXPORT void XML_EmitMainHeader(void);
-VTAPI_EXPORT void XML_2_EmitMainHeader(void);
-VTAPI_EXPORT void XML_EmitMainFooter(void);
-VTAPI_EXPORT void XML_2_EmitMainFooter(void);
-VTAPI_EXPORT void XML_EmitStatusMessage(int32_t status, const char *errorText, int32_t reboot,
-                                        int32_t header, int32_t footer);
-VTAPI_EXPORT void XML_2_EmitStatusMessage(int32_t status, const char *errorText, int32_t reboot,
-                                          int32_t header, int32_t footer);
-VTAPI_EXPORT void XML_EmitErrorMessage(const char *errorText);
-VTAPI_EXPORT void XML_2_EmitErrorMessage(const char *errorText);
-VTAPI_EXPORT void XML_EmitAppBuildInfo(int32_t complete);
-VTAPI_EXPORT void XML_2_EmitAppBuildInfo(int32_t complete);
 
 VTAPI_EXPORT void XML_EmitHBAHeader(const SDMDevice *device);
 VTAPI_EXPORT void XML_2_EmitHBAHeader(const SDMDevice *device);

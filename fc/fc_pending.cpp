@@ -20,12 +20,7 @@ extern "C" {
 // -------- Adapter and port information
 
 VTAPI_EXPORT uint32_t FC_GetUUIDFromI2CVPD(uint32_t, uint16_t, uint8_t *, uint32_t) { return kPending; }
-VTAPI_EXPORT uint32_t FC_GetFlashComponentVersion(const AdapterEntry *, uint32_t, char *, uint32_t) {
-    return kPending;
-}
 VTAPI_EXPORT uint32_t FC_GetFwPreloadTablesVersion(const AdapterEntry *, char *, uint32_t) { return kPending; }
-VTAPI_EXPORT uint32_t FC_GetAdapterAlias(const ProtocolEntry *, char *, uint32_t) { return kPending; }
-VTAPI_EXPORT uint32_t FC_SetAdapterAlias(const ProtocolEntry *, const char *, uint32_t) { return kPending; }
 
 // -------- Configuration: HBA parameters, NVRAM files, boot devices, virtual ports and QoS, target link speed
 
@@ -51,13 +46,6 @@ VTAPI_EXPORT uint32_t FC_SetNVMeBootDeviceEntries(const ProtocolEntry *, const V
 VTAPI_EXPORT uint32_t FC_IsBootFromSANConfigured(const ProtocolEntry *, uint32_t *) { return kPending; }
 VTAPI_EXPORT uint32_t FC_GetBfsConfigMode(const ProtocolEntry *, uint32_t *) { return kPending; }
 VTAPI_EXPORT uint32_t FC_SetBfsConfigMode(const ProtocolEntry *, uint32_t) { return kPending; }
-VTAPI_EXPORT uint32_t FC_GetNumberofVirtualPortsSupported(const ProtocolEntry *, uint32_t *) { return kPending; }
-VTAPI_EXPORT uint32_t FC_CreateVirtualPort(const ProtocolEntry *, const uint8_t *, const uint8_t *, uint16_t *) {
-    return kPending;
-}
-VTAPI_EXPORT uint32_t FC_DeleteVirtualPort(const ProtocolEntry *, const uint8_t *) { return kPending; }
-VTAPI_EXPORT uint32_t FC_SDGetQoS(const ProtocolEntry *, const uint8_t *, SDQoS *) { return kPending; }
-VTAPI_EXPORT uint32_t FC_SDSetQoS(const ProtocolEntry *, const uint8_t *, const SDQoS *) { return kPending; }
 VTAPI_EXPORT uint32_t FC_GetTargetLinkSpeed(const ProtocolEntry *, const uint8_t *, uint32_t *) { return kPending; }
 VTAPI_EXPORT uint32_t FC_SetTargetLinkSpeed(const ProtocolEntry *, const uint8_t *, uint32_t) { return kPending; }
 VTAPI_EXPORT uint32_t FC_SetTargetLinkSpeedToAlltargets(const ProtocolEntry *, uint32_t) { return kPending; }
@@ -74,10 +62,6 @@ VTAPI_EXPORT uint32_t FC_UpdateAdapterPEPCfgFromFile(const ProtocolEntry *, cons
 VTAPI_EXPORT uint32_t FC_SaveAdapterSerdesRegionToFile(const ProtocolEntry *, const char *) { return kPending; }
 VTAPI_EXPORT uint32_t FC_SaveAdapterFirmwareTableToFile(const ProtocolEntry *, const char *) { return kPending; }
 VTAPI_EXPORT uint32_t FC_SaveAdapterMpiCfgToDatFile(const ProtocolEntry *, const char *) { return kPending; }
-VTAPI_EXPORT uint32_t FC_GetFlashImageVersion(const ProtocolEntry *, const char *, VTAPI_FlashImageVersion *) {
-    return kPending;
-}
-VTAPI_EXPORT uint32_t FC_GetFlashImageSupportedAdapters(const char *, VTAPI_FlashImageAdapters *) { return kPending; }
 VTAPI_EXPORT uint32_t FC_GetAdapterFlashMemoBlock(const ProtocolEntry *, void *, uint32_t *) { return kPending; }
 VTAPI_EXPORT uint32_t FC_SfpModuleFirmwareUpdate(const ProtocolEntry *, const char *) { return kPending; }
 

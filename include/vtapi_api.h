@@ -117,7 +117,10 @@ VTAPI_EXPORT uint32_t VTAPI_GetLockdownStatus(uint32_t device, uint32_t index, u
 /* Firmware, boot code and driver versions of the card. */
 VTAPI_EXPORT uint32_t VTAPI_FCGetAdapterVersions(const AdapterEntry *adapter, VTAPI_AdapterVersions *versions);
 
-/* Version of one flash component (a region type code) of the card. */
+/* Version of one flash component (a region type code) of the card, read
+ * from its flash: from the component's own header where it carries one,
+ * else from the flash's image layout table.  Cut to size-1 characters.
+ * 36 when the card's flash holds no such component or no version for it. */
 VTAPI_EXPORT uint32_t VTAPI_GetFlashComponentVersion(const AdapterEntry *adapter, uint32_t component, char *version,
                                                      uint32_t size);
 
@@ -132,7 +135,9 @@ VTAPI_EXPORT uint32_t VTAPI_GetFwPreloadTablesVersion(const AdapterEntry *adapte
 VTAPI_EXPORT uint32_t VTAPI_IsBiosAvailableWithAdapter(const AdapterEntry *adapter, uint32_t *available);
 VTAPI_EXPORT uint32_t VTAPI_IsEfiAvailableWithAdapter(const AdapterEntry *adapter, uint32_t *available);
 
-/* User alias of the card or of the port (aliasType), 256 bytes. */
+/* User alias of the card (aliasType 0) or of the port (any other type): at
+ * most 256 characters, so the buffer holds 257 bytes.  No alias reads as
+ * "".  Setting an alias of one blank clears it. */
 VTAPI_EXPORT uint32_t VTAPI_GetFCAdapterAlias(const ProtocolEntry *port, char *alias, uint32_t aliasType);
 VTAPI_EXPORT uint32_t VTAPI_SetFCAdapterAlias(const ProtocolEntry *port, const char *alias, uint32_t aliasType);
 
@@ -181,6 +186,97 @@ VTAPI_EXPORT uint32_t VTAPI_SetTargetLinkSpeedToAlltargets(const ProtocolEntry *
 
 /* =============================================================== flash */
 
+/* Versions found in a flash image file for one card
+ * (VTAPI_FCGetFlashImageVersion).  A component's fields are meaningful when
+ * its VTAPI_FLASH_HAS_ bit is set in Present.  Firmware-like versions are
+ * major, minor, sub-minor (and a fourth field where the component has one);
+ * boot code versions are major and minor. */
+#define VTAPI_FLASH_HAS_FIRMWARE      0x00000001u
+#define VTAPI_FLASH_HAS_FCOE_FIRMWARE 0x00000002u
+#define VTAPI_FLASH_HAS_BIOS          0x00000004u
+#define VTAPI_FLASH_HAS_FCODE         0x00000008u
+#define VTAPI_FLASH_HAS_EFI           0x00000010u
+#define VTAPI_FLASH_HAS_BIOS_EXP      0x00000020u
+#define VTAPI_FLASH_HAS_FCODE_EXP     0x00000040u
+#define VTAPI_FLASH_HAS_EFI_EXP       0x00000080u
+#define VTAPI_FLASH_HAS_PXE           0x00000100u
+#define VTAPI_FLASH_HAS_MPI_FW        0x00000200u
+#define VTAPI_FLASH_HAS_MPI_SOFTROM   0x00000400u
+#define VTAPI_FLASH_HAS_PEP_FW        0x00000800u
+#define VTAPI_FLASH_HAS_PEP_SOFTROM   0x00001000u
+#define VTAPI_FLASH_HAS_PEP_BOARD_CFG 0x00002000u
+#define VTAPI_FLASH_HAS_FW_PRELOAD    0x00004000u
+#define VTAPI_FLASH_HAS_FC_BOARD_CFG  0x00008000u
+#define VTAPI_FLASH_HAS_PCIE_SERDES   0x00010000u
+#define VTAPI_FLASH_HAS_FC_SOFTROM    0x00020000u
+#define VTAPI_FLASH_HAS_SIGNATURE     0x00040000u
+#define VTAPI_FLASH_HAS_NIC_FW        0x00080000u
+#define VTAPI_FLASH_HAS_CRBINIT       0x00100000u
+#define VTAPI_FLASH_HAS_PEGTUNE       0x00200000u
+#define VTAPI_FLASH_HAS_BOOTLOADER    0x00400000u
+#define VTAPI_FLASH_HAS_EDC_FW        0x00800000u
+
+struct VTAPI_FlashImageVersion {
+    uint8_t  MBIVersion[3];        /* image version of the layout table */
+    uint8_t  Reserved0;
+    uint8_t  FFVVersion[4];        /* family firmware version */
+    uint16_t BuildYear;
+    uint8_t  BuildMonth;
+    uint8_t  BuildDay;
+    int32_t  ActivationLevel;      /* -1 below table version 5 */
+    uint32_t TableVersion;
+    uint32_t CardType;             /* the card type found for the adapter */
+    uint32_t ComponentCount;       /* components meant for the card */
+    uint32_t Present;              /* VTAPI_FLASH_HAS_ bits */
+    uint8_t  Firmware[4];          /* RISC firmware (0x01) */
+    uint8_t  FcoeFirmware[4];      /* FCoE RISC firmware (0xA4) */
+    uint8_t  MpiFirmware[4];
+    uint8_t  MpiSoftROM[4];
+    uint8_t  PepFirmware[4];       /* four fields */
+    uint8_t  PepSoftROM[4];        /* four fields */
+    uint8_t  PepBoardConfig[4];    /* four fields */
+    uint8_t  FwPreload[4];
+    uint8_t  FcBoardConfig[4];
+    uint8_t  PcieSerdes[4];
+    uint8_t  FcSoftROM[4];
+    uint8_t  SignatureRegion[4];
+    uint8_t  Bios[2];
+    uint8_t  FCode[2];
+    uint8_t  Efi[2];
+    uint8_t  BiosExp[2];           /* boot code expansion region (0x11) */
+    uint8_t  FCodeExp[2];
+    uint8_t  EfiExp[2];
+    uint8_t  Pxe[2];
+    uint8_t  Reserved1[2];
+    uint8_t  NicFirmware[4];
+    uint8_t  CRBinit[4];
+    uint8_t  Pegtune[4];
+    uint8_t  Bootloader[4];
+    uint8_t  EdcFirmware[4];
+    char     MBIVersionText[16];   /* "%02d.%02d.%02d" */
+};
+
+/* One card entry of a flash image file's card-type lists. */
+typedef struct VTAPI_FlashImageAdapter {
+    uint16_t CardType;             /* card type of its list, 0 the default list */
+    uint16_t VendorID;
+    uint16_t DeviceID;
+    uint16_t SubVendorID;          /* 0xFFFF: any */
+    uint16_t SubSystemID;          /* 0xFFFF: any */
+    uint16_t Reserved;
+} VTAPI_FlashImageAdapter;
+
+/* Cards a flash image file is meant for (VTAPI_FCGetFlashImageSupportedAdapters):
+ * every card entry of every list, in file order.  Adapters is allocated for
+ * the caller and released with VTAPI_FreeMem; null when Count is 0. */
+struct VTAPI_FlashImageAdapters {
+    uint32_t Count;
+    uint32_t Reserved;
+    VTAPI_FlashImageAdapter *Adapters;
+    char     MBIVersion[16];       /* "%02d.%02d.%02d" */
+};
+
+
 /* Writes a flash image file into the card of the port.  gFlashUpdateInProgress
  * is 1 while it runs, so that VTAPI_DidConfigChange does not poll. */
 VTAPI_EXPORT uint32_t VTAPI_doOptionROMUpdate(const ProtocolEntry *port, const char *fileName, uint32_t options);
@@ -192,10 +288,16 @@ VTAPI_EXPORT uint32_t VTAPI_UpdateAdapterPEPCfgFromFile(const ProtocolEntry *por
 VTAPI_EXPORT uint32_t VTAPI_SaveAdapterSerdesRegionToFile(const ProtocolEntry *port, const char *fileName);
 VTAPI_EXPORT uint32_t VTAPI_SaveAdapterFirmwareTableToFile(const ProtocolEntry *port, const char *fileName);
 VTAPI_EXPORT uint32_t VTAPI_SaveAdapterMpiCfgToDatFile(const ProtocolEntry *port, const char *fileName);
-/* Versions of the images in a flash image file, for the card of the port. */
+/* Versions of the images in a flash image file (a multi-image file, bare or
+ * PLDM-wrapped, or a single boot-code file) meant for the card of the port,
+ * after validating the file against that card.  0; 2 null argument; 6 the
+ * port is not listed; 13 the file cannot be read; 25 the layout table is
+ * invalid; 36 the card has no flash image family; 113 the file holds nothing
+ * for this card; 522 a component failed validation. */
 VTAPI_EXPORT uint32_t VTAPI_FCGetFlashImageVersion(const ProtocolEntry *port, const char *fileName,
                                                    VTAPI_FlashImageVersion *version);
-/* Cards a flash image file is meant for. */
+/* Cards a flash image file is meant for.  0; 2 null argument; 13 the file
+ * cannot be read; 25 the layout table is invalid. */
 VTAPI_EXPORT uint32_t VTAPI_FCGetFlashImageSupportedAdapters(const char *fileName, VTAPI_FlashImageAdapters *adapters);
 VTAPI_EXPORT uint32_t VTAPI_GetAdapterFlashMemoBlock(const ProtocolEntry *port, void *buffer, uint32_t *size);
 VTAPI_EXPORT uint32_t VTAPI_SfpModuleFirmwareUpdate(const ProtocolEntry *port, const char *fileName);

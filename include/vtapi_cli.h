@@ -153,6 +153,26 @@ VTAPI_EXPORT void DisplayVersion(void);
 VTAPI_EXPORT void scfxPrint(const char *text);
 VTAPI_EXPORT void scfxDiagnosticsPrint(const char *text);
 
+/* ------------------------------------------------------ XML documents */
+/* The frame and status message of the XML reports, for any part of the
+ * library or a front end that reports an outcome in XML mode.  Each
+ * XML_Emit<Name> hands its arguments to XML_2_Emit<Name> when bXmlOutPut2 is
+ * set.  XML_PrintElement writes one element line with its indentation. */
+VTAPI_EXPORT void XML_PrintElement(const char *indent, const char *name, const char *value);
+
+VTAPI_EXPORT void XML_EmitMainHeader(void);
+VTAPI_EXPORT void XML_2_EmitMainHeader(void);
+VTAPI_EXPORT void XML_EmitMainFooter(void);
+VTAPI_EXPORT void XML_2_EmitMainFooter(void);
+VTAPI_EXPORT void XML_EmitStatusMessage(int32_t status, const char *errorText, int32_t reboot,
+                                        int32_t header, int32_t footer);
+VTAPI_EXPORT void XML_2_EmitStatusMessage(int32_t status, const char *errorText, int32_t reboot,
+                                          int32_t header, int32_t footer);
+VTAPI_EXPORT void XML_EmitErrorMessage(const char *errorText);
+VTAPI_EXPORT void XML_2_EmitErrorMessage(const char *errorText);
+VTAPI_EXPORT void XML_EmitAppBuildInfo(int32_t complete);
+VTAPI_EXPORT void XML_2_EmitAppBuildInfo(int32_t complete);
+
 #ifdef __cplusplus
 }
 #endif

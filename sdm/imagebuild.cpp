@@ -99,10 +99,26 @@ size_t RoundUp(size_t v, size_t unit) { return (v + unit - 1) / unit * unit; }
 // ROM header of 0x1C bytes, PCI data structure right behind it.
 constexpr size_t kPcirOffset = 0x1C;
 constexpr size_t kPcirLength = 0x1C;
+// A common BIOS image: its adapter-type code and its "MODL" mark.
+constexpr size_t kCommonCodeAt = 20;
+constexpr size_t kCommonMarkAt = 64;
 
-void BuildRomImage(std::vector<uint8_t> &out, CodeType type, const BootImage &img, bool last,
-                   uint16_t vendorId, uint16_t deviceId, std::string_view chipId) {
-    size_t size = img.size != 0 ? RoundUp(img.size, 512) : (type == CodeType::Efi ? 8192 : 4096);
+// The option-ROM checksum of the image at `start`: the bytes before the
+// last two sum, with the last byte, to zero; the byte before the last is 0.
+void SetRomChecksum(std::span<uint8_t> rom, size_t start) {
+    const size_t size = static_cast<size_t>(rom[start + 2]) * 512;
+    if (size < 2 || start + size > rom.size())
+        throw std::invalid_argument("expansion-ROM image outside its buffer");
+    uint8_t sum = 0;
+    for (size_t i = start; i < start + size - 2; ++i)
+        sum = static_cast<uint8_t>(sum + rom[i]);
+    rom[start + size - 2] = 0;
+    rom[start + size - 1] = static_cast<uint8_t>(-sum);
+}
+
+void BuildRomImage(std::vector<uint8_t> &out, const RomImageSpec &img, bool last) {
+    const bool efi = img.codeType == static_cast<uint8_t>(CodeType::Efi);
+    size_t size = img.size != 0 ? RoundUp(img.size, 512) : (efi ? 8192 : 4096);
     // The size byte at offset 2 is read as a signed count of 512-byte units.
     if (size > 127 * 512)
         throw std::invalid_argument("expansion-ROM image larger than 63.5 KiB");
@@ -111,35 +127,35 @@ void BuildRomImage(std::vector<uint8_t> &out, CodeType type, const BootImage &im
     rom[0] = 0x55;
     rom[1] = 0xAA;
     rom[2] = static_cast<uint8_t>(units);
-    if (type == CodeType::Efi) {
+    if (efi) {
         PutLe32(rom, 4, 0x0EF1);   // EFI image signature
         PutLe16(rom, 8, 0x0B);     // boot service driver
         PutLe16(rom, 0x0A, 0x8664);
         PutLe16(rom, 0x16, kPcirOffset + kPcirLength);  // EFI image header offset
         PutText(rom, kPcirOffset + kPcirLength, "MZ");
-    } else if (!chipId.empty()) {
-        PutText(rom, 9, chipId.substr(0, 4));
+    } else if (!img.chipId.empty()) {
+        PutText(rom, 9, std::string_view(img.chipId).substr(0, 4));
+    }
+    if (img.commonAdapterCode) {
+        rom[kCommonCodeAt] = *img.commonAdapterCode;
+        PutText(rom, kCommonMarkAt, "MODL");
     }
     PutLe16(rom, 0x18, kPcirOffset);
     const size_t p = kPcirOffset;
     PutText(rom, p, "PCIR");
-    PutLe16(rom, p + 4, vendorId);
-    PutLe16(rom, p + 6, deviceId);
+    PutLe16(rom, p + 4, img.vendorId);
+    PutLe16(rom, p + 6, img.deviceId);
     PutLe16(rom, p + 0x0A, kPcirLength);
     rom[p + 0x0C] = 3;                  // data structure revision
     rom[p + 0x0E] = 0x04;               // class: serial bus, Fibre Channel
     rom[p + 0x0F] = 0x0C;
     PutLe16(rom, p + 0x10, static_cast<uint16_t>(units));
     PutLe16(rom, p + 0x12, static_cast<uint16_t>(img.version.major << 8 | img.version.minor));
-    rom[p + 0x14] = static_cast<uint8_t>(type);
+    rom[p + 0x14] = img.codeType;
     rom[p + 0x15] = last ? 0x80 : 0x00;
     PutLe16(rom, p + 0x16, static_cast<uint16_t>(units));
-    Fill(rom, 0x80, size - 2, PatternStart(img.version, static_cast<uint32_t>(type) + 1));
-    uint8_t sum = 0;
-    for (size_t i = 0; i < size - 2; ++i)
-        sum = static_cast<uint8_t>(sum + rom[i]);
-    rom[size - 2] = 0;
-    rom[size - 1] = static_cast<uint8_t>(-sum);
+    Fill(rom, 0x80, size - 2, PatternStart(img.version, static_cast<uint32_t>(img.codeType) + 1));
+    SetRomChecksum(rom, 0);
     out.insert(out.end(), rom.begin(), rom.end());
 }
 
@@ -196,24 +212,33 @@ std::vector<uint8_t> BuildRiscFirmware(Version v, uint32_t attributeWord, size_t
     return fw;
 }
 
+std::vector<uint8_t> BuildRomChain(const std::vector<RomImageSpec> &images) {
+    std::vector<uint8_t> out;
+    for (size_t i = 0; i < images.size(); ++i)
+        BuildRomImage(out, images[i], i + 1 == images.size());
+    return out;
+}
+
 std::vector<uint8_t> BuildExpansionRomChain(const BootImages &b, uint16_t vendorId,
                                             uint16_t deviceId) {
-    struct Part {
-        CodeType type;
-        const BootImage *img;
+    std::vector<RomImageSpec> images;
+    auto add = [&](CodeType type, const std::optional<BootImage> &img) {
+        if (!img)
+            return;
+        RomImageSpec r;
+        r.codeType = static_cast<uint8_t>(type);
+        r.version = img->version;
+        r.size = img->size;
+        r.vendorId = vendorId;
+        r.deviceId = deviceId;
+        if (images.empty())
+            r.chipId = b.chipId;
+        images.push_back(r);
     };
-    std::vector<Part> parts;
-    if (b.bios)
-        parts.push_back({CodeType::Bios, &*b.bios});
-    if (b.fcode)
-        parts.push_back({CodeType::FCode, &*b.fcode});
-    if (b.efi)
-        parts.push_back({CodeType::Efi, &*b.efi});
-    std::vector<uint8_t> out;
-    for (size_t i = 0; i < parts.size(); ++i)
-        BuildRomImage(out, parts[i].type, *parts[i].img, i + 1 == parts.size(), vendorId, deviceId,
-                      i == 0 ? std::string_view(b.chipId) : std::string_view());
-    return out;
+    add(CodeType::Bios, b.bios);
+    add(CodeType::FCode, b.fcode);
+    add(CodeType::Efi, b.efi);
+    return BuildRomChain(images);
 }
 
 std::vector<uint8_t> BuildVpd(const std::string &identifier, const VpdFields &readOnly,
@@ -433,5 +458,438 @@ std::vector<FlashRegion> BuildFlashSet(const FlashSetSpec &in) {
     regions.push_back({kRegionImageLayoutTable, std::move(table)});
     return regions;
 }
+
+// ---- Firmware components ----
+
+namespace {
+
+void RequireSize(size_t size, size_t minimum, const char *what) {
+    if (size < minimum)
+        throw std::invalid_argument(std::string(what) + " smaller than its header");
+}
+
+// Makes the 32-bit words of the whole buffer sum to zero through the word at
+// `at`.
+void ZeroWordSum(std::vector<uint8_t> &buf, size_t at) {
+    if (buf.size() % 4 != 0)
+        throw std::invalid_argument("component size must be a multiple of 4");
+    PutLe32(buf, at, 0);
+    PutLe32(buf, at, 0u - Sum32(buf, 0, buf.size()));
+}
+
+std::vector<uint8_t> EdcLike(Version v, size_t size, uint32_t signature, uint32_t type) {
+    RequireSize(size, 36, "EDC or MPI firmware");
+    std::vector<uint8_t> fw(size, 0);
+    Fill(fw, 36, size, PatternStart(v, type >> 24));
+    PutLe32(fw, 0, signature);
+    fw[17] = v.major;
+    fw[18] = v.minor;
+    fw[19] = v.subminor;
+    PutBe32(fw, 32, type);
+    return fw;
+}
+
+std::vector<uint8_t> VersionAtEnd(Version4 v, size_t size, size_t end, uint32_t salt) {
+    RequireSize(size, end, "PEP component");
+    std::vector<uint8_t> out(size, 0);
+    Fill(out, end, size, salt + v[0] + (uint32_t(v[1]) << 8));
+    for (size_t i = 0; i < 4; ++i)
+        out[end - 1 - i] = v[i];
+    return out;
+}
+
+}  // namespace
+
+std::vector<uint8_t> BuildEdcFirmware(Version v, size_t size) { return EdcLike(v, size, 0x5555BBBB, 0x20000008); }
+
+std::vector<uint8_t> BuildNicMpiFirmware(Version v, size_t size) { return EdcLike(v, size, 0, 0x10000008); }
+
+std::vector<uint8_t> BuildMpiConfig(size_t size) {
+    constexpr size_t kSummed = 1280;
+    if (size < kSummed || size > 64 * 1024)
+        throw std::invalid_argument("MPI configuration must hold 1280 bytes to 64 KiB");
+    std::vector<uint8_t> out(size, 0);
+    Fill(out, 8, size, 0x41);
+    PutLe32(out, 0, kMpiConfigSignature);
+    PutLe32(out, 4, 0u - Sum32(out, 0, kSummed));
+    return out;
+}
+
+std::vector<uint8_t> BuildTrailerComponent(uint32_t signature, Version v, size_t size) {
+    RequireSize(size, 64, "trailer component");
+    std::vector<uint8_t> out(size, 0);
+    Fill(out, 0, size - 32, PatternStart(v, signature & 0xFF));
+    PutLe32(out, size - 32, signature);
+    out[size - 28] = v.major;
+    out[size - 27] = v.minor;
+    out[size - 26] = v.subminor;
+    ZeroWordSum(out, size - 4);
+    return out;
+}
+
+std::vector<uint8_t> BuildNicFirmware(Version v, size_t size) {
+    RequireSize(size, 64, "NIC firmware");
+    std::vector<uint8_t> out(size, 0);
+    Fill(out, 16, size, PatternStart(v, 0x97));
+    PutLe32(out, 0, kNicFirmwareSignature);
+    out[4] = v.major;
+    out[5] = v.minor;
+    out[6] = v.subminor;
+    PutLe32(out, 12, static_cast<uint32_t>(size));
+    ZeroWordSum(out, 8);
+    return out;
+}
+
+std::vector<uint8_t> BuildFcMpiFirmware(Version v, size_t size) {
+    RequireSize(size, 28, "MPI firmware");
+    std::vector<uint8_t> out(size, 0);
+    Fill(out, 28, size, PatternStart(v, 0xD3));
+    PutBe32(out, 16, v.major);
+    PutBe32(out, 20, v.minor);
+    PutBe32(out, 24, v.subminor);
+    return out;
+}
+
+std::vector<uint8_t> BuildPepComponent(Version4 v, size_t size) { return VersionAtEnd(v, size, 80, 0xD1); }
+
+std::vector<uint8_t> BuildPepBoardConfig(Version4 v, size_t size) { return VersionAtEnd(v, size, 8, 0xCF); }
+
+std::vector<uint8_t> BuildOpaqueComponent(size_t size, uint32_t seed) {
+    std::vector<uint8_t> out(size, 0);
+    Fill(out, 0, size, seed);
+    return out;
+}
+
+// ---- PLDM firmware-update package ----
+
+uint32_t Crc32(const uint8_t *data, size_t size) {
+    uint32_t crc = 0xFFFFFFFFu;
+    for (size_t i = 0; i < size; ++i) {
+        crc ^= data[i];
+        for (int k = 0; k < 8; ++k)
+            crc = (crc & 1) ? 0xEDB88320u ^ (crc >> 1) : crc >> 1;
+    }
+    return crc ^ 0xFFFFFFFFu;
+}
+
+std::vector<uint8_t> BuildPldmPackage(const std::vector<uint8_t> &payload, const PldmSpec &spec) {
+    static const uint8_t kIds[4][16] = {
+        {0xF0, 0x18, 0x87, 0x8C, 0xCB, 0x7D, 0x49, 0x43, 0x98, 0x00, 0xA0, 0x2F, 0x05, 0x9A, 0xCA, 0x02},
+        {0x12, 0x44, 0xD2, 0x64, 0x8D, 0x7D, 0x47, 0x18, 0xA0, 0x30, 0xFC, 0x8A, 0x56, 0x58, 0x7D, 0x5A},
+        {0x31, 0x19, 0xCE, 0x2F, 0xE8, 0x0A, 0x4A, 0x99, 0xAF, 0x15, 0xCB, 0xEF, 0x37, 0xED, 0x5A, 0x59},
+        {0x7B, 0x29, 0x1C, 0x99, 0x6D, 0xB6, 0x42, 0x08, 0x80, 0x1B, 0x02, 0x02, 0x6E, 0x46, 0x3C, 0x78},
+    };
+    if (spec.formatRevision < 1 || spec.formatRevision > 4 || spec.version.size() > 255 || spec.components == 0 ||
+        spec.deviceRecords > 255 || spec.components > 0xFFFF)
+        throw std::invalid_argument("PLDM package outside its format");
+    std::vector<uint8_t> h(kIds[spec.formatRevision - 1], kIds[spec.formatRevision - 1] + 16);
+    auto u8 = [&](uint32_t v) { h.push_back(static_cast<uint8_t>(v)); };
+    auto u16 = [&](uint32_t v) { u8(v); u8(v >> 8); };
+    auto u32 = [&](uint32_t v) { u16(v); u16(v >> 16); };
+    auto text = [&](const std::string &t) { h.insert(h.end(), t.begin(), t.end()); };
+    u8(spec.formatRevision);
+    u16(0);                       // header size, set below
+    h.resize(h.size() + 13, 0);   // release date and time
+    u16(8);                       // component bitmap: one byte
+    u8(1);                        // ASCII version string
+    u8(static_cast<uint32_t>(spec.version.size()));
+    text(spec.version);
+    u8(static_cast<uint32_t>(spec.deviceRecords));
+    for (size_t i = 0; i < spec.deviceRecords; ++i) {
+        u16(static_cast<uint32_t>(18 + spec.version.size()));
+        u8(1);                    // one descriptor
+        u32(0);                   // update option flags
+        u8(1);
+        u8(static_cast<uint32_t>(spec.version.size()));
+        u16(0);                   // no package data
+        u8(1);                    // applies to component 0
+        text(spec.version);
+        u16(0);                   // descriptor: PCI vendor ID
+        u16(2);
+        u16(kVendorId);
+    }
+    if (spec.formatRevision >= 2)
+        u8(0);                    // no downstream devices
+    u16(static_cast<uint32_t>(spec.components));
+    std::vector<size_t> offsetFields;
+    for (size_t i = 0; i < spec.components; ++i) {
+        u16(0x000A);              // firmware
+        u16(static_cast<uint32_t>(i));
+        u32(0);
+        u16(0);
+        u16(0);
+        offsetFields.push_back(h.size());
+        u32(0);                   // offset, set below
+        u32(static_cast<uint32_t>(payload.size()));
+        u8(1);
+        u8(static_cast<uint32_t>(spec.version.size()));
+        text(spec.version);
+        if (spec.formatRevision >= 4)
+            u32(0);               // no opaque data
+    }
+    const size_t headerSize = h.size() + 4;
+    if (headerSize > 0xFFFF)
+        throw std::invalid_argument("PLDM header longer than 65535 bytes");
+    PutLe16(h, 17, static_cast<uint16_t>(headerSize));
+    for (size_t at : offsetFields)
+        PutLe32(h, at, static_cast<uint32_t>(headerSize));
+    u32(Crc32(h.data(), h.size()));
+    h.insert(h.end(), payload.begin(), payload.end());
+    return h;
+}
+
+// ---- Sample multi-image files ----
+
+size_t ComponentIndex(const MultiImageSpec &spec, uint16_t regionType) {
+    for (size_t i = 0; i < spec.components.size(); ++i)
+        if (spec.components[i].regionType == regionType)
+            return i;
+    return std::string::npos;
+}
+
+MultiImageSpec SampleImage(ImageFamily family, const CardEntry &card, size_t componentSize) {
+    const size_t n = RoundUp(std::max<size_t>(componentSize, 128), 4);
+    MultiImageSpec m;
+    m.imageVersion = {3, 4, 5};
+    m.buildDate = {2024, 6, 18};
+    m.ffv = {10, 2, 3, 4};
+    m.cardLists = {{1, {card}}, {0, {card}}};
+    const Version fw{9, 12, 1};
+    const Version boot{3, 67, 0};
+    auto add = [&](uint16_t type, Version v, std::vector<uint8_t> payload, uint16_t cardType = 0,
+                   uint16_t chipRevision = 0) {
+        m.components.push_back({type, v, cardType, chipRevision, std::move(payload)});
+    };
+    // Boot images and headerless components no larger than the firmware.
+    const size_t rom = RoundUp(std::clamp<size_t>(n, 512, 4096), 512);
+    const size_t small = std::min<size_t>(n, 1024);
+    auto chain = [&](std::vector<RomImageSpec> images) {
+        for (RomImageSpec &r : images) {
+            r.deviceId = card.deviceId;
+            r.size = rom;
+        }
+        return BuildRomChain(images);
+    };
+    const std::vector<uint8_t> fcBoot =
+        chain({{0, {3, 67, 0}, 0, kVendorId, 0, "", {}}, {1, {4, 21, 0}, 0, kVendorId, 0, "", {}},
+               {3, {7, 34, 0}, 0, kVendorId, 0, "", {}}});
+    const std::vector<uint8_t> pxeBoot =
+        chain({{0, {2, 10, 0}, 0, kVendorId, 0, "", {}}, {2, {2, 11, 0}, 0, kVendorId, 0, "", {}}});
+    switch (family) {
+    case ImageFamily::kKite:
+        add(0x01, fw, BuildRiscFirmware(fw, 32, n));
+        add(0x07, boot, fcBoot);
+        add(0x11, boot, chain({{0, {3, 68, 0}, 0, kVendorId, 0, "", {}}, {3, {7, 35, 0}, 0, kVendorId, 0, "", {}}}));
+        add(0x13, {1, 2, 3}, BuildOpaqueComponent(small, 0x13));
+        add(0x9E, {1, 0, 7}, BuildSignatureRegion({1, 0, 7}, std::max<size_t>(small, 392)));
+        add(0xBA, {2, 3, 4}, BuildOpaqueComponent(small, 0xBA));
+        add(0xCF, {5, 6, 7}, BuildPepBoardConfig({5, 6, 7, 8}, small));
+        add(0xD1, {1, 2, 3}, BuildPepComponent({1, 2, 3, 4}, n), 1);
+        add(0xD2, {1, 2, 4}, BuildPepComponent({1, 2, 4, 5}, n));
+        add(0xD3, {2, 1, 9}, BuildFcMpiFirmware({2, 1, 9}, n));
+        add(0x101, {2, 1, 8}, BuildFcMpiFirmware({2, 1, 8}, n));
+        add(0x102, {0, 4, 2}, BuildOpaqueComponent(small, 0x102));
+        add(0x103, {1, 1, 1}, BuildOpaqueComponent(small, 0x103));
+        add(0x14, {}, BuildOpaqueComponent(small, 0x14));
+        add(0x95, {}, BuildOpaqueComponent(small, 0x95));
+        break;
+    case ImageFamily::kWren:
+        add(0x01, fw, BuildRiscFirmware(fw, 64, n));
+        add(0x07, boot, fcBoot);
+        add(0x9E, {1, 0, 7}, BuildSignatureRegion({1, 0, 7}, std::max<size_t>(small, 392)));
+        add(0xD1, {1, 2, 3}, BuildPepComponent({1, 2, 3, 4}, n), 1);
+        add(0xD2, {1, 2, 4}, BuildPepComponent({1, 2, 4, 5}, n));
+        add(0xD3, {2, 1, 9}, BuildFcMpiFirmware({2, 1, 9}, n));
+        add(0xE1, {2, 1, 9}, BuildFcMpiFirmware({2, 1, 9}, n));
+        add(0x66, {1, 0, 0}, BuildOpaqueComponent(small, 0x66));
+        add(0x16, {}, BuildOpaqueComponent(small, 0x16));
+        break;
+    case ImageFamily::kOtherFc:
+        add(0x01, fw, BuildRiscFirmware(fw, 8, n));
+        add(0x07, boot, fcBoot);
+        add(0x11, boot, chain({{0, {3, 68, 0}, 0, kVendorId, 0, "", {}}}));
+        add(0x9E, {1, 0, 7}, BuildSignatureRegion({1, 0, 7}, std::max<size_t>(small, 392)));
+        add(0x13, {1, 2, 3}, BuildOpaqueComponent(small, 0x13));
+        add(0xBA, {2, 3, 4}, BuildOpaqueComponent(small, 0xBA));
+        add(0x102, {0, 4, 2}, BuildOpaqueComponent(small, 0x102));
+        add(0x14, {}, BuildOpaqueComponent(small, 0x14));
+        break;
+    case ImageFamily::kTern:
+    case ImageFamily::kOrla:
+    case ImageFamily::kTove: {
+        const bool orla = family == ImageFamily::kOrla;
+        const bool tove = family == ImageFamily::kTove;
+        add(0x01, fw, BuildRiscFirmware(fw, orla ? 32 : 8, n));
+        add(0x07, boot, fcBoot);
+        add(0x2E, {2, 10, 0}, pxeBoot);
+        add(0x40, {1, 5, 2}, BuildNicMpiFirmware({1, 5, 2}, n));
+        add(0x41, {1, 0, 0}, BuildMpiConfig(std::clamp<size_t>(n, 1280, 2048)));
+        add(0x45, {3, 1, 4}, BuildEdcFirmware({3, 1, 4}, n));
+        add(0x4F, {4, 2, 0}, chain({{0, {4, 2, 0}, 0, kVendorId, 0, "", {}}}));
+        add(0x70, {1, 1, 1}, BuildTrailerComponent(kCrbinitSignature, {1, 1, 1}, small));
+        add(0x71, {1, 0, 0}, BuildOpaqueComponent(small, 0x71));
+        add(0x72, {1, 1, 2}, BuildTrailerComponent(kBootloaderSignature, {1, 1, 2}, small));
+        add(0x73, {1, 1, 3}, BuildTrailerComponent(kPegtuneSignature, {1, 1, 3}, small));
+        if (family == ImageFamily::kTern)
+            add(0x74, {5, 4, 3}, BuildNicFirmware({5, 4, 3}, n), 0, 0x54);
+        else
+            add(0x97, {5, 4, 3}, BuildNicFirmware({5, 4, 3}, n));
+        add(0x81, {}, BuildOpaqueComponent(small, 0x81));
+        add(0xA2, boot, fcBoot);
+        add(0xA4, fw, BuildRiscFirmware(fw, 16, n));
+        if (orla) {
+            add(0x14, {}, BuildOpaqueComponent(small, 0x14));
+            add(0x16, {}, BuildOpaqueComponent(small, 0x16));
+        }
+        if (tove) {
+            add(0xA3, {}, BuildOpaqueComponent(small, 0xA3));
+            add(0xB1, {}, BuildOpaqueComponent(small, 0xB1));
+        }
+        break;
+    }
+    }
+    return m;
+}
+
+// ---- Deliberate faults ----
+
+namespace mutate {
+namespace {
+
+size_t RegionEntries(const std::vector<uint8_t> &mbi) { return mbi.at(10) | (mbi.at(11) << 8); }
+
+void FixChecksum(std::vector<uint8_t> &mbi) {
+    const size_t length = std::min<size_t>(mbi.at(6) | (mbi.at(7) << 8), mbi.size());
+    PutLe16(mbi, 8, 0);
+    PutLe16(mbi, 8, static_cast<uint16_t>(-Sum16(mbi, 0, length)));
+}
+
+size_t RegionAt(const std::vector<uint8_t> &mbi, size_t region) {
+    const size_t at = (region + 1) * kIltSlot;
+    if (at + kIltSlot > mbi.size())
+        throw std::out_of_range("no such region entry");
+    return at;
+}
+
+// Byte position of card-type list `list`.
+size_t ListAt(const std::vector<uint8_t> &mbi, size_t list) {
+    size_t at = (RegionEntries(mbi) + 1) * kIltSlot + 8;
+    for (size_t k = 0; k < list; ++k)
+        at += 8 + 8 * size_t(mbi.at(at + 2) | (mbi.at(at + 3) << 8));
+    if (at + 8 > mbi.size())
+        throw std::out_of_range("no such card-type list");
+    return at;
+}
+
+}  // namespace
+
+void Signature(std::vector<uint8_t> &mbi, std::string_view four) {
+    PutText(mbi, 0, four.substr(0, 4));
+    FixChecksum(mbi);
+}
+
+void TableVersion(std::vector<uint8_t> &mbi, uint16_t version) {
+    PutLe16(mbi, 4, version);
+    FixChecksum(mbi);
+}
+
+void TableChecksum(std::vector<uint8_t> &mbi) { mbi.at(8) ^= 0x5A; }
+
+void RegionCount(std::vector<uint8_t> &mbi, uint16_t n) {
+    PutLe16(mbi, 10, n);
+    FixChecksum(mbi);
+}
+
+void CardListCount(std::vector<uint8_t> &mbi, uint16_t lists) {
+    PutLe16(mbi, (RegionEntries(mbi) + 1) * kIltSlot, lists);
+    FixChecksum(mbi);
+}
+
+void CardListEntries(std::vector<uint8_t> &mbi, size_t list, uint16_t entries) {
+    PutLe16(mbi, ListAt(mbi, list) + 2, entries);
+    FixChecksum(mbi);
+}
+
+void Card(std::vector<uint8_t> &mbi, size_t list, size_t entry, const CardEntry &card) {
+    const size_t at = ListAt(mbi, list) + 8 + 8 * entry;
+    PutLe16(mbi, at, card.vendorId);
+    PutLe16(mbi, at + 2, card.deviceId);
+    PutLe16(mbi, at + 4, card.subVendorId);
+    PutLe16(mbi, at + 6, card.subSystemId);
+    FixChecksum(mbi);
+}
+
+void RegionType(std::vector<uint8_t> &mbi, size_t region, uint16_t type) {
+    PutLe16(mbi, RegionAt(mbi, region), type);
+    FixChecksum(mbi);
+}
+
+void RegionChipRevision(std::vector<uint8_t> &mbi, size_t region, uint16_t revision) {
+    PutLe16(mbi, RegionAt(mbi, region) + 16, revision);
+    FixChecksum(mbi);
+}
+
+void RegionCardType(std::vector<uint8_t> &mbi, size_t region, uint16_t cardType) {
+    PutLe16(mbi, RegionAt(mbi, region) + 14, cardType);
+    FixChecksum(mbi);
+}
+
+void RegionVersion(std::vector<uint8_t> &mbi, size_t region, Version v) {
+    const size_t at = RegionAt(mbi, region);
+    mbi[at + 3] = v.major;
+    mbi[at + 4] = v.minor;
+    mbi[at + 5] = v.subminor;
+    FixChecksum(mbi);
+}
+
+void RegionExtent(std::vector<uint8_t> &mbi, size_t region, uint32_t offset, uint32_t length) {
+    const size_t at = RegionAt(mbi, region);
+    PutSplit32(mbi, at + 6, offset);
+    PutSplit32(mbi, at + 10, length);
+    FixChecksum(mbi);
+}
+
+std::span<uint8_t> ComponentBytes(std::vector<uint8_t> &mbi, size_t region) {
+    const size_t at = RegionAt(mbi, region);
+    const size_t offset = (mbi[at + 6] | mbi[at + 7] << 8) | size_t(mbi[at + 8] | mbi[at + 9] << 8) << 16;
+    const size_t length = (mbi[at + 10] | mbi[at + 11] << 8) | size_t(mbi[at + 12] | mbi[at + 13] << 8) << 16;
+    if (offset + length > mbi.size())
+        throw std::out_of_range("component outside the image");
+    return std::span<uint8_t>(mbi).subspan(offset, length);
+}
+
+void CorruptComponent(std::vector<uint8_t> &mbi, size_t region, size_t at) {
+    std::span<uint8_t> c = ComponentBytes(mbi, region);
+    if (at >= c.size())
+        throw std::out_of_range("byte outside the component");
+    c[at] ^= 0xA5;
+}
+
+void BreakRomChain(std::span<uint8_t> chain, RomBreak how, size_t image) {
+    size_t start = 0;
+    for (size_t k = 0; k < image; ++k) {
+        const size_t pcir = start + (chain[start + 0x18] | (chain[start + 0x19] << 8));
+        start += size_t(chain[pcir + 0x10] | (chain[pcir + 0x11] << 8)) * 512;
+        if (start >= chain.size())
+            throw std::out_of_range("no such image in the chain");
+    }
+    const size_t pcir = start + (chain[start + 0x18] | (chain[start + 0x19] << 8));
+    switch (how) {
+    case RomBreak::kNoLastImage: chain[pcir + 0x15] &= 0x7F; break;
+    case RomBreak::kRomSignature: chain[start + 1] = 0x00; break;
+    case RomBreak::kDataSignature: chain[pcir] = 'X'; break;
+    case RomBreak::kChecksum: chain[start + 0x100] ^= 0x01; return;
+    case RomBreak::kNotADriver: chain[pcir + 6] = 1; chain[pcir + 7] = 0; break;
+    case RomBreak::kCodeType: chain[pcir + 0x14] = 0x7F; break;
+    }
+    SetRomChecksum(chain, start);
+}
+
+void Truncate(std::vector<uint8_t> &bytes, size_t size) {
+    if (size < bytes.size())
+        bytes.resize(size);
+}
+
+}  // namespace mutate
 
 }  // namespace vtsdm::image

@@ -12,6 +12,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <optional>
+#include <span>
 #include <string>
 #include <string_view>
 #include <utility>
@@ -74,6 +75,24 @@ struct BootImages {
     // carries the adapter's hardware type there).
     std::string chipId;
 };
+
+// Any expansion-ROM image: the code types of boot code (0 x86 for BIOS and
+// PXE, 1 Open Firmware for FCode, 2 PA-RISC for PXE, 3 EFI) or any other
+// value; device IDs 1 to 3 mark VPD and firmware images rather than drivers.
+struct RomImageSpec {
+    uint8_t codeType = 0;
+    Version version;        // the revision field carries major (high byte) and minor
+    size_t size = 0;        // bytes, rounded up to 512; 0 chooses 4 KiB (8 KiB for EFI)
+    uint16_t vendorId = kVendorId;
+    uint16_t deviceId = 0;
+    std::string chipId;     // up to four characters at byte 9 (not on EFI images)
+    // A common BIOS image: "MODL" at byte 64 and this adapter-type code at 20.
+    std::optional<uint8_t> commonAdapterCode;
+};
+
+// The images in order, the last one carrying the last-image indicator, each
+// ending with its option-ROM checksum byte (see BuildExpansionRomChain).
+std::vector<uint8_t> BuildRomChain(const std::vector<RomImageSpec> &images);
 
 // Images in the order BIOS, FCode, EFI; the last one present carries the
 // last-image indicator.  Each image ends with its option-ROM checksum byte:
@@ -159,6 +178,103 @@ std::vector<uint8_t> BuildSignatureRegion(Version v, size_t size = 512);
 // version 1, length 2560, checksum) at 0, 4096, 8192 and 12288 for port
 // indexes 1 to 4, erased (0xFF) bytes between them; 16 KiB in all.
 std::vector<uint8_t> BuildNvmeBootRegion();
+
+// ---- Firmware components ----
+constexpr uint32_t kCrbinitSignature = 0x40400000;
+constexpr uint32_t kPegtuneSignature = 0x40400001;
+constexpr uint32_t kBootloaderSignature = 0x40400002;
+constexpr uint32_t kNicFirmwareSignature = 0x40400003;
+constexpr uint32_t kMpiConfigSignature = 0x4D504346;  // the bytes "FCPM"
+using Version4 = std::array<uint8_t, 4>;
+
+// EDC PHY firmware (0x45): signature 0x5555BBBB at 0, the version in bytes
+// 17, 18 and 19, the big-endian type word 0x20000008 at 32.  The MPI firmware
+// of the converged families (0x40) is the same without the signature and
+// with the type word 0x10000008.  size is at least 36.
+std::vector<uint8_t> BuildEdcFirmware(Version v, size_t size);
+std::vector<uint8_t> BuildNicMpiFirmware(Version v, size_t size);
+// MPI configuration parameters (0x41): the signature word at 0 and at 4 the
+// two's complement of the sum of the first 1280 bytes as 32-bit words taken
+// with that word zeroed.  1280 <= size <= 64 KiB.
+std::vector<uint8_t> BuildMpiConfig(size_t size = 4096);
+// CRBinit, pegtune and bootloader: a 32-byte trailer at the end (signature,
+// version bytes) and a 32-bit word sum of zero over the component.  size is a
+// multiple of 4, at least 64.
+std::vector<uint8_t> BuildTrailerComponent(uint32_t signature, Version v, size_t size);
+// NIC firmware (0x74, 0x97): signature 0x40400003, version bytes 4 to 6, the
+// length (= size) at 12, a 32-bit word sum of zero.  size as above.
+std::vector<uint8_t> BuildNicFirmware(Version v, size_t size);
+// FC MPI firmware and SoftROM (0xD3, 0xE1, 0x101): the version as big-endian
+// words at 16, 20 and 24.  size is at least 28.
+std::vector<uint8_t> BuildFcMpiFirmware(Version v, size_t size);
+// PEP firmware and SoftROM (0xD1, 0xD2): version fields one to four at bytes
+// 79, 78, 77, 76 (size at least 80).  PEP board configuration (0xCF): at 7,
+// 6, 5, 4 (size at least 8).
+std::vector<uint8_t> BuildPepComponent(Version4 v, size_t size);
+std::vector<uint8_t> BuildPepBoardConfig(Version4 v, size_t size);
+// A component without a header of its own (preload area, board
+// configuration, SerDes table), filled from the seed.
+std::vector<uint8_t> BuildOpaqueComponent(size_t size, uint32_t seed);
+
+// ---- PLDM firmware-update package ----
+struct PldmSpec {
+    uint8_t formatRevision = 1;    // 1 to 4 (1.0 to 1.3)
+    std::string version = "1.0";   // package version string
+    size_t deviceRecords = 1;
+    size_t components = 1;         // component entries, each naming the payload
+};
+// The package header (identifier of the revision, firmware device records,
+// component image information, CRC-32) followed by the payload.
+std::vector<uint8_t> BuildPldmPackage(const std::vector<uint8_t> &payload, const PldmSpec &spec = {});
+// CRC-32 of the PLDM header checksum (the ISO 3309 polynomial).
+uint32_t Crc32(const uint8_t *data, size_t size);
+
+// ---- Sample multi-image files ----
+enum class ImageFamily { kKite, kWren, kOtherFc, kTern, kOrla, kTove };
+// A valid image for the family with one component of each type its
+// validator checks, all meant for every card type and chip revision except
+// the Tern firmware (0x74), which is for chip revision 0x54 (the NIC
+// families also need a non-zero adapter revision).  The card is listed for
+// card type 1 and in the default list, in that order.  componentSize sizes
+// the firmware-like components (at least 128 bytes), and bounds the boot
+// images (512 bytes to 4 KiB) and the smaller components (1 KiB at most).
+MultiImageSpec SampleImage(ImageFamily family, const CardEntry &card, size_t componentSize = 4096);
+// Index of the first component of the type in the spec, or npos.
+size_t ComponentIndex(const MultiImageSpec &spec, uint16_t regionType);
+
+// ---- Deliberate faults in a built multi-image file ----
+// Each changes one thing and refreshes the table checksum (except
+// TableChecksum), so that only the intended fault is present.  Positions are
+// taken from the header as it stands.
+namespace mutate {
+void Signature(std::vector<uint8_t> &mbi, std::string_view four);
+void TableVersion(std::vector<uint8_t> &mbi, uint16_t version);
+void TableChecksum(std::vector<uint8_t> &mbi);
+void RegionCount(std::vector<uint8_t> &mbi, uint16_t n);            // N, oversized or short
+void CardListCount(std::vector<uint8_t> &mbi, uint16_t lists);
+void CardListEntries(std::vector<uint8_t> &mbi, size_t list, uint16_t entries);
+void Card(std::vector<uint8_t> &mbi, size_t list, size_t entry, const CardEntry &card);
+void RegionType(std::vector<uint8_t> &mbi, size_t region, uint16_t type);
+void RegionChipRevision(std::vector<uint8_t> &mbi, size_t region, uint16_t revision);
+void RegionCardType(std::vector<uint8_t> &mbi, size_t region, uint16_t cardType);
+void RegionVersion(std::vector<uint8_t> &mbi, size_t region, Version v);
+void RegionExtent(std::vector<uint8_t> &mbi, size_t region, uint32_t offset, uint32_t length);
+// The bytes of a region entry's component.
+std::span<uint8_t> ComponentBytes(std::vector<uint8_t> &mbi, size_t region);
+// Flips a byte of a component (a broken checksum or signature, by position).
+void CorruptComponent(std::vector<uint8_t> &mbi, size_t region, size_t at);
+enum class RomBreak {
+    kNoLastImage,    // the last image loses its indicator: the chain runs off
+    kRomSignature,   // 0x55 0xAA of the image
+    kDataSignature,  // "PCIR"
+    kChecksum,       // a byte inside the image
+    kNotADriver,     // device ID 1 (VPD data)
+    kCodeType,       // code type 0x7F
+};
+// Breaks image `image` (counted from 0) of an expansion-ROM chain.
+void BreakRomChain(std::span<uint8_t> chain, RomBreak how, size_t image = 0);
+void Truncate(std::vector<uint8_t> &bytes, size_t size);
+}  // namespace mutate
 
 // ---- Flash contents of a simulated adapter ----
 struct FlashSetSpec {

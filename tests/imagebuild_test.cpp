@@ -363,3 +363,133 @@ TEST_F(ImageBuild, FlashSetOfSimulatedAdapter) {
     EXPECT_EQ(noBoot.front().type, 0x01u);
     EXPECT_EQ(Le16(noBoot.back().bytes, 10), 2u);
 }
+
+TEST_F(ImageBuild, FirmwareComponentsCarryTheirFields) {
+    Bytes edc = BuildEdcFirmware({3, 1, 4}, 64);
+    EXPECT_EQ(Le32(edc, 0), 0x5555BBBBu);
+    EXPECT_EQ(Bytes(edc.begin() + 17, edc.begin() + 20), (Bytes{3, 1, 4}));
+    EXPECT_EQ(Be32(edc, 32), 0x20000008u);
+    Bytes mpi = BuildNicMpiFirmware({1, 5, 2}, 64);
+    EXPECT_EQ(Le32(mpi, 0), 0u);
+    EXPECT_EQ(Be32(mpi, 32), 0x10000008u);
+    EXPECT_THROW(BuildEdcFirmware({1, 0, 0}, 35), std::invalid_argument);
+
+    Bytes cfg = BuildMpiConfig(2048);
+    EXPECT_EQ(Le32(cfg, 0), kMpiConfigSignature);
+    const uint32_t stored = Le32(cfg, 4);
+    std::fill_n(cfg.begin() + 4, 4, 0);
+    EXPECT_EQ(0u - DwordSum(cfg, 0, 1280), stored);
+    EXPECT_THROW(BuildMpiConfig(1276), std::invalid_argument);
+
+    for (uint32_t sig : {kCrbinitSignature, kPegtuneSignature, kBootloaderSignature}) {
+        Bytes t = BuildTrailerComponent(sig, {7, 8, 9}, 256);
+        EXPECT_EQ(Le32(t, 224), sig);
+        EXPECT_EQ(Bytes(t.begin() + 228, t.begin() + 231), (Bytes{7, 8, 9}));
+        EXPECT_EQ(DwordSum(t, 0, t.size()), 0u);
+    }
+    EXPECT_THROW(BuildTrailerComponent(kCrbinitSignature, {}, 66), std::invalid_argument);
+    Bytes nic = BuildNicFirmware({5, 4, 3}, 512);
+    EXPECT_EQ(Le32(nic, 0), kNicFirmwareSignature);
+    EXPECT_EQ(Le32(nic, 12), 512u);
+    EXPECT_EQ(DwordSum(nic, 0, 512), 0u);
+
+    Bytes fcMpi = BuildFcMpiFirmware({2, 1, 9}, 64);
+    EXPECT_EQ((std::array<uint32_t, 3>{Be32(fcMpi, 16), Be32(fcMpi, 20), Be32(fcMpi, 24)}),
+              (std::array<uint32_t, 3>{2, 1, 9}));
+    Bytes pep = BuildPepComponent({1, 2, 3, 4}, 128);
+    EXPECT_EQ(Bytes(pep.begin() + 76, pep.begin() + 80), (Bytes{4, 3, 2, 1}));
+    Bytes board = BuildPepBoardConfig({5, 6, 7, 8}, 16);
+    EXPECT_EQ(Bytes(board.begin() + 4, board.begin() + 8), (Bytes{8, 7, 6, 5}));
+}
+
+TEST_F(ImageBuild, RomChainsOfAnyKind) {
+    RomImageSpec common{0, {3, 70, 0}, 1024, 0x1077, 0, "2910", 5};
+    RomImageSpec pxe{2, {2, 11, 0}, 0, 0x8086, 4, "", {}};
+    Bytes chain = BuildRomChain({common, pxe});
+    auto imgs = WalkChain(chain);
+    ASSERT_EQ(imgs.size(), 2u);
+    EXPECT_EQ(Text(chain, 64, 4), "MODL");
+    EXPECT_EQ(chain[20], 5);
+    EXPECT_EQ(Text(chain, 9, 4), "2910");
+    EXPECT_EQ(imgs[1].codeType, 2u);
+    EXPECT_EQ(imgs[1].vendor, 0x8086u);
+    EXPECT_EQ(imgs[1].device, 4u);
+    EXPECT_TRUE(RomChecksumOk(chain, 0) && RomChecksumOk(chain, 1024));
+
+    // Each break changes what it says, keeping the checksum unless that is
+    // the break.
+    using mutate::RomBreak;
+    const std::pair<RomBreak, size_t> changed[] = {{RomBreak::kNoLastImage, 1024 + 0x1C + 0x15},
+                                                   {RomBreak::kRomSignature, 1024 + 1},
+                                                   {RomBreak::kDataSignature, 1024 + 0x1C},
+                                                   {RomBreak::kNotADriver, 1024 + 0x1C + 6},
+                                                   {RomBreak::kCodeType, 1024 + 0x1C + 0x14}};
+    for (const auto &[how, at] : changed) {
+        Bytes b = chain;
+        mutate::BreakRomChain(b, how, 1);
+        EXPECT_NE(b[at], chain[at]) << int(how);
+        EXPECT_TRUE(RomChecksumOk(b, 1024)) << int(how);
+        EXPECT_TRUE(RomChecksumOk(b, 0)) << int(how);
+    }
+    mutate::BreakRomChain(chain, RomBreak::kChecksum, 0);
+    EXPECT_FALSE(RomChecksumOk(chain, 0));
+    EXPECT_THROW(mutate::BreakRomChain(chain, RomBreak::kChecksum, 2), std::out_of_range);
+}
+
+TEST_F(ImageBuild, MutationsKeepTheTableChecksumAndChangeOneField) {
+    MultiImageSpec s = SampleImage(ImageFamily::kKite, {kVendorId, 0x7C50, kVendorId, 0x0C60}, 256);
+    const Bytes good = BuildMultiImage(s);
+    const size_t table = Le16(good, 6);
+    EXPECT_EQ(WordSum(good, 0, table), 0);
+    EXPECT_EQ(Le16(good, 10), s.components.size() + 1);
+    EXPECT_NE(ComponentIndex(s, 0x9E), std::string::npos);
+    EXPECT_EQ(ComponentIndex(s, 0x4242), std::string::npos);
+
+    Bytes b = good;
+    mutate::RegionChipRevision(b, 2, 0x77);
+    EXPECT_EQ(Le16(b, 3 * 32 + 16), 0x77u);
+    EXPECT_EQ(WordSum(b, 0, table), 0);
+    b = good;
+    mutate::Card(b, 1, 0, {kVendorId, 0x2261, 0x1590, 0x00F9});
+    const size_t list1 = (Le16(b, 10) + 1) * 32 + 8 + 8 + 8;  // list 0 holds one card
+    EXPECT_EQ(Le16(b, list1 + 8 + 2), 0x2261u);
+    EXPECT_EQ(WordSum(b, 0, table), 0);
+    b = good;
+    mutate::CardListEntries(b, 0, 1025);
+    EXPECT_EQ(Le16(b, (Le16(b, 10) + 1) * 32 + 8 + 2), 1025u);
+    b = good;
+    mutate::TableChecksum(b);
+    EXPECT_NE(WordSum(b, 0, table), 0);
+    b = good;
+    std::span<uint8_t> fw = mutate::ComponentBytes(b, 0);
+    EXPECT_TRUE(std::equal(fw.begin(), fw.end(), s.components[0].payload.begin(), s.components[0].payload.end()));
+    mutate::CorruptComponent(b, 0, 40);
+    EXPECT_NE(b, good);
+    EXPECT_THROW(mutate::CorruptComponent(b, 0, fw.size()), std::out_of_range);
+    mutate::Truncate(b, 100);
+    EXPECT_EQ(b.size(), 100u);
+}
+
+TEST_F(ImageBuild, PldmPackageHeaderReadsBack) {
+    EXPECT_EQ(Crc32(reinterpret_cast<const uint8_t *>("123456789"), 9), 0xCBF43926u);
+    const Bytes payload(300, 0x5A);
+    PldmSpec spec;
+    spec.formatRevision = 3;
+    spec.version = "pkg-7";
+    spec.components = 2;
+    const Bytes pkg = BuildPldmPackage(payload, spec);
+    EXPECT_EQ(Bytes(pkg.begin(), pkg.begin() + 4), (Bytes{0x31, 0x19, 0xCE, 0x2F}));
+    EXPECT_EQ(pkg[16], 3);
+    const size_t header = Le16(pkg, 17);
+    ASSERT_EQ(pkg.size(), header + payload.size());
+    EXPECT_TRUE(std::equal(payload.begin(), payload.end(), pkg.begin() + header));
+    EXPECT_EQ(Text(pkg, 36, pkg[35]), "pkg-7");
+    EXPECT_EQ(Le32(pkg, header - 4), Crc32(pkg.data(), header - 4));
+    // Both component entries name the payload: offset then size, just before
+    // the version string of each.
+    const size_t lastEntry = header - 4 - 5 - 10;
+    EXPECT_EQ(Le32(pkg, lastEntry), header);
+    EXPECT_EQ(Le32(pkg, lastEntry + 4), payload.size());
+    spec.formatRevision = 5;
+    EXPECT_THROW(BuildPldmPackage(payload, spec), std::invalid_argument);
+}

@@ -120,8 +120,8 @@ TEST_F(Api, FramesWriteEnterStatusAndExitLines) {
     EXPECT_GT(after, before);
     EXPECT_LT(after, FindLine(log, "VTAPI_GetHBAParamsInfo(): returning with 36"));
 
-    EXPECT_EQ(VTAPI_SDGetQoS(nullptr, nullptr, nullptr), VTAPI_FUNCTION_NOT_APPLICABLE);
-    at = ExpectFrame("VTAPI_SDGetQoS", 36, at);
+    EXPECT_EQ(VTAPI_SDGetQoS(nullptr, nullptr, nullptr), VTAPI_INVALID_ARGUMENT);
+    at = ExpectFrame("VTAPI_SDGetQoS", 2, at);
     EXPECT_EQ(VTAPI_DiagnosticDPortTestV2(nullptr, nullptr, nullptr), VTAPI_FUNCTION_NOT_APPLICABLE);
     at = ExpectFrame("VTAPI_DiagnosticDPortTestV2", 36, at);
 

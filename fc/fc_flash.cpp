@@ -1,0 +1,214 @@
+// FC_ functions of the flash image queries: the versions an image file holds
+// for a port's card (after validating it against that card), the cards a
+// file is meant for, and the version of one component in a card's flash.
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <memory>
+#include <vector>
+
+#include "flash/flash_image.h"
+#include "vtapi_api.h"
+#include "core/core.h"
+#include "oss/oss.h"
+
+using namespace vtflash;
+
+namespace {
+
+const char kFile[] = __FILE__;
+
+bool SameNames(const ProtocolEntry &e, const ProtocolEntry &port) {
+    return memcmp(e.WWNN, port.WWNN, 8) == 0 && memcmp(e.WWPN, port.WWPN, 8) == 0;
+}
+
+// The card of the tree that holds the port.
+const AdapterEntry *CardOf(const ProtocolEntry *port) {
+    for (const AdapterEntryList *tree : {gpAdapterList, gpBackupAdapterList})
+        for (const AdapterEntry *a = tree ? tree->First : nullptr; a; a = a->next)
+            for (const PhyPortEntry *p = a->PhyPorts.First; p; p = p->next)
+                for (const ProtocolEntry *e = p->Protocols.First; e; e = e->next)
+                    if (e == port || SameNames(*e, *port))
+                        return a;
+    return nullptr;
+}
+
+bool InTree(const AdapterEntry *adapter) {
+    for (const AdapterEntryList *tree : {gpAdapterList, gpBackupAdapterList})
+        for (const AdapterEntry *a = tree ? tree->First : nullptr; a; a = a->next)
+            if (a == adapter)
+                return true;
+    return false;
+}
+
+// The whole file, or nothing when it cannot be read.
+std::optional<std::vector<uint8_t>> ReadWholeFile(const char *path) {
+    std::unique_ptr<FILE, decltype(&std::fclose)> f(std::fopen(path, "rb"), &std::fclose);
+    if (!f)
+        return std::nullopt;
+    std::vector<uint8_t> bytes;
+    uint8_t chunk[65536];
+    size_t n;
+    while ((n = std::fread(chunk, 1, sizeof chunk, f.get())) > 0)
+        bytes.insert(bytes.end(), chunk, chunk + n);
+    if (std::ferror(f.get()))
+        return std::nullopt;
+    return bytes;
+}
+
+// Versions of a single boot-code file validated for the card.
+uint32_t BootFileVersions(const AdapterFacts &facts, const std::vector<uint8_t> &file, VTAPI_FlashImageVersion *v) {
+    const std::string hw = HardwareType(facts.deviceId);
+    const uint32_t status = Validate(file.data(), uint32_t(file.size()), hw.c_str(), 0);
+    if (status == FLASH_ST_WRONG_ADAPTER)
+        return VTAPI_OPTION_NOT_SUPPORTED;
+    if (status != 0)
+        return VTAPI_FILE_CORRUPTED;
+    BootVersions b;
+    if (!CheckBootChain(file, &b, false))
+        return VTAPI_FILE_CORRUPTED;
+    struct Slot {
+        int codeType;
+        uint8_t *dst;
+        uint32_t bit;
+    };
+    for (const Slot &s : {Slot{VTFU_CODE_TYPE_X86, v->Bios, VTAPI_FLASH_HAS_BIOS},
+                          Slot{VTFU_CODE_TYPE_OPENFW, v->FCode, VTAPI_FLASH_HAS_FCODE},
+                          Slot{VTFU_CODE_TYPE_EFI, v->Efi, VTAPI_FLASH_HAS_EFI}})
+        if (const auto &r = b.byCodeType[s.codeType]) {
+            s.dst[0] = r->first;
+            s.dst[1] = r->second;
+            v->Present |= s.bit;
+        }
+    return VTAPI_SUCCESS;
+}
+
+// Bytes of one region of the card's flash; nothing when the flash has no
+// such region.
+std::optional<std::vector<uint8_t>> ReadRegion(uint32_t handle, uint32_t region, uint32_t *status) {
+    uint8_t *layout = nullptr;
+    uint32_t layoutSize = 0;
+    *status = VTAPI_SUCCESS;
+    if (fcVTFUGetFlashLayoutTable(handle, &layout, &layoutSize) != 0) {
+        *status = VTAPI_GENERAL_FAILURE;
+        return std::nullopt;
+    }
+    std::unique_ptr<uint8_t, decltype(&std::free)> owned(layout, &std::free);
+    const uint32_t count = std::min<uint32_t>(Le32(layout + 4), (layoutSize - 8) / 8);
+    for (uint32_t i = 0; i < count; ++i) {
+        const uint8_t *d = layout + 8 + size_t(i) * 8;
+        if (Le32(d) != region)
+            continue;
+        std::vector<uint8_t> bytes(Le32(d + 4));
+        if (uint32_t rc = SDGetOptionRomEx(handle, bytes.data(), uint32_t(bytes.size()), region, 0)) {
+            LogDebug(kFile, __LINE__, "ReadRegion: SDGetOptionRomEx(0x%x) failed (0x%x)", region, rc);
+            *status = rc;
+            return std::nullopt;
+        }
+        return bytes;
+    }
+    return std::nullopt;
+}
+
+}  // namespace
+
+extern "C" {
+
+VTAPI_EXPORT uint32_t FC_GetFlashImageVersion(const ProtocolEntry *port, const char *fileName,
+                                              VTAPI_FlashImageVersion *version) {
+    if (port == nullptr || fileName == nullptr || version == nullptr)
+        return VTAPI_INVALID_ARGUMENT;
+    const AdapterEntry *card = CardOf(port);
+    const std::optional<AdapterFacts> facts = FactsOf(card);
+    if (!facts) {
+        LogDebug(kFile, __LINE__, "FC_GetFlashImageVersion: the port's card is not in the adapter list");
+        return VTAPI_OPTION_ROM_UPDATE_FAILED;
+    }
+    const std::optional<std::vector<uint8_t>> file = ReadWholeFile(fileName);
+    if (!file) {
+        LogDebug(kFile, __LINE__, "FC_GetFlashImageVersion: cannot read %s", fileName);
+        return VTAPI_FILE_CORRUPTED;
+    }
+    *version = VTAPI_FlashImageVersion{};
+    if (file->size() >= 2 && (*file)[0] == 0x55 && (*file)[1] == 0xAA)
+        return BootFileVersions(*facts, *file, version);
+
+    const ImageCheck check = CheckImageForAdapter(*facts, card, MultiImageOf(*file), version);
+    LogDebug(kFile, __LINE__, "FC_GetFlashImageVersion: %s stage %d status 0x%x card type 0x%x", fileName,
+             static_cast<int>(check.stage), check.status, check.cardType);
+    switch (check.stage) {
+    case ImageCheck::kPassed: return VTAPI_SUCCESS;
+    case ImageCheck::kCardType: return VTAPI_OPTION_NOT_SUPPORTED;
+    case ImageCheck::kComponents: return VTAPI_UPDATE_ERROR_VALIDATE_FLASH_IMAGE_COMPONENTS;
+    case ImageCheck::kHeader:
+        break;
+    }
+    if (check.status == FLASH_ST_NOT_SUPPORTED)
+        return VTAPI_FUNCTION_NOT_APPLICABLE;
+    // The header checks also refuse a file without an entry for this card.
+    if (check.status == FLASH_ST_ILT_TOO_SMALL && file->size() >= sizeof(ILT_Header_t))
+        return VTAPI_OPTION_NOT_SUPPORTED;
+    if (check.status == FLASH_ST_REGION_MISSING)
+        return VTAPI_OPTION_NOT_SUPPORTED;
+    return VTAPI_INVALID_ILT_HEADER;
+}
+
+VTAPI_EXPORT uint32_t FC_GetFlashImageSupportedAdapters(const char *fileName, VTAPI_FlashImageAdapters *adapters) {
+    if (fileName == nullptr || adapters == nullptr)
+        return VTAPI_INVALID_ARGUMENT;
+    const std::optional<std::vector<uint8_t>> file = ReadWholeFile(fileName);
+    if (!file)
+        return VTAPI_FILE_CORRUPTED;
+    const Bytes mbi = MultiImageOf(*file);
+    const uint32_t size = uint32_t(mbi.size());
+    if (!vtfuILT_ValidateILTHeader(mbi.data(), size) ||
+        !vtfuILT_Header_CompareSignature(reinterpret_cast<const ILT_Header_t *>(mbi.data())))
+        return VTAPI_INVALID_ILT_HEADER;
+    std::vector<VTAPI_FlashImageAdapter> cards;
+    for (const ILT_CardTypeList_t *list : CardLists(mbi)) {
+        for (uint32_t j = 0; const ILT_CardTypeList_Entry_t *e = CardEntry(mbi, list, j); ++j)
+            cards.push_back({Le16(list->CardType), Le16(e->VendorId), Le16(e->DeviceId), Le16(e->SubVendorId),
+                             Le16(e->SubDeviceId), 0});
+    }
+    *adapters = VTAPI_FlashImageAdapters{};
+    vtfuILT_Header_GetImageVersion(reinterpret_cast<const ILT_Header_t *>(mbi.data()), adapters->MBIVersion,
+                                   sizeof adapters->MBIVersion);
+    if (!cards.empty()) {
+        auto *out = static_cast<VTAPI_FlashImageAdapter *>(std::malloc(cards.size() * sizeof(VTAPI_FlashImageAdapter)));
+        if (out == nullptr)
+            return VTAPI_GENERAL_FAILURE;
+        std::memcpy(out, cards.data(), cards.size() * sizeof(VTAPI_FlashImageAdapter));
+        adapters->Adapters = out;
+        adapters->Count = uint32_t(cards.size());
+    }
+    return VTAPI_SUCCESS;
+}
+
+VTAPI_EXPORT uint32_t FC_GetFlashComponentVersion(const AdapterEntry *adapter, uint32_t component, char *version,
+                                                  uint32_t size) {
+    if (adapter == nullptr || version == nullptr || size == 0)
+        return VTAPI_INVALID_ARGUMENT;
+    if (!InTree(adapter))
+        return VTAPI_DEVICE_NUMBER_NOT_FOUND;
+    const std::optional<AdapterFacts> facts = FactsOf(adapter);
+    if (!facts)
+        return VTAPI_PORT_NOT_FOUND;
+    uint32_t status = VTAPI_SUCCESS;
+    const std::optional<std::vector<uint8_t>> region = ReadRegion(facts->handle, component, &status);
+    if (status != VTAPI_SUCCESS)
+        return status;
+    if (!region) {
+        LogDebug(kFile, __LINE__, "FC_GetFlashComponentVersion: no region 0x%x in the flash of %s", component,
+                 adapter->SerialNumber);
+        return VTAPI_FUNCTION_NOT_APPLICABLE;
+    }
+    const std::optional<std::vector<uint8_t>> ilt = ReadRegion(facts->handle, VTFU_REGION_FLASH_ILT, &status);
+    const std::optional<std::string> text =
+        ComponentVersionText(component, *region, ilt ? Bytes(*ilt) : Bytes());
+    if (!text)
+        return VTAPI_FUNCTION_NOT_APPLICABLE;
+    std::snprintf(version, size, "%s", text->c_str());
+    return VTAPI_SUCCESS;
+}
+
+}  // extern "C"
