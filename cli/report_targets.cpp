@@ -211,7 +211,7 @@ Result LunsReport(const TarnCommand &command, Sink &sink) {
                 ItemScope item(sink);
                 sink.Row(kLuns, {Value::Number(l->LunNumber), Value::Text(PeripheralTypeText(l->PeripheralType)),
                                  Value::Text(Trim(vendorProduct.size() > 8 ? vendorProduct.substr(8) : std::string())),
-                                 Value::Text(FieldText(l->Revision)), Size(LunCapacity(*l)),
+                                 Value::Text(Trim(FieldText(l->Revision))), Size(LunCapacity(*l)),
                                  Value::Text(l->PassivePath ? "Passive" : "Active"),
                                  device.empty() ? Value::None() : Value::Text(device)});
                 sink.Xml([l] { XML_EmitLunInfo(l); });
