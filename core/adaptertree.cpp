@@ -160,7 +160,7 @@ VTAPI_EXPORT AdapterEntry *FindAdapterEntryUsingSerialNo(AdapterEntryList *list,
 // from its flash: the expansion-ROM chain of the boot-code region, the RISC
 // firmware header, and the image layout table.
 VTAPI_EXPORT uint32_t GetHBAOptionROMVersions(const SDMDevice *device, AdapterEntry *entry) {
-    if (!device || !entry) return 8;
+    if (!device || !entry) return vt::kListNullArgument;
     entry->FlashBIOSVersion[0] = entry->FCodeVersion[0] = entry->EFIVersion[0] = '\0';
     entry->FlashFirmwareVersion[0] = entry->FlashMultiBootVersion[0] = '\0';
     std::vector<uint8_t> rom;
@@ -196,7 +196,7 @@ VTAPI_EXPORT uint32_t GetHBAOptionROMVersions(const SDMDevice *device, AdapterEn
 }
 
 VTAPI_EXPORT uint32_t BuildAdapterInfoForFC(AdapterEntryList *list) {
-    if (!list) return 8;
+    if (!list) return vt::kListNullArgument;
     CoreUpdateFabricWWN();
     SDMDeviceList *mine = GetMyDeviceList();
     if (!mine || mine->Count == 0) return 0;
@@ -222,7 +222,7 @@ VTAPI_EXPORT uint32_t BuildAdapterInfoForFC(AdapterEntryList *list) {
         AdapterEntry *entry = FindAdapterEntryUsingSerialNo(list, serial);
         if (!entry) {
             entry = core_CreateAdapterEntry();
-            if (!entry) return 115;
+            if (!entry) return vt::kNoMemory;
             snprintf(entry->SerialNumber, sizeof entry->SerialNumber, "%s", serial);
             entry->AdapterType = GetAdapterFunctionType(d->DeviceChipProperty.DeviceID);
             snprintf(entry->Manufacturer, sizeof entry->Manufacturer, "%s", d->DeviceNodeProperty.Manufacturer);
@@ -251,7 +251,7 @@ VTAPI_EXPORT uint32_t BuildAdapterInfoForFC(AdapterEntryList *list) {
             }
         if (!port) {
             port = core_CreatePhyPortEntry();
-            if (!port) return 115;
+            if (!port) return vt::kNoMemory;
             port->PhysicalPortNumber = uint8_t(portNumber);
             port->PciBusNumber = bus;
             port->PciDeviceNumber = dev;
@@ -268,7 +268,7 @@ VTAPI_EXPORT uint32_t BuildAdapterInfoForFC(AdapterEntryList *list) {
             }
         if (!proto) {
             proto = core_CreateProtocolEntry();
-            if (!proto) return 115;
+            if (!proto) return vt::kNoMemory;
             memcpy(proto->WWNN, d->DeviceNodeProperty.WWNN, 8);
             memcpy(proto->WWPN, d->DevicePortProperty.WWPN, 8);
             Append(&port->Protocols, proto);

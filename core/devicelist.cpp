@@ -118,7 +118,7 @@ void FreeSDMDevice(SDMDevice *device) {
 }
 
 uint32_t AddDeviceToDeviceList(SDMDevice *device) {
-    if (!device) return 8;
+    if (!device) return vt::kListNullArgument;
     device->next = nullptr;
     device->prev = g_deviceList.Last;
     if (g_deviceList.Last) g_deviceList.Last->next = device;
@@ -143,7 +143,7 @@ VTAPI_EXPORT uint32_t RemoveAllDevicesFromDeviceList(void) {
 // the copy has no links.  The destination must be zeroed or an earlier copy,
 // whose target list is released first.
 VTAPI_EXPORT uint32_t CopyToVTAPISDMDevice(SDMDevice *destination, const SDMDevice *source) {
-    if (!destination || !source) return 8;
+    if (!destination || !source) return vt::kListNullArgument;
     if (destination == source) return 0;
     FreeTargetList(&destination->Targets);
     *destination = *source;

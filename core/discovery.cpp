@@ -413,7 +413,7 @@ VTAPI_EXPORT uint32_t UpdateAdapterEntryList(SDMDevice *device) { return UpdateA
 // A board with a single BIOS chip reports its option-ROM version as the
 // BIOS version alone.
 VTAPI_EXPORT uint32_t UpdateHBAVersionForOEM(SDMDevice *device) {
-    if (!device) return 8;
+    if (!device) return vt::kListNullArgument;
     char *v = device->DeviceNodeProperty.OptionRomVersion;
     if (char *space = strchr(v, ' ')) *space = '\0';
     return 0;

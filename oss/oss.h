@@ -17,6 +17,10 @@
 #include "vtsdm.h"
 
 #ifdef __cplusplus
+#include "oss/oss_status.h"
+#endif
+
+#ifdef __cplusplus
 extern "C" {
 #endif
 

@@ -17,6 +17,7 @@
 
 #include "oss/oss.h"
 #include "sysroot.h"
+#include "oss/oss_handle.h"
 
 namespace {
 
@@ -43,19 +44,16 @@ void CopyText(char *dst, size_t size, const char *src) {
 }
 
 bool Readable(const char *path) {
-    FILE *f = fopen(vt::MapSystemPath(path).c_str(), "r");
-    if (!f) return false;
-    fclose(f);
-    return true;
+    return bool(vt::oss::File(fopen(vt::MapSystemPath(path).c_str(), "r")));
 }
 
 // The distribution's identifier from os-release ("debian"), or empty.
 void ReadDistribution() {
     g_distribution[0] = '\0';
-    FILE *f = fopen(vt::MapSystemPath("/etc/os-release").c_str(), "r");
+    const vt::oss::File f(fopen(vt::MapSystemPath("/etc/os-release").c_str(), "r"));
     if (!f) return;
     char line[256];
-    while (fgets(line, sizeof line, f)) {
+    while (fgets(line, sizeof line, f.get())) {
         if (strncmp(line, "ID=", 3) != 0) continue;
         const char *v = line + 3;
         if (*v == '"') ++v;
@@ -63,7 +61,6 @@ void ReadDistribution() {
         snprintf(g_distribution, sizeof g_distribution, "%.*s", int(n), v);
         break;
     }
-    fclose(f);
 }
 
 }  // namespace
@@ -96,10 +93,7 @@ VTAPI_EXPORT uint32_t GetInstallationPath(void) {
 VTAPI_EXPORT const char *findlibvtsdm_adapter_provider(void) {
     if (g_ModulePath[0]) {
         // The loaded library's own path is a real path, not a system path.
-        if (FILE *f = fopen(g_ModulePath, "r")) {
-            fclose(f);
-            return g_ModulePath;
-        }
+        if (vt::oss::File(fopen(g_ModulePath, "r"))) return g_ModulePath;
     }
     if (Readable("/usr/lib/cim/libvtsdm_adapter_provider.so")) return "/usr/lib/cim/libvtsdm_adapter_provider.so";
     return "/lib/cim/libvtsdm_adapter_provider.so";
@@ -128,26 +122,20 @@ VTAPI_EXPORT uint32_t createHBAConfFile(const char *mode, const char *provider) 
     if (!mode || !provider) return 1;
     const bool append = mode[0] == 'a';
     int flags = O_WRONLY | O_CREAT | O_CLOEXEC | O_NOFOLLOW | (append ? O_APPEND : O_TRUNC);
-    int fd = open(vt::MapSystemPath(kHbaConf).c_str(), flags, 0644);
-    if (fd < 0) return 1;
-    FILE *f = fdopen(fd, mode);
-    if (!f) {
-        close(fd);
-        return 1;
-    }
-    fprintf(f, append ? "\n%s          %s\n" : "%s          %s\n", kProviderKey, provider);
-    fflush(f);
-    fclose(f);
+    vt::oss::Fd fd(open(vt::MapSystemPath(kHbaConf).c_str(), flags, 0644));
+    if (!fd) return 1;
+    const vt::oss::File f(fdopen(fd.get(), mode));
+    if (!f) return 1;
+    fd.release();  // the stream owns it now
+    fprintf(f.get(), append ? "\n%s          %s\n" : "%s          %s\n", kProviderKey, provider);
+    fflush(f.get());
     return 0;
 }
 
 VTAPI_EXPORT uint32_t checkAndInstallHBAConfFile(void) {
     const char *provider = findlibvtsdm_adapter_provider();
-    FILE *f = fopen(vt::MapSystemPath(kHbaConf).c_str(), "r");
-    if (f) {
-        uint32_t present = haslibvtsdmEntry(f);
-        fclose(f);
-        if (present) return 0;
+    if (const vt::oss::File f{fopen(vt::MapSystemPath(kHbaConf).c_str(), "r")}) {
+        if (haslibvtsdmEntry(f.get())) return 0;
         return createHBAConfFile("a", provider);
     }
     return createHBAConfFile("w", provider);
@@ -210,7 +198,7 @@ VTAPI_EXPORT uint32_t OSSInitialize(int32_t argc, char **argv) {
 }
 
 VTAPI_EXPORT uint32_t OSSGetHostInformation(char *hostName, char *systemType, char *osVersion, char *agentVersion) {
-    if (!g_hostName[0]) return 0xFFFFFFFFu;
+    if (!g_hostName[0]) return vt::kFailure;
     if (hostName) CopyText(hostName, 256, g_hostName);
     if (systemType) CopyText(systemType, 128, g_systemType);
     if (osVersion) CopyText(osVersion, 256, g_osVersion);

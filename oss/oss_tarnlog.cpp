@@ -12,6 +12,7 @@
 #include <string>
 
 #include "oss/oss.h"
+#include "oss/oss_handle.h"
 
 extern "C" {
 VTAPI_EXPORT char g_LogFileName[256];
@@ -43,12 +44,12 @@ FILE *OpenLogStream(const std::string &path, const char *mode) {
     default: return nullptr;
     }
     flags |= std::strchr(mode, '+') != nullptr ? O_RDWR : (mode[0] == 'r' ? O_RDONLY : O_WRONLY);
-    const int fd = open(path.c_str(), flags | O_CLOEXEC | O_NOFOLLOW, 0644);
-    if (fd < 0)
+    vt::oss::Fd fd(open(path.c_str(), flags | O_CLOEXEC | O_NOFOLLOW, 0644));
+    if (!fd)
         return nullptr;
-    FILE *stream = fdopen(fd, mode);
-    if (stream == nullptr)
-        close(fd);
+    FILE *stream = fdopen(fd.get(), mode);
+    if (stream != nullptr)
+        fd.release();  // the stream owns it now
     return stream;
 }
 
