@@ -6,10 +6,12 @@
 
 #include <cstdlib>
 #include <filesystem>
+#include <fstream>
 #include <string>
 #include <vector>
 
 #include "host.h"
+#include "simulator.h"
 #include "vtsdm.h"
 
 namespace {
@@ -82,5 +84,41 @@ void BM_ListEveryTargetAndLun(benchmark::State &state) {
                                                                            benchmark::Counter::kInvert);
 }
 BENCHMARK(BM_ListEveryTargetAndLun)->Unit(benchmark::kMillisecond)->MeasureProcessCPUTime()->UseRealTime();
+
+// A host of 31 ports, each seeing `targets` generated targets with 8 listed
+// LUNs and a range of 14 more: 31 x (1 + targets x 23) elements, just under
+// the budget at 4096 targets.  Loading it (parsing, expanding, checking and
+// indexing) must cost the same per element at every size.
+void BM_LoadHostUpToTheBudget(benchmark::State &state) {
+    const int64_t targets = state.range(0);
+    char tmpl[] = "/tmp/vtbench.XXXXXX";
+    const std::string dir = mkdtemp(tmpl);
+    const std::string path = dir + "/budget.json";
+    {
+        std::string luns;
+        for (int l = 0; l < 8; ++l) luns += std::string(l ? "," : "") + R"({"lun":)" + std::to_string(l) + "}";
+        std::ofstream out(path);
+        out << R"({"cards":[{"serial":"B","model":"VT2912","device_id":"0x7C50","copies":31,"ports":[{)"
+            << R"("wwnn":"20:00:00:24:ff:00:00:00","wwpn":"21:00:00:24:ff:00:00:00","port_id":"01:00:00",)"
+            << R"("targets":[{"generate":{"count":)" << targets
+            << R"(},"wwpn":"50:0a:09:81:00:00:00:00","port_id":"02:00:00","luns":[)" << luns
+            << R"(],"lun_range":{"start":8,"count":14}}]}]}]})";
+    }
+    const uint64_t elements = 31 * (1 + uint64_t(targets) * 23);
+    for (auto _ : state) {
+        vtsdm::Simulator sim(path, dir + "/state");
+        benchmark::DoNotOptimize(sim);
+    }
+    std::filesystem::remove_all(dir);
+    state.SetComplexityN(int64_t(elements));
+    state.counters["elements"] = double(elements);
+    state.counters["ns_per_element"] = benchmark::Counter(double(elements), benchmark::Counter::kIsIterationInvariantRate |
+                                                                               benchmark::Counter::kInvert);
+}
+BENCHMARK(BM_LoadHostUpToTheBudget)
+    ->RangeMultiplier(2)
+    ->Range(512, 4096)
+    ->Unit(benchmark::kMillisecond)
+    ->Complexity(benchmark::oN);
 
 }  // namespace

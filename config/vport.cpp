@@ -224,6 +224,8 @@ uint32_t CreateVirtualPortOnDevice(SDMDevice *physical, const uint8_t *wwnn, con
         }
         if (uint32_t rc = GenerateVPortWWN(node, portName, 1)) return rc;
     }
+    // The caller learns the WWPN tried, so that a failure can name it.
+    if (createdWWPN) std::memcpy(createdWWPN, portName, 8);
     uint16_t id = 0;
     const uint32_t rc = SDCreateVport(physical->DeviceHandle, wwnn ? wwnn : portName, portName, &id);
     if (rc != SDERR_NONE) {
@@ -232,7 +234,6 @@ uint32_t CreateVirtualPortOnDevice(SDMDevice *physical, const uint8_t *wwnn, con
         return rc;
     }
     *vportId = id;
-    if (createdWWPN) std::memcpy(createdWWPN, portName, 8);
     AddNewvPortToAdapterList(physical, portName);
     guConfigChanged = 1;
     return VTAPI_SUCCESS;
@@ -338,7 +339,7 @@ VTAPI_EXPORT uint32_t CreateVPortForHBA(SDMDevice *physical, int32_t userByte, u
     if (!physical || !vportId) return VTAPI_INVALID_ARGUMENT;
     const int32_t saved = g_UserVPortWWNByte;
     g_UserVPortWWNByte = userByte < 0 ? -1 : userByte;
-    uint8_t wwpn[8];
+    uint8_t wwpn[8] = {};
     uint32_t rc = CreateVirtualPortOnDevice(physical, nullptr, nullptr, wwpn, vportId);
     g_UserVPortWWNByte = saved;
     const uint8_t *w = wwpn;

@@ -134,7 +134,8 @@ VTAPI_EXPORT uint32_t AddNewvPortToAdapterList(const SDMDevice *physical, const 
 
 /* Creates a vPort on a physical port (a listed device).  Without a WWPN one
  * is generated (GenerateVPortWWN); without a WWNN the WWPN serves as both.
- * The new WWPN is stored in createdWWPN when that is not null. */
+ * The WWPN tried is stored in createdWWPN when that is not null, also when
+ * libvtsdm refuses the creation. */
 uint32_t CreateVirtualPortOnDevice(SDMDevice *physical, const uint8_t *wwnn, const uint8_t *wwpn,
                                                 uint8_t *createdWWPN, uint16_t *vportId);
 uint32_t DeleteVirtualPortOnDevice(SDMDevice *physical, const uint8_t *vportWWPN);

@@ -192,7 +192,7 @@ VTAPI_EXPORT uint32_t CoreInitializeTargets(void);
 VTAPI_EXPORT uint32_t RetrieveRemotePortInfoForTargets(SDMDevice *device);
 VTAPI_EXPORT uint32_t RetrieveSecureInfoForTargets(SDMDevice *device);
 VTAPI_EXPORT uint32_t CoreGetTargestLUNDiscoveryOption(void);
-void CoreSetTargetLUNDiscoveryOption(uint32_t enable);
+VTAPI_EXPORT void CoreSetTargetLUNDiscoveryOption(uint32_t enable);
 VTAPI_EXPORT uint32_t CoreUpdateLunOSDeviceName(SDMDevice *device);
 VTAPI_EXPORT uint32_t updateModelStrForSingleBIOSHBA(SDMDevice *device);
 VTAPI_EXPORT uint32_t UpdateAdapterEntryList(SDMDevice *device);

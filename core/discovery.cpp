@@ -439,6 +439,6 @@ VTAPI_EXPORT uint32_t getHostSystemType(void) {
 }
 
 VTAPI_EXPORT uint32_t CoreGetTargestLUNDiscoveryOption(void) { return g_targetLunDiscovery; }
-void CoreSetTargetLUNDiscoveryOption(uint32_t enable) { g_targetLunDiscovery = enable ? 1 : 0; }
+VTAPI_EXPORT void CoreSetTargetLUNDiscoveryOption(uint32_t enable) { g_targetLunDiscovery = enable ? 1 : 0; }
 
 }  // extern "C"

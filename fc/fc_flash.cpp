@@ -1,6 +1,8 @@
-// FC_ functions of the flash image queries: the versions an image file holds
-// for a port's card (after validating it against that card), the cards a
-// file is meant for, and the version of one component in a card's flash.
+// FC_ functions of the flash image queries and updates: the versions an
+// image file holds for a port's card (after validating it against that
+// card), the cards a file is meant for, the version of one component in a
+// card's flash, writing an image file into the card's flash, and saving and
+// replacing single regions.
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -8,6 +10,7 @@
 #include <vector>
 
 #include "flash/flash_image.h"
+#include "flash/flash_update.h"
 #include "vtapi_api.h"
 #include "core/core.h"
 #include "oss/oss.h"
@@ -39,21 +42,6 @@ bool InTree(const AdapterEntry *adapter) {
             if (a == adapter)
                 return true;
     return false;
-}
-
-// The whole file, or nothing when it cannot be read.
-std::optional<std::vector<uint8_t>> ReadWholeFile(const char *path) {
-    std::unique_ptr<FILE, decltype(&std::fclose)> f(std::fopen(path, "rb"), &std::fclose);
-    if (!f)
-        return std::nullopt;
-    std::vector<uint8_t> bytes;
-    uint8_t chunk[65536];
-    size_t n;
-    while ((n = std::fread(chunk, 1, sizeof chunk, f.get())) > 0)
-        bytes.insert(bytes.end(), chunk, chunk + n);
-    if (std::ferror(f.get()))
-        return std::nullopt;
-    return bytes;
 }
 
 // Versions of a single boot-code file validated for the card.
@@ -110,6 +98,52 @@ std::optional<std::vector<uint8_t>> ReadRegion(uint32_t handle, uint32_t region,
     return std::nullopt;
 }
 
+
+// The card of a port that a flash update may write: 0, or the status that
+// refuses it.
+uint32_t UpdatableCard(const ProtocolEntry *port, const AdapterEntry **card) {
+    if (port == nullptr)
+        return VTAPI_INVALID_ARGUMENT;
+    if (port->Device.DeviceNodeProperty.VPortId != 0 ||
+        port->Device.DeviceNodeProperty.Interface == SD_INTERFACE_VPORT)
+        return VTAPI_NOT_SUPPORTED_ON_VPORT;
+    *card = CardOf(port);
+    if (*card == nullptr) {
+        LogDebug(kFile, __LINE__, "flash update: the port's card is not in the adapter list");
+        return VTAPI_OPTION_ROM_UPDATE_FAILED;
+    }
+    return VTAPI_SUCCESS;
+}
+
+// A region saved to or replaced from a file, for a port's card.
+uint32_t SaveRegion(const ProtocolEntry *port, const char *fileName, uint32_t region) {
+    const AdapterEntry *card = nullptr;
+    if (fileName == nullptr)
+        return VTAPI_INVALID_ARGUMENT;
+    if (uint32_t rc = UpdatableCard(port, &card))
+        return rc;
+    return SaveFlashRegionToFile(card, region, fileName);
+}
+
+uint32_t UpdateRegion(const ProtocolEntry *port, const char *fileName, uint32_t region) {
+    const AdapterEntry *card = nullptr;
+    if (fileName == nullptr)
+        return VTAPI_INVALID_ARGUMENT;
+    if (uint32_t rc = UpdatableCard(port, &card))
+        return rc;
+    const uint32_t rc = UpdateFlashRegionFromFile(card, region, fileName);
+    LogDebug(kFile, __LINE__, "flash update: region 0x%x of %s from %s: %u", region, card->SerialNumber, fileName, rc);
+    if (rc == VTAPI_REBOOT_REQUIRED)
+        guConfigChanged = 1;
+    return rc;
+}
+
+// Regions of the save and update families.
+constexpr uint32_t kFirmwareTableRegion = VTFU_REGION_FW_PRELOAD;
+constexpr uint32_t kMpiConfigRegion = VTFU_REGION_MPI_CONFIG;
+constexpr uint32_t kPepConfigRegion = VTFU_REGION_PEP_BOARD_CONFIG;
+constexpr uint32_t kSerdesRegion = VTFU_REGION_PCIE_SERDES;
+
 }  // namespace
 
 extern "C" {
@@ -136,21 +170,7 @@ VTAPI_EXPORT uint32_t FC_GetFlashImageVersion(const ProtocolEntry *port, const c
     const ImageCheck check = CheckImageForAdapter(*facts, card, MultiImageOf(*file), version);
     LogDebug(kFile, __LINE__, "FC_GetFlashImageVersion: %s stage %d status 0x%x card type 0x%x", fileName,
              static_cast<int>(check.stage), check.status, check.cardType);
-    switch (check.stage) {
-    case ImageCheck::kPassed: return VTAPI_SUCCESS;
-    case ImageCheck::kCardType: return VTAPI_OPTION_NOT_SUPPORTED;
-    case ImageCheck::kComponents: return VTAPI_UPDATE_ERROR_VALIDATE_FLASH_IMAGE_COMPONENTS;
-    case ImageCheck::kHeader:
-        break;
-    }
-    if (check.status == FLASH_ST_NOT_SUPPORTED)
-        return VTAPI_FUNCTION_NOT_APPLICABLE;
-    // The header checks also refuse a file without an entry for this card.
-    if (check.status == FLASH_ST_ILT_TOO_SMALL && file->size() >= sizeof(ILT_Header_t))
-        return VTAPI_OPTION_NOT_SUPPORTED;
-    if (check.status == FLASH_ST_REGION_MISSING)
-        return VTAPI_OPTION_NOT_SUPPORTED;
-    return VTAPI_INVALID_ILT_HEADER;
+    return ApiStatusOfCheck(check, file->size());
 }
 
 VTAPI_EXPORT uint32_t FC_GetFlashImageSupportedAdapters(const char *fileName, VTAPI_FlashImageAdapters *adapters) {
@@ -204,11 +224,67 @@ VTAPI_EXPORT uint32_t FC_GetFlashComponentVersion(const AdapterEntry *adapter, u
     }
     const std::optional<std::vector<uint8_t>> ilt = ReadRegion(facts->handle, VTFU_REGION_FLASH_ILT, &status);
     const std::optional<std::string> text =
-        ComponentVersionText(component, *region, ilt ? Bytes(*ilt) : Bytes());
+        VersionInFlash(component, *region, ilt ? Bytes(*ilt) : Bytes());
     if (!text)
         return VTAPI_FUNCTION_NOT_APPLICABLE;
     std::snprintf(version, size, "%s", text->c_str());
     return VTAPI_SUCCESS;
+}
+
+// options are reserved (0).
+VTAPI_EXPORT uint32_t FC_doOptionROMUpdate(const ProtocolEntry *port, const char *fileName, uint32_t options) {
+    const AdapterEntry *card = nullptr;
+    if (fileName == nullptr)
+        return VTAPI_INVALID_ARGUMENT;
+    if (uint32_t rc = UpdatableCard(port, &card))
+        return rc;
+    const std::optional<std::vector<uint8_t>> file = ReadWholeFile(fileName);
+    if (!file) {
+        LogDebug(kFile, __LINE__, "FC_doOptionROMUpdate: cannot read %s", fileName);
+        return VTAPI_FILE_CORRUPTED;
+    }
+    const FlashUpdatePlan plan = PlanFlashUpdate(card, *file, fileName);
+    if (plan.status != VTAPI_SUCCESS) {
+        LogDebug(kFile, __LINE__, "FC_doOptionROMUpdate: %s (validation 0x%x, options 0x%x)", plan.message.c_str(),
+                 plan.validation, options);
+        return plan.status;
+    }
+    for (const ComponentPlan &c : plan.components)
+        LogDebug(kFile, __LINE__, "FC_doOptionROMUpdate: %s (0x%x): %s -> %s, %u bytes", c.name.c_str(), c.region,
+                 c.current.c_str(), c.next.c_str(), c.size);
+    const uint32_t rc = WriteFlashUpdate(plan);
+    if (rc == VTAPI_REBOOT_REQUIRED)
+        guConfigChanged = 1;
+    return rc;
+}
+
+VTAPI_EXPORT uint32_t FC_UpdateSpecificFlashRegionFromFile(const ProtocolEntry *port, const char *fileName,
+                                                           uint32_t region) {
+    return UpdateRegion(port, fileName, region);
+}
+
+VTAPI_EXPORT uint32_t FC_UpdateAdapterFirmwareTableFromFile(const ProtocolEntry *port, const char *fileName) {
+    return UpdateRegion(port, fileName, kFirmwareTableRegion);
+}
+
+VTAPI_EXPORT uint32_t FC_UpdateAdapterMpiCfgFromDatFile(const ProtocolEntry *port, const char *fileName) {
+    return UpdateRegion(port, fileName, kMpiConfigRegion);
+}
+
+VTAPI_EXPORT uint32_t FC_UpdateAdapterPEPCfgFromFile(const ProtocolEntry *port, const char *fileName) {
+    return UpdateRegion(port, fileName, kPepConfigRegion);
+}
+
+VTAPI_EXPORT uint32_t FC_SaveAdapterSerdesRegionToFile(const ProtocolEntry *port, const char *fileName) {
+    return SaveRegion(port, fileName, kSerdesRegion);
+}
+
+VTAPI_EXPORT uint32_t FC_SaveAdapterFirmwareTableToFile(const ProtocolEntry *port, const char *fileName) {
+    return SaveRegion(port, fileName, kFirmwareTableRegion);
+}
+
+VTAPI_EXPORT uint32_t FC_SaveAdapterMpiCfgToDatFile(const ProtocolEntry *port, const char *fileName) {
+    return SaveRegion(port, fileName, kMpiConfigRegion);
 }
 
 }  // extern "C"

@@ -50,31 +50,13 @@ VTAPI_EXPORT uint32_t FC_GetTargetLinkSpeed(const ProtocolEntry *, const uint8_t
 VTAPI_EXPORT uint32_t FC_SetTargetLinkSpeed(const ProtocolEntry *, const uint8_t *, uint32_t) { return kPending; }
 VTAPI_EXPORT uint32_t FC_SetTargetLinkSpeedToAlltargets(const ProtocolEntry *, uint32_t) { return kPending; }
 
-// -------- Flash: image files, region updates and saves
+// -------- Flash: memo block, transceiver firmware
 
-VTAPI_EXPORT uint32_t FC_doOptionROMUpdate(const ProtocolEntry *, const char *, uint32_t) { return kPending; }
-VTAPI_EXPORT uint32_t FC_UpdateAdapterFirmwareTableFromFile(const ProtocolEntry *, const char *) { return kPending; }
-VTAPI_EXPORT uint32_t FC_UpdateSpecificFlashRegionFromFile(const ProtocolEntry *, const char *, uint32_t) {
-    return kPending;
-}
-VTAPI_EXPORT uint32_t FC_UpdateAdapterMpiCfgFromDatFile(const ProtocolEntry *, const char *) { return kPending; }
-VTAPI_EXPORT uint32_t FC_UpdateAdapterPEPCfgFromFile(const ProtocolEntry *, const char *) { return kPending; }
-VTAPI_EXPORT uint32_t FC_SaveAdapterSerdesRegionToFile(const ProtocolEntry *, const char *) { return kPending; }
-VTAPI_EXPORT uint32_t FC_SaveAdapterFirmwareTableToFile(const ProtocolEntry *, const char *) { return kPending; }
-VTAPI_EXPORT uint32_t FC_SaveAdapterMpiCfgToDatFile(const ProtocolEntry *, const char *) { return kPending; }
 VTAPI_EXPORT uint32_t FC_GetAdapterFlashMemoBlock(const ProtocolEntry *, void *, uint32_t *) { return kPending; }
 VTAPI_EXPORT uint32_t FC_SfpModuleFirmwareUpdate(const ProtocolEntry *, const char *) { return kPending; }
 
 // -------- Diagnostics
 
-VTAPI_EXPORT uint32_t FC_DiagnosticsLoopBackTest(const ProtocolEntry *, const VTAPI_DiagParams *, VTAPI_DiagResult *) {
-    return kPending;
-}
-VTAPI_EXPORT uint32_t FC_DiagnosticsReadWriteBufferTest(const ProtocolEntry *, const VTAPI_DiagParams *, VTAPI_RWBufferTestResultList **) {
-    return kPending;
-}
-VTAPI_EXPORT uint32_t FC_FreeRWBufferTestResultList(VTAPI_RWBufferTestResultList *) { return kPending; }
-VTAPI_EXPORT uint32_t FC_AbortDiagTest(const ProtocolEntry *) { return kPending; }
 VTAPI_EXPORT uint32_t FC_DiagnosticsEchoElsTest(const ProtocolEntry *, const uint8_t *, void *, uint32_t *) {
     return kPending;
 }
@@ -97,11 +79,6 @@ VTAPI_EXPORT uint32_t FC_GetAdapterBeaconStatus(const ProtocolEntry *, uint32_t 
 
 // -------- Link status and statistics
 
-VTAPI_EXPORT uint32_t FC_GetLinkStatus(const ProtocolEntry *, VTAPI_LinkStatusResultList **) { return kPending; }
-VTAPI_EXPORT uint32_t FC_FreeLinkStatusResultList(VTAPI_LinkStatusResultList *) { return kPending; }
-VTAPI_EXPORT uint32_t FC_GetPortStatisticsFC(const ProtocolEntry *, VTAPI_PortStatistics *) { return kPending; }
-VTAPI_EXPORT uint32_t FC_RefreshDeviceStats(const ProtocolEntry *) { return kPending; }
-VTAPI_EXPORT uint32_t FC_ResetDeviceStats(const ProtocolEntry *) { return kPending; }
 VTAPI_EXPORT uint32_t FC_GetFWPrivateStats(const ProtocolEntry *, void *, uint32_t *) { return kPending; }
 VTAPI_EXPORT uint32_t FC_GetSCMRStatisticsList(const ProtocolEntry *, VTAPI_SCMRStatisticsList **) {
     return kPending;

@@ -69,6 +69,126 @@ typedef struct VTAPI_LinkStatusResultList VTAPI_LinkStatusResultList;
 typedef struct VTAPI_PortStatistics VTAPI_PortStatistics;
 typedef struct VTAPI_SCMRStatisticsList VTAPI_SCMRStatisticsList;
 
+/* ------------------------------------------- diagnostics and monitoring */
+
+/* Diagnostic request: what a loopback or read/write buffer test runs, as
+ * CopyUserDiagnosticsDataToDiagTable builds it from the diagnostic
+ * parameter table.  A test is TestCount iterations (0: until stopped) done
+ * in runs of TestIncrement iterations each. */
+#define VTAPI_DIAG_PATTERN_RANDOM 0 /* 8 random bytes, repeated */
+#define VTAPI_DIAG_PATTERN_CRPAT  1 /* FC compliant random pattern */
+#define VTAPI_DIAG_PATTERN_CJTPAT 2 /* FC compliant jitter tolerance pattern */
+#define VTAPI_DIAG_PATTERN_CSPAT  3 /* FC compliant supply noise pattern */
+#define VTAPI_DIAG_PATTERN_USER   4 /* the 8 pattern bytes, repeated */
+#define VTAPI_DIAG_PATTERN_BYTE   5 /* one byte in all 8 pattern bytes */
+#define VTAPI_DIAG_ONERROR_IGNORE 0
+#define VTAPI_DIAG_ONERROR_STOP   1
+#define VTAPI_DIAG_ONERROR_LOOP   2 /* after a failed run, go on until stopped */
+struct VTAPI_DiagParams {
+    uint32_t AdapterInstance;
+    int32_t  TestCount;
+    uint32_t Continuous;          /* 1 when TestCount is 0 */
+    int32_t  OnError;             /* VTAPI_DIAG_ONERROR_* */
+    int32_t  TestIncrement;
+    int32_t  PatternKind;         /* VTAPI_DIAG_PATTERN_* */
+    int32_t  LoopbackType;        /* 0-5, see InitializeUserDiagnosticsTable */
+    uint32_t DataSize;            /* bytes per frame */
+    uint32_t DataIntegrityCheck;  /* 1 for loopback type 5: received data is compared */
+    uint8_t  Pattern[8];
+    uint32_t Echo;                /* external loopback as ELS echo (0x80F2) */
+};
+typedef struct VTAPI_DiagParams DiagRequest;
+
+/* Result of one loopback run (420 bytes). */
+typedef struct DiagLoopbackResult {
+    char     TestStatus[32];      /* "Success", "Loop Down", "Param Error", "Error",
+                                     "Failure", "DevNotFound", "Memory error", ... */
+    uint32_t CrcErrors;
+    uint32_t DisparityErrors;
+    uint32_t FrameLengthErrors;
+    uint32_t ResultCode;          /* 0; 40 parameter error; 41 loop down; 42 errors;
+                                     115 memory; 61 not supported */
+    char     Text[372];           /* explanation, empty on success */
+} DiagLoopbackResult;
+
+/* Outcome of a whole loopback test on one port. */
+struct VTAPI_DiagResult {
+    uint32_t DiagResult;          /* diagnostic result of the last run (0, 40, 61, 115) */
+    uint32_t RunsDone;
+    uint32_t RunsFailed;
+    uint32_t Aborted;             /* 1: stopped before its count (abort, Enter, signal) */
+    uint64_t IterationsDone;
+    uint32_t CrcErrors;           /* totals over the failed runs */
+    uint32_t DisparityErrors;
+    uint32_t FrameLengthErrors;
+    uint32_t Reserved;
+    DiagLoopbackResult LastRun;   /* the first failed run, else the last run */
+};
+
+/* Read/write buffer test: one entry per target. */
+typedef struct VTAPI_RWBufferTestResult {
+    uint8_t  TargetWWPN[8];
+    uint16_t LoopId;              /* the target's OS target number */
+    uint16_t Lun;                 /* LUN the buffer commands went to */
+    char     Status[32];          /* "Success", "Data Miscompare", "Failure", "Not present", ... */
+    uint32_t RunsDone;
+    uint32_t DataMiscompares;
+    uint32_t LinkFailureCount;    /* the target's link error status after the test */
+    uint32_t LossOfSyncCount;
+    uint32_t LossOfSignalCount;
+    uint32_t InvalidCRCCount;
+    char     Text[128];
+    struct VTAPI_RWBufferTestResult *next;
+} VTAPI_RWBufferTestResult;
+struct VTAPI_RWBufferTestResultList {
+    uint32_t Count;
+    VTAPI_RWBufferTestResult *First;
+    VTAPI_RWBufferTestResult *Last;
+};
+
+/* Link status: one entry for the adapter port ("Port") and one per target
+ * ("FCP Disk", "NVMe Disk"); counters in FC Read Link Error Status order. */
+#define VTAPI_LINKSTATUS_NOT_PRESENT  (-16)
+#define VTAPI_LINKSTATUS_QUERY_FAILED (-11)
+typedef struct LinkStatusEntry {
+    char     PortType[16];
+    uint8_t  PortName[8];         /* WWPN */
+    uint32_t LinkFailureCount;
+    uint32_t LossOfSyncCount;
+    uint32_t LossOfSignalCount;
+    uint32_t PrimitiveSeqProtocolErrorCount;
+    uint32_t InvalidTransmissionWordCount;
+    uint32_t InvalidCRCCount;
+    int32_t  Status;              /* 0, VTAPI_LINKSTATUS_NOT_PRESENT or _QUERY_FAILED */
+    char     StatusText[32];      /* "Device has been removed", "Get link stats failed" */
+    char     Text[128];
+    struct LinkStatusEntry *next;
+} LinkStatusEntry;
+struct VTAPI_LinkStatusResultList {
+    uint32_t Count;
+    LinkStatusEntry *First;
+    LinkStatusEntry *Last;
+};
+
+/* Statistics of a port at one poll: the errors, device errors and resets
+ * counters, a fourth counter kept but not shown, the I/O count, and the I/O
+ * and byte rates since the previous poll of the same port. */
+typedef struct HBAStatisticsSample {
+    int64_t  Errors;
+    int64_t  DeviceErrors;
+    int64_t  Resets;
+    int64_t  Interrupts;
+    int64_t  IoCount;
+    int64_t  IoPerSecond;
+    int64_t  BytesPerSecond;
+    char     TimeStamp[32];       /* "YYYY-MM-DD hh:mm:ss", local time */
+    uint32_t Status;              /* 0, or 8 when the adapter cannot be found */
+} HBAStatisticsSample;
+struct VTAPI_PortStatistics {
+    HBAStatisticsSample Sample;
+    SDStatistics Counters;        /* all counters as the port reports them */
+};
+
 /* Buffers of the features whose records are the device-management
  * library's own (dumps, transceiver data, FEC and credit settings, converged
  * adapter settings) are passed as bytes: `size` is in: the buffer's bytes,
@@ -278,7 +398,26 @@ struct VTAPI_FlashImageAdapters {
 
 
 /* Writes a flash image file into the card of the port.  gFlashUpdateInProgress
- * is 1 while it runs, so that VTAPI_DidConfigChange does not poll. */
+ * is 1 while it runs, so that VTAPI_DidConfigChange does not poll.
+ * The file (a multi-image file, bare or PLDM-wrapped, or a single boot-code
+ * file) is validated against the card as VTAPI_FCGetFlashImageVersion does;
+ * then the regions meant for the card (and the file's layout table) replace
+ * the flash's in one step, the VPD and NVRAM regions untouched.  options are
+ * reserved (0).
+ * Statuses of the update and region families: 201 written, the card runs it
+ * after a reboot (the ports report reboot-required, and the configuration-
+ * changed flag is set); 2 null argument; 3 no such file; 6 the card is not
+ * listed or its flash layout cannot be read; 13 the file cannot be read or
+ * does not fit the region; 25, 36, 113, 522 as for
+ * VTAPI_FCGetFlashImageVersion, 113 also when the file's regions do not fit
+ * the card's flash or the card has no such region; 29 a virtual port; 133
+ * firmware lockdown; 150 maintenance mode; a libvtsdm status (flash read or
+ * write failed) passed through, the flash unchanged.
+ * The region families: firmware table = firmware preload area (0x13), MPI
+ * configuration = 0x41, PEP configuration = PEP board configuration (0xCF),
+ * SerDes = PCIe SerDes table (0x102).  A save writes the whole region (its
+ * erased end included) to a new file put in place in one step; an update
+ * from such a file gives back the same region. */
 VTAPI_EXPORT uint32_t VTAPI_doOptionROMUpdate(const ProtocolEntry *port, const char *fileName, uint32_t options);
 VTAPI_EXPORT uint32_t VTAPI_UpdateAdapterFirmwareTableFromFile(const ProtocolEntry *port, const char *fileName);
 VTAPI_EXPORT uint32_t VTAPI_UpdateSpecificFlashRegionFromFile(const ProtocolEntry *port, const char *fileName,

@@ -8,7 +8,8 @@
  * Conventions
  *  - Every call returns a 32-bit status; SDERR_NONE (0) is success.  The
  *    exceptions are SDGetErrorString and SDGetVariableValue, which return
- *    their result directly.
+ *    their result directly.  No call lets a C++ exception out; one that runs
+ *    out of memory returns SDERR_OUT_OF_MEMORY.
  *  - A handle comes from SDOpenDevice and stays valid until SDCloseDevice.
  *  - World-wide names are 8 bytes, most significant byte first.
  *  - Where a caller passes a buffer with its size, a buffer that is too
@@ -59,6 +60,12 @@ SDM_EXPORT const char *SDGetErrorString(uint32_t status);
  * backend could be made (the reason went to standard error). */
 SDM_EXPORT uint32_t SDGetBackendName(char *buffer, uint32_t size);
 SDM_EXPORT uint32_t SDGetBackendDescription(char *buffer, uint32_t size);
+/* The oldest notice the library has for the caller's log (a damaged state
+ * file kept aside under a new name, a state file refused, ...), one line of
+ * text.  It is removed once it has been handed out; SDERR_NOT_FOUND when
+ * there is none, SDERR_BUFFER_TOO_SMALL (and it stays) when it does not
+ * fit.  Each notice also went to standard error when it arose. */
+SDM_EXPORT uint32_t SDGetBackendNotice(char *buffer, uint32_t size);
 
 /* Devices. SDOpenDevice returns SDERR_NO_SUCH_DEVICE past the last one. */
 SDM_EXPORT uint32_t SDOpenDevice(uint32_t instance, uint32_t *handle);
@@ -130,9 +137,28 @@ SDM_EXPORT uint32_t SDGetOptionRomEx(uint32_t handle, void *buffer, uint32_t siz
 SDM_EXPORT uint32_t SDUpdateOptionRomEx2(uint32_t handle, const void *buffer, uint32_t size,
                                          uint32_t region, uint32_t offset, uint32_t flags);
 
-/* Events.  Fills as many 16-byte records as bufferSize holds, in arrival
- * order, and stores in *count how many were queued; the queue is drained. */
+/* Flash update: replaces the contents of several regions at once, all or
+ * none.  Each region gets Size bytes of Data from its start; the rest of the
+ * region reads as erased flash (0xFF).  A region the flash does not have
+ * gives SDERR_NOT_FOUND, data larger than the region SDERR_INVALID_PARAMETER,
+ * a failing part SDERR_FLASH_WRITE_FAILED; in every such case nothing
+ * changes.  Once written, the ports of the card report
+ * SD_PORTFLAG_REBOOT_REQUIRED until the card restarts.  flags are reserved
+ * (0). */
+typedef struct SDRegionImage {
+    uint32_t    Region;  /* region type code */
+    uint32_t    Size;    /* bytes of Data */
+    const void *Data;
+} SDRegionImage;
+SDM_EXPORT uint32_t SDUpdateOptionRomRegions(uint32_t handle, const SDRegionImage *regions, uint32_t count,
+                                             uint32_t flags);
+
+/* Events.  Fills as many 16-byte records as bufferSize holds, oldest first,
+ * and takes them from the queue; the rest stay queued for the next call.
+ * *count is how many were queued before the call, so a count above what
+ * the buffer holds means more are waiting. */
 SDM_EXPORT uint32_t SDGetAen(uint32_t handle, void *buffer, uint32_t bufferSize, uint32_t *count);
+SDM_EXPORT uint32_t SDGetAenQueueStatus(uint32_t handle, SDAenQueueStatus *status);
 
 /* Statistics. */
 SDM_EXPORT uint32_t SDGetStatistics(uint32_t handle, SDStatistics *stats);
@@ -140,7 +166,13 @@ SDM_EXPORT uint32_t SDResetStatistics(uint32_t handle);
 SDM_EXPORT uint32_t SDGetPortStatisticsFC(uint32_t handle, const uint8_t *targetWWPN,
                                           SDLinkErrorStatus *status);
 
-/* Diagnostics. */
+/* Diagnostics.  A run that the port carries out returns SDERR_NONE with its
+ * outcome in result->TestStatus; a call error means the run did not take
+ * place (busy, no such device, not supported).  The calls return after the
+ * time the port needs for the frames.  SDDiagIO sends `count` times
+ * `increment` maximum-size I/Os through an external loopback; it answers a
+ * size the port cannot send with SDERR_DIAG_PARAMETER and a link that is
+ * down with SDERR_LOOP_DOWN. */
 SDM_EXPORT uint32_t SDRunDiagLoopbackEx(uint32_t handle, uint32_t option,
                                         const void *tx, void *rx, uint32_t dataSize,
                                         uint32_t iterations, SDDiagResult *result);

@@ -23,6 +23,7 @@ extern "C" {
 #define SDERR_INVALID_HANDLE       0x20000068u /* handle not open */
 #define SDERR_NOT_FOUND            0x20000069u /* no such target, LUN, region or vport */
 #define SDERR_IO_FAILED            0x2000006Au /* state store or host file error */
+#define SDERR_OUT_OF_MEMORY        0x2000006Cu /* an allocation failed; nothing changed */
 #define SDERR_NO_SUCH_DEVICE       0x2000006Du /* no further instance */
 #define SDERR_DEVICE_REMOVED       0x2000006Fu /* device removed */
 #define SDERR_DEVICE_UNAVAILABLE   0x20000071u /* temporarily unavailable, retry */
@@ -30,6 +31,10 @@ extern "C" {
 #define SDERR_LOOP_DOWN            0x20000075u /* link is down */
 #define SDERR_DATA_UNDERRUN        0x20000077u /* less data than requested; accepted */
 #define SDERR_SHORT_READ           0x20000078u /* flash region shorter than asked */
+/* Flash part errors: a read or write of a region failed; a failed write
+ * leaves the regions as they were. */
+#define SDERR_FLASH_READ_FAILED    0x2000007Bu
+#define SDERR_FLASH_WRITE_FAILED   0x2000007Cu
 
 /* ------------------------------------------------------------ constants */
 #define SD_INTERFACE_FC    1u
@@ -99,6 +104,12 @@ extern "C" {
 #define SD_AEN_DEVICE_UPDATE  6u
 #define SD_AEN_DPORT_DIAG     8u
 #define SD_AEN_FEC_ACTIVE     9u
+/* Payloads: SD_AEN_LINK_UP carries the speed code (SD_SPEED_*) in Payload[0];
+ * SD_AEN_DEVICE_UPDATE the target's port ID in Payload[0] and what happened
+ * to it in Payload[1]: */
+#define SD_AEN_DEVICE_LOGGED_IN  1u
+#define SD_AEN_DEVICE_LOGGED_OUT 2u
+#define SD_AEN_DEVICE_REMOVED    3u
 
 /* QoS types. */
 #define SD_QOS_RESERVED   0u
@@ -113,6 +124,14 @@ extern "C" {
 
 #define SD_SENSE_BUFFER_SIZE 80u
 #define SD_MAX_INSTANCES     31u
+
+/* Virtual ports.  A physical port carries at most the driver's MaxVports,
+ * and never more than SD_MAX_VPORTS_PER_PORT.  Each vPort keeps its instance
+ * number until it is deleted; the gap it leaves answers SDOpenDevice with
+ * SDERR_DEVICE_REMOVED and is given to the next vPort created.  Created
+ * vPorts may take numbers at or above SD_MAX_INSTANCES.  SDCreateVport on a
+ * port whose link is not up gives SDERR_LOOP_DOWN. */
+#define SD_MAX_VPORTS_PER_PORT 126u
 
 /* --------------------------------------------------------------- records */
 typedef struct SDChipProperty {
@@ -241,6 +260,16 @@ typedef struct SDAenRecord {
     uint32_t Payload[3];
 } SDAenRecord;
 
+/* A port's event queue (SDGetAenQueueStatus).  The queue holds Capacity
+ * events, as the adapter firmware does; a new event on a full queue drops
+ * the oldest and counts it in Dropped. */
+typedef struct SDAenQueueStatus {
+    uint32_t Queued;    /* events waiting for SDGetAen */
+    uint32_t Capacity;  /* most events the queue holds */
+    uint32_t Dropped;   /* events dropped so far (saturates) */
+    uint32_t Reserved[5];
+} SDAenQueueStatus;
+
 /* Option-ROM layout: a header of two words and Count descriptors. */
 typedef struct SDOptionRomRegion {
     uint32_t Region;    /* region type code */
@@ -260,12 +289,19 @@ typedef struct SDQoS {
     uint16_t QoSEnabled;
 } SDQoS;
 
+/* Test status of a diagnostic run (SDDiagResult.TestStatus). */
+#define SD_DIAG_STATUS_PASSED      1u /* data came back intact */
+#define SD_DIAG_STATUS_PARAM_ERROR 2u /* option or size the port cannot run */
+#define SD_DIAG_STATUS_LOOP_DOWN   3u /* the link is down (external loopback, echo) */
+#define SD_DIAG_STATUS_ERRORS      4u /* frames had errors: see the three counts */
+
 typedef struct SDDiagResult {
     uint32_t CrcErrors;
     uint32_t DisparityErrors;
     uint32_t FrameLengthErrors;
     uint32_t IterationsDone;
-    uint32_t Reserved[4];
+    uint32_t TestStatus;        /* SD_DIAG_STATUS_* */
+    uint32_t Reserved[3];
 } SDDiagResult;
 
 #ifdef __cplusplus

@@ -22,13 +22,16 @@ for target in build-fuzz/fuzz/*_fuzz; do
   work=$(mktemp -d)
   trap 'rm -rf "$work"' EXIT
   args=("$work")
+  # Host files are larger than the other inputs: the stock ones are up to 8 KB.
+  max_len=4096
+  [[ $name == host_fuzz ]] && max_len=16384
   [[ -d $inputs ]] && args+=("$inputs")
   echo "== $name (${seconds}s, at most $runs runs)"
   # New inputs go to the scratch directory; the committed inputs stay as they are.
   # The fuzzer's progress goes to a log; its end is shown on a failure.
   log=build-fuzz/$name.log
   if ASAN_OPTIONS=detect_leaks=1:abort_on_error=1 UBSAN_OPTIONS=print_stacktrace=1:halt_on_error=1 \
-       "$target" -max_total_time="$seconds" -runs="$runs" -max_len=4096 \
+       "$target" -max_total_time="$seconds" -runs="$runs" -max_len="$max_len" \
        -artifact_prefix="build-fuzz/$name-" "${args[@]}" >"$log" 2>&1; then
     grep -E '^Done [0-9]+ runs' "$log" || tail -n 1 "$log"
   else

@@ -27,4 +27,5 @@ unshare --ipc ctest --test-dir build --output-on-failure -j "$(nproc)" || status
 echo "== tests (ASan+UBSan build)"
 ASAN_OPTIONS=detect_leaks=1:abort_on_error=1 UBSAN_OPTIONS=print_stacktrace=1:halt_on_error=1 \
   unshare --ipc ctest --test-dir build-asan --output-on-failure -j "$(nproc)" || status=1
+./scripts/tsan.sh || status=1  # the threaded paths under ThreadSanitizer
 exit $status

@@ -45,7 +45,19 @@ struct LoopbackRequest {
     uint32_t size = 0;
     uint32_t iterations = 0;
     bool maxIo = false;       // SDDiagIO: external loopback of maximum-size I/O
+    uint32_t increment = 1;   // SDDiagIO: I/Os per count
+    // Out: how long the port is busy with the frames.  The caller waits that
+    // long after it has let go of the backend, so that tests on several
+    // ports run side by side as they do on real adapters.
+    uint64_t *busyNs = nullptr;
 };
+
+// Events a port's queue holds, as adapter firmware does; past it the oldest
+// are dropped and counted.
+constexpr size_t kEventQueueDepth = 256;
+
+// Waits out the time a port was busy with a diagnostic (LoopbackRequest).
+void WaitWhilePortBusy(uint64_t ns);
 
 class Backend {
 public:
@@ -77,8 +89,17 @@ public:
     virtual uint32_t flashLayout(PortKey key, std::vector<SDOptionRomRegion> &regions, uint32_t &flashSize);
     virtual uint32_t readRegion(PortKey key, uint32_t region, std::vector<uint8_t> &bytes);
     virtual uint32_t writeRegion(PortKey key, uint32_t region, uint32_t offset, const std::vector<uint8_t> &data);
+    // Replaces the contents of several regions, all or none (SDUpdateOptionRomRegions).
+    struct RegionImage {
+        uint32_t region = 0;
+        std::vector<uint8_t> bytes;
+    };
+    virtual uint32_t writeRegions(PortKey key, const std::vector<RegionImage> &regions);
 
-    virtual uint32_t takeEvents(PortKey key, std::vector<SDAenRecord> &events);
+    // Hands out at most `room` of the oldest queued events and leaves the
+    // rest queued; `queued` is how many were waiting before the call.
+    virtual uint32_t takeEvents(PortKey key, uint32_t room, std::vector<SDAenRecord> &events, uint32_t &queued);
+    virtual uint32_t eventQueue(PortKey key, SDAenQueueStatus &out);
     virtual uint32_t statistics(PortKey key, SDStatistics &out);
     virtual uint32_t resetStatistics(PortKey key);
     virtual uint32_t remoteLinkStatus(PortKey key, uint64_t target, SDLinkErrorStatus &out);
@@ -123,6 +144,19 @@ struct BackendAccess {
 BackendAccess AcquireBackend();
 std::string BackendError();
 void UnloadBackend();
+
+// Something the calling program's log should hear of (a state file kept
+// aside, a file refused): printed on standard error at once and kept, the
+// last kMaxNotices of them, until SDGetBackendNotice hands it out: the
+// oldest is looked at, then dropped once the caller has it.
+constexpr size_t kMaxNotices = 32;
+void Notice(const std::string &text);
+bool OldestNotice(std::string &text);
+void DropNotice(const std::string &text);
+
+// Reads a whole file; false when it cannot be opened or read.  Unlike a
+// stream it lets an allocation failure through.
+bool ReadTextFile(const std::string &path, std::string &text);
 
 // The directory above the lib64/ (or bin/) that holds this code.
 std::string InstallationDir();

@@ -5,10 +5,10 @@
 
 #include <cctype>
 #include <cstdio>
+#include <algorithm>
 #include <filesystem>
-#include <fstream>
 #include <memory>
-#include <sstream>
+#include <new>
 
 #include "backend.h"
 #include "linux/linux_backend.h"
@@ -39,9 +39,12 @@ std::string InstallationDir() {
 }
 
 std::string ConfiguredBackend(const std::string &text) {
-    std::istringstream in(text);
-    std::string line, value;
-    while (std::getline(in, line)) {
+    std::string value;
+    // Not through a stream: a stream would swallow an allocation failure.
+    for (size_t at = 0; at < text.size();) {
+        const size_t end = std::min(text.find('\n', at), text.size());
+        std::string line = text.substr(at, end - at);
+        at = end + 1;
         if (auto hash = line.find('#'); hash != std::string::npos) line.erase(hash);
         auto eq = line.find('=');
         if (eq == std::string::npos) continue;
@@ -92,11 +95,8 @@ BackendChoice ChooseBackend() {
             choice.warning = std::string("VTSDM_BACKEND=") + env + " is not sim, linux or auto; ignored";
     }
     const std::string conf = InstallationDir() + "/data/vtsdm.conf";
-    std::ifstream in(conf);
-    if (in) {
-        std::stringstream text;
-        text << in.rdbuf();
-        const std::string name = ConfiguredBackend(text.str());
+    if (std::string text; ReadTextFile(conf, text)) {
+        const std::string name = ConfiguredBackend(text);
         if (KindFromName(name, choice.kind)) {
             choice.reason = "vtsdm.conf";
             return choice;
@@ -171,6 +171,8 @@ BackendAccess AcquireBackend() {
         if (!choice.warning.empty()) fprintf(stderr, "vtsdm: %s\n", choice.warning.c_str());
         try {
             g_backend = MakeBackend(choice.kind);
+        } catch (const std::bad_alloc &) {
+            throw;  // the call fails; the next one tries again
         } catch (const std::exception &e) {
             g_error = e.what();
         }

@@ -6,12 +6,15 @@
 namespace vtsdm {
 
 std::optional<uint64_t> ParseWwn(const std::string &text) {
+    // 16 hex digits, either plain or as 8 pairs with one separator (':' or
+    // '-', the same throughout) between each pair and the next.
+    const bool separated = text.size() == 23;
+    if (!separated && text.size() != 16) return std::nullopt;
     uint64_t v = 0;
-    int digits = 0;
     for (size_t i = 0; i < text.size(); ++i) {
-        char c = text[i];
-        if (c == ':' || c == '-') {
-            if (digits % 2 != 0 || i == 0 || i + 1 == text.size()) return std::nullopt;
+        const char c = text[i];
+        if (separated && i % 3 == 2) {
+            if ((c != ':' && c != '-') || c != text[2]) return std::nullopt;
             continue;
         }
         int d;
@@ -19,10 +22,8 @@ std::optional<uint64_t> ParseWwn(const std::string &text) {
         else if (c >= 'a' && c <= 'f') d = c - 'a' + 10;
         else if (c >= 'A' && c <= 'F') d = c - 'A' + 10;
         else return std::nullopt;
-        if (++digits > 16) return std::nullopt;
         v = (v << 4) | uint64_t(d);
     }
-    if (digits != 16) return std::nullopt;
     return v;
 }
 

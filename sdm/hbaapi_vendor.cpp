@@ -377,39 +377,49 @@ HBA_STATUS WithAdapter(HBA_HANDLE h, Fn &&fn) {
 }
 
 // ------------------------------------------------------------ entry points
+// Each ends in a handler: no exception (an allocation that failed) crosses
+// into libHBAAPI and its caller; the call fails with its failure value.
 
 HBA_UINT32 GetVersion() { return HBA_LIBVERSION; }
 
-HBA_STATUS LoadLibrary() {
+HBA_STATUS LoadLibrary() try {
     Library &lib = Lib();
     std::lock_guard lock(lib.mu);
     lib.Load();
     return HBA_STATUS_OK;
+} catch (...) {
+    return HBA_STATUS_ERROR;
 }
 
-HBA_STATUS FreeLibrary() {
+HBA_STATUS FreeLibrary() try {
     Library &lib = Lib();
     std::lock_guard lock(lib.mu);
     lib.Free();
     return HBA_STATUS_OK;
+} catch (...) {
+    return HBA_STATUS_ERROR;
 }
 
-HBA_UINT32 GetNumberOfAdapters() {
+HBA_UINT32 GetNumberOfAdapters() try {
     Library &lib = Lib();
     std::lock_guard lock(lib.mu);
     return HBA_UINT32(lib.cards().size());
+} catch (...) {
+    return 0;
 }
 
-HBA_STATUS GetAdapterName(HBA_UINT32 index, char *name) {
+HBA_STATUS GetAdapterName(HBA_UINT32 index, char *name) try {
     if (name == nullptr) return HBA_STATUS_ERROR_ARG;
     Library &lib = Lib();
     std::lock_guard lock(lib.mu);
     if (index >= lib.cards().size()) return HBA_STATUS_ERROR_ILLEGAL_INDEX;
     snprintf(name, 256, "%s%u", kAdapterPrefix, index);
     return HBA_STATUS_OK;
+} catch (...) {
+    return HBA_STATUS_ERROR;
 }
 
-HBA_HANDLE OpenAdapterByName(char *name) {
+HBA_HANDLE OpenAdapterByName(char *name) try {
     if (name == nullptr || strncmp(name, kAdapterPrefix, sizeof kAdapterPrefix - 1) != 0)
         return HBA_HANDLE_INVALID;
     const char *digits = name + sizeof kAdapterPrefix - 1;
@@ -421,10 +431,12 @@ HBA_HANDLE OpenAdapterByName(char *name) {
     if (index >= lib.cards().size()) return HBA_HANDLE_INVALID;
     auto a = OpenCard(lib.cards()[index]);
     return a ? lib.Add(std::move(*a)) : HBA_HANDLE_INVALID;
+} catch (...) {
+    return HBA_HANDLE_INVALID;
 }
 
 // The adapter whose node WWN or one of whose port WWNs is wwn.
-HBA_STATUS OpenAdapterByWWN(HBA_HANDLE *handle, HBA_WWN wwn) {
+HBA_STATUS OpenAdapterByWWN(HBA_HANDLE *handle, HBA_WWN wwn) try {
     if (handle == nullptr) return HBA_STATUS_ERROR_ARG;
     *handle = HBA_HANDLE_INVALID;
     Library &lib = Lib();
@@ -443,15 +455,18 @@ HBA_STATUS OpenAdapterByWWN(HBA_HANDLE *handle, HBA_WWN wwn) {
     if (!a) return HBA_STATUS_ERROR_UNAVAILABLE;
     *handle = lib.Add(std::move(*a));
     return *handle == HBA_HANDLE_INVALID ? HBA_STATUS_ERROR : HBA_STATUS_OK;
+} catch (...) {
+    return HBA_STATUS_ERROR;
 }
 
-void CloseAdapter(HBA_HANDLE h) {
+void CloseAdapter(HBA_HANDLE h) try {
     Library &lib = Lib();
     std::lock_guard lock(lib.mu);
     lib.Remove(h);
+} catch (...) {
 }
 
-HBA_STATUS GetAdapterAttributes(HBA_HANDLE h, HBA_ADAPTERATTRIBUTES *attr) {
+HBA_STATUS GetAdapterAttributes(HBA_HANDLE h, HBA_ADAPTERATTRIBUTES *attr) try {
     if (attr == nullptr) return HBA_STATUS_ERROR_ARG;
     return WithAdapter(h, [&](OpenAdapter &a) -> HBA_STATUS {
         if (a.ports.empty()) return HBA_STATUS_ERROR_UNAVAILABLE;
@@ -480,17 +495,21 @@ HBA_STATUS GetAdapterAttributes(HBA_HANDLE h, HBA_ADAPTERATTRIBUTES *attr) {
         r.NumberOfPorts = HBA_UINT32(a.ports.size());
         return HBA_STATUS_OK;
     });
+} catch (...) {
+    return HBA_STATUS_ERROR;
 }
 
-HBA_STATUS GetAdapterPortAttributes(HBA_HANDLE h, HBA_UINT32 index, HBA_PORTATTRIBUTES *attr) {
+HBA_STATUS GetAdapterPortAttributes(HBA_HANDLE h, HBA_UINT32 index, HBA_PORTATTRIBUTES *attr) try {
     if (attr == nullptr) return HBA_STATUS_ERROR_ARG;
     return WithAdapter(h, [&](OpenAdapter &a) {
         if (index >= a.ports.size()) return HBA_STATUS(HBA_STATUS_ERROR_ILLEGAL_INDEX);
         return LocalPortAttributes(a.ports[index].handle(), *attr);
     });
+} catch (...) {
+    return HBA_STATUS_ERROR;
 }
 
-HBA_STATUS GetPortStatistics(HBA_HANDLE h, HBA_UINT32 index, HBA_PORTSTATISTICS *stats) {
+HBA_STATUS GetPortStatistics(HBA_HANDLE h, HBA_UINT32 index, HBA_PORTSTATISTICS *stats) try {
     if (stats == nullptr) return HBA_STATUS_ERROR_ARG;
     return WithAdapter(h, [&](OpenAdapter &a) -> HBA_STATUS {
         if (index >= a.ports.size()) return HBA_STATUS_ERROR_ILLEGAL_INDEX;
@@ -515,16 +534,19 @@ HBA_STATUS GetPortStatistics(HBA_HANDLE h, HBA_UINT32 index, HBA_PORTSTATISTICS 
         r.InvalidCRCCount = s.InvalidCRCCount;
         return HBA_STATUS_OK;
     });
+} catch (...) {
+    return HBA_STATUS_ERROR;
 }
 
-void ResetStatistics(HBA_HANDLE h, HBA_UINT32 index) {
+void ResetStatistics(HBA_HANDLE h, HBA_UINT32 index) try {
     WithAdapter(h, [&](OpenAdapter &a) {
         if (index >= a.ports.size()) return HBA_STATUS(HBA_STATUS_ERROR_ILLEGAL_INDEX);
         return MapStatus(SDResetStatistics(a.ports[index].handle()));
     });
+} catch (...) {
 }
 
-HBA_STATUS GetDiscoveredPortAttributes(HBA_HANDLE h, HBA_UINT32 index, HBA_UINT32 disc, HBA_PORTATTRIBUTES *attr) {
+HBA_STATUS GetDiscoveredPortAttributes(HBA_HANDLE h, HBA_UINT32 index, HBA_UINT32 disc, HBA_PORTATTRIBUTES *attr) try {
     if (attr == nullptr) return HBA_STATUS_ERROR_ARG;
     return WithAdapter(h, [&](OpenAdapter &a) -> HBA_STATUS {
         if (index >= a.ports.size()) return HBA_STATUS_ERROR_ILLEGAL_INDEX;
@@ -538,10 +560,12 @@ HBA_STATUS GetDiscoveredPortAttributes(HBA_HANDLE h, HBA_UINT32 index, HBA_UINT3
         RemotePortAttributes(targets[disc], local, *attr);
         return HBA_STATUS_OK;
     });
+} catch (...) {
+    return HBA_STATUS_ERROR;
 }
 
 // A port of this adapter or a remote port one of them discovered.
-HBA_STATUS GetPortAttributesByWWN(HBA_HANDLE h, HBA_WWN wwn, HBA_PORTATTRIBUTES *attr) {
+HBA_STATUS GetPortAttributesByWWN(HBA_HANDLE h, HBA_WWN wwn, HBA_PORTATTRIBUTES *attr) try {
     if (attr == nullptr) return HBA_STATUS_ERROR_ARG;
     return WithAdapter(h, [&](OpenAdapter &a) -> HBA_STATUS {
         for (const SdDevice &dev : a.ports) {
@@ -559,10 +583,12 @@ HBA_STATUS GetPortAttributesByWWN(HBA_HANDLE h, HBA_WWN wwn, HBA_PORTATTRIBUTES 
         }
         return HBA_STATUS_ERROR_ILLEGAL_WWN;
     });
+} catch (...) {
+    return HBA_STATUS_ERROR;
 }
 
 // Reopens the adapter's ports, which may have moved to other instances.
-void RefreshInformation(HBA_HANDLE h) {
+void RefreshInformation(HBA_HANDLE h) try {
     Library &lib = Lib();
     std::lock_guard lock(lib.mu);
     OpenAdapter *a = lib.Find(h);
@@ -572,17 +598,19 @@ void RefreshInformation(HBA_HANDLE h) {
         if (auto fresh = OpenCard(c)) *a = std::move(*fresh);
         return;
     }
+} catch (...) {
 }
 
-void RefreshAdapterConfiguration() {
+void RefreshAdapterConfiguration() try {
     Library &lib = Lib();
     std::lock_guard lock(lib.mu);
     lib.RefreshConfiguration();
+} catch (...) {
 }
 
 // Read Link Error Status: the LS_ACC payload, big-endian words.  The local
 // port's own WWPN as destination gives its own link error counters.
-HBA_STATUS SendRLS(HBA_HANDLE h, HBA_WWN portWwn, HBA_WWN destWwn, void *rsp, HBA_UINT32 *rspSize) {
+HBA_STATUS SendRLS(HBA_HANDLE h, HBA_WWN portWwn, HBA_WWN destWwn, void *rsp, HBA_UINT32 *rspSize) try {
     if (rsp == nullptr || rspSize == nullptr) return HBA_STATUS_ERROR_ARG;
     return WithAdapter(h, [&](OpenAdapter &a) -> HBA_STATUS {
         for (const SdDevice &dev : a.ports) {
@@ -621,9 +649,11 @@ HBA_STATUS SendRLS(HBA_HANDLE h, HBA_WWN portWwn, HBA_WWN destWwn, void *rsp, HB
         }
         return HBA_STATUS_ERROR_ILLEGAL_WWN;
     });
+} catch (...) {
+    return HBA_STATUS_ERROR;
 }
 
-HBA_UINT32 GetVendorLibraryAttributes(HBA_LIBRARYATTRIBUTES *attr) {
+HBA_UINT32 GetVendorLibraryAttributes(HBA_LIBRARYATTRIBUTES *attr) try {
     if (attr != nullptr) {
         *attr = HBA_LIBRARYATTRIBUTES{};
         Dl_info info{};
@@ -633,6 +663,8 @@ HBA_UINT32 GetVendorLibraryAttributes(HBA_LIBRARYATTRIBUTES *attr) {
         char version[64] = {};
         if (SDGetVersion(version, sizeof version) == SDERR_NONE) CopyText(attr->VVersion, version);
     }
+    return HBA_LIBVERSION;
+} catch (...) {
     return HBA_LIBVERSION;
 }
 

@@ -169,7 +169,7 @@ TEST_F(FlashApi, ComponentVersionsFromTheCardsFlash) {
     ASSERT_EQ(VTAPI_GetFlashComponentVersion(card, 0x01, text, 3), VTAPI_SUCCESS);
     EXPECT_STREQ(text, "9.");
     // Not in this card's flash; in it, but with no version to give.
-    EXPECT_EQ(VTAPI_GetFlashComponentVersion(card, 0xD3, text, sizeof text), VTAPI_FUNCTION_NOT_APPLICABLE);
+    EXPECT_EQ(VTAPI_GetFlashComponentVersion(card, 0xE1, text, sizeof text), VTAPI_FUNCTION_NOT_APPLICABLE);
     EXPECT_EQ(VTAPI_GetFlashComponentVersion(card, 334, text, sizeof text), VTAPI_FUNCTION_NOT_APPLICABLE);
 
     // A region without a header of its own takes the version of its entry in
@@ -214,14 +214,15 @@ TEST_F(FlashApi, AnalysisAgainstTheSimulatedFlashLayout) {
 
     // Firmware larger than the card's firmware region, and a region the
     // card's flash does not have.
-    fitting.components[1].payload = img::BuildRiscFirmware({9, 14, 2}, 64, 16 * 1024 + 512);
+    fitting.components[1].payload = img::BuildRiscFirmware({9, 14, 2}, 64, 256 * 1024 + 512);
     Bytes larger = img::BuildMultiImage(fitting);
     ClearCapture();
     EXPECT_EQ(AnalyzeFlashImageFile(card, Write("big.bin", larger).c_str(), Size(larger)), FLASH_ST_INCOMPATIBLE);
-    EXPECT_TRUE(Logged("ReadFlashImageILT: region 0x1 holds 16384 bytes, the image has 16896"));
-    const Bytes full = Sample(ImageFamily::kKite, kKiteCard);
+    EXPECT_TRUE(Logged("ReadFlashImageILT: region 0x1 holds 262144 bytes, the image has 262656"));
+    img::MultiImageSpec foreign = img::SampleImage(ImageFamily::kWren, kKiteCard);
+    const Bytes full = img::BuildMultiImage(foreign);
     ClearCapture();
     EXPECT_EQ(AnalyzeFlashImageFile(card, Write("full.bin", full).c_str(), Size(full)), FLASH_ST_INCOMPATIBLE);
-    EXPECT_TRUE(Logged("ReadFlashImageILT: region 0x9e is not in the adapter's flash"));
+    EXPECT_TRUE(Logged("ReadFlashImageILT: region 0xe1 is not in the adapter's flash"));
     EXPECT_TRUE(Printed("is incompatible with HBA "));
 }

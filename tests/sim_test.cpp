@@ -470,11 +470,15 @@ TEST_F(SimTest, DiagnosticsAndRemoteLinkStatus) {
     SDDiagResult r;
     ASSERT_EQ(SDRunDiagLoopbackEx(h, SD_LOOPBACK_EXTERNAL, tx.data(), rx.data(), 2048, 10, &r), SDERR_NONE);
     EXPECT_EQ(rx, tx);
-    EXPECT_EQ(SDRunDiagLoopbackEx(h, 0x1234, tx.data(), rx.data(), 2048, 10, &r), SDERR_DIAG_PARAMETER);
+    EXPECT_EQ(r.TestStatus, SD_DIAG_STATUS_PASSED);
+    ASSERT_EQ(SDRunDiagLoopbackEx(h, 0x1234, tx.data(), rx.data(), 2048, 10, &r), SDERR_NONE);
+    EXPECT_EQ(r.TestStatus, SD_DIAG_STATUS_PARAM_ERROR);
     EXPECT_EQ(SDDiagIO(h, tx.data(), rx.data(), 70000, 10, 1, &r), SDERR_DIAG_PARAMETER);
     ASSERT_EQ(SimTool({"link", "0", "linkdown"})[0], "0");
-    EXPECT_EQ(SDRunDiagLoopbackEx(h, SD_LOOPBACK_EXTERNAL, tx.data(), rx.data(), 64, 1, &r), SDERR_LOOP_DOWN);
+    ASSERT_EQ(SDRunDiagLoopbackEx(h, SD_LOOPBACK_EXTERNAL, tx.data(), rx.data(), 64, 1, &r), SDERR_NONE);
+    EXPECT_EQ(r.TestStatus, SD_DIAG_STATUS_LOOP_DOWN);
     EXPECT_EQ(SDRunDiagLoopbackEx(h, SD_LOOPBACK_INTERNAL_1BIT, tx.data(), rx.data(), 64, 1, &r), SDERR_NONE);
+    EXPECT_EQ(r.TestStatus, SD_DIAG_STATUS_PASSED);
     SDLinkErrorStatus ls;
     EXPECT_EQ(SDGetPortStatisticsFC(h, target1_, &ls), SDERR_LOOP_DOWN);
     ASSERT_EQ(SimTool({"link", "0", "online"})[0], "0");

@@ -102,6 +102,25 @@ TEST_F(Events, AHundredEventsAreCutToSixtyFour) {
     EXPECT_EQ(g_LastEvent, 1u);
 }
 
+TEST_F(Events, EventsPastSixtyFourWaitForTheNextPoll) {
+    // 100 loop initializations, then the link goes down: the first poll
+    // handles 64, the second the other 36 and the link-down, which asks for
+    // a rebuild.
+    std::vector<std::string> args = {"event", "0"};
+    for (int i = 0; i < 100; ++i) args.push_back("lip");
+    args.push_back("linkdown");
+    Sim(args);
+    EXPECT_EQ(VTAPI_DidConfigChange(), 0u);
+    EXPECT_EQ(VTAPI_DidConfigChange(), 1u);
+    // The event's notification, then the port-state poll's: the port itself
+    // is still online.
+    ASSERT_EQ(g_calls.size(), 3u);
+    EXPECT_EQ(g_calls[1].status & 0x1001u, 0x1001u);
+    EXPECT_EQ(g_calls[2].status & 0x1001u, 0u);
+    EXPECT_NE(Log().find("CoreHandleAEN: Device [0] has (37) events"), std::string::npos);
+    EXPECT_EQ(g_LastEvent, 3u);
+}
+
 TEST_F(Events, EventTableAndUnknownCodes) {
     Sim({"event", "2", "scr", "fec", "7"});
     EXPECT_EQ(VTAPI_DidConfigChange(), 1u);  // SCR update asks for a rebuild

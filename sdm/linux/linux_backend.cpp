@@ -595,10 +595,11 @@ uint32_t LinuxBackend::resetStatistics(PortKey key) {
 
 // ---------------------------------------------------------------- events
 
-uint32_t LinuxBackend::takeEvents(PortKey key, std::vector<SDAenRecord> &events) {
+uint32_t LinuxBackend::takeEvents(PortKey key, uint32_t room, std::vector<SDAenRecord> &events, uint32_t &queued) {
     FcHostPort *h = find(key);
     if (!h) return SDERR_DEVICE_REMOVED;
     events.clear();
+    queued = 0;
     // The kernel's own events where they can be had; a private tree is not
     // the running system, so there the state is compared instead.
     if (!eventsTried_) {
@@ -611,14 +612,25 @@ uint32_t LinuxBackend::takeEvents(PortKey key, std::vector<SDAenRecord> &events)
     }
     if (events_) {
         for (const FcHostEvent &e : events_->drain())
-            if (uint32_t code = AenCodeOf(e.code)) pendingEvents_[e.hostNo].push_back(code);
+            if (uint32_t code = AenCodeOf(e.code)) {
+                auto &q = pendingEvents_[e.hostNo];
+                if (q.size() >= kEventQueueDepth) {  // full, as firmware's would be: the oldest goes
+                    q.erase(q.begin());
+                    ++droppedEvents_[e.hostNo];
+                }
+                q.push_back(code);
+            }
         auto it = pendingEvents_.find(h->hostNo);
         if (it != pendingEvents_.end()) {
-            for (uint32_t code : it->second) events.push_back({code, {0, 0, 0}});
-            pendingEvents_.erase(it);
+            queued = uint32_t(it->second.size());
+            const size_t n = std::min<size_t>(room, it->second.size());
+            for (size_t i = 0; i < n; ++i) events.push_back({it->second[i], {0, 0, 0}});
+            it->second.erase(it->second.begin(), it->second.begin() + ptrdiff_t(n));
+            if (it->second.empty()) pendingEvents_.erase(it);
         }
         return SDERR_NONE;
     }
+    if (room == 0) return SDERR_NONE;  // a change seen now would have nowhere to go
     const uint16_t now = currentState(*h);
     auto [it, first] = lastState_.emplace(h->wwpn, now);
     if (!first && it->second != now) {
@@ -626,6 +638,18 @@ uint32_t LinuxBackend::takeEvents(PortKey key, std::vector<SDAenRecord> &events)
         if (wasUp != isUp) events.push_back({isUp ? SD_AEN_LINK_UP : SD_AEN_LINK_DOWN, {0, 0, 0}});
         it->second = now;
     }
+    queued = uint32_t(events.size());
+    return SDERR_NONE;
+}
+
+uint32_t LinuxBackend::eventQueue(PortKey key, SDAenQueueStatus &out) {
+    FcHostPort *h = find(key);
+    if (!h) return SDERR_DEVICE_REMOVED;
+    out = SDAenQueueStatus{};
+    out.Capacity = uint32_t(kEventQueueDepth);
+    if (auto it = pendingEvents_.find(h->hostNo); it != pendingEvents_.end()) out.Queued = uint32_t(it->second.size());
+    if (auto it = droppedEvents_.find(h->hostNo); it != droppedEvents_.end())
+        out.Dropped = uint32_t(std::min<uint64_t>(it->second, UINT32_MAX));
     return SDERR_NONE;
 }
 

@@ -75,7 +75,8 @@ public:
     uint32_t scsi(PortKey key, const ScsiRequest &request, ScsiReply &reply) override;
     uint32_t lunOsName(PortKey key, uint64_t target, uint16_t lun, std::string &name) override;
     uint32_t vpd(PortKey key, std::vector<uint8_t> &out) override;
-    uint32_t takeEvents(PortKey key, std::vector<SDAenRecord> &events) override;
+    uint32_t takeEvents(PortKey key, uint32_t room, std::vector<SDAenRecord> &events, uint32_t &queued) override;
+    uint32_t eventQueue(PortKey key, SDAenQueueStatus &out) override;
     uint32_t statistics(PortKey key, SDStatistics &out) override;
     uint32_t resetStatistics(PortKey key) override;
     uint32_t createVport(PortKey key, uint64_t wwnn, uint64_t wwpn, uint16_t &vportId) override;
@@ -109,6 +110,7 @@ private:
     std::unique_ptr<FcEventSocket> events_;
     bool eventsTried_ = false;
     std::map<uint32_t, std::vector<uint32_t>> pendingEvents_;  // by host number: AEN codes
+    std::map<uint32_t, uint64_t> droppedEvents_;              // by host number
     std::function<void(const std::string &)> hook_;
 };
 

@@ -2,21 +2,30 @@
 // naming the file and the field.
 #include "host.h"
 
-#include <fstream>
+#include <algorithm>
+#include <numeric>
 #include <set>
-#include <sstream>
+#include <unordered_map>
 
 #include <nlohmann/json.hpp>
 
+#include "backend.h"
 #include "idtable.h"
+#include "json_teardown.h"
 
 namespace vtsdm {
 
 using nlohmann::json;
 
 std::optional<Lun> Target::findLun(uint16_t number) const {
-    for (const Lun &l : luns)
-        if (l.number == number) return l;
+    if (lunOrder.size() == luns.size()) {
+        auto it = std::lower_bound(lunOrder.begin(), lunOrder.end(), number,
+                                   [&](uint32_t i, uint16_t n) { return luns[i].number < n; });
+        if (it != lunOrder.end() && luns[*it].number == number) return luns[*it];
+    } else {
+        for (const Lun &l : luns)
+            if (l.number == number) return l;
+    }
     if (range && number >= range->start && uint32_t(number - range->start) < range->count) {
         Lun l = range->model;
         l.number = number;
@@ -27,6 +36,27 @@ std::optional<Lun> Target::findLun(uint16_t number) const {
 }
 
 namespace {
+
+// Fields of one or two hex digits separated by colons, as in "01:0a:00";
+// nothing else (no sign, no blanks, no "0x").
+std::optional<std::vector<uint8_t>> HexFields(const std::string &s, size_t count) {
+    std::vector<uint8_t> out;
+    size_t i = 0;
+    while (out.size() < count) {
+        unsigned v = 0;
+        size_t digits = 0;
+        for (; i < s.size() && digits < 3 && isxdigit(static_cast<unsigned char>(s[i])); ++i, ++digits)
+            v = v * 16 + unsigned(isdigit(static_cast<unsigned char>(s[i])) ? s[i] - '0' : (s[i] | 0x20) - 'a' + 10);
+        if (digits == 0 || digits > 2) return std::nullopt;
+        out.push_back(uint8_t(v));
+        if (out.size() < count) {
+            if (i >= s.size() || s[i] != ':') return std::nullopt;
+            ++i;
+        }
+    }
+    if (i != s.size()) return std::nullopt;
+    return out;
+}
 
 // Walks a JSON object, remembering where it is for error messages.
 class Node {
@@ -124,12 +154,9 @@ public:
     uint32_t portId(const char *key) const {
         if (!has(key)) return 0;
         Node c = child(key);
-        std::string s = c.j_.is_string() ? c.j_.get<std::string>() : std::string();
-        unsigned a, b, d;
-        char tail;
-        if (sscanf(s.c_str(), "%2x:%2x:%2x%c", &a, &b, &d, &tail) != 3)
-            c.fail("expected a port ID like \"01:0a:00\"");
-        return (a << 16) | (b << 8) | d;
+        auto f = HexFields(c.j_.is_string() ? c.j_.get<std::string>() : std::string(), 3);
+        if (!f) c.fail("expected a port ID like \"01:0a:00\"");
+        return (uint32_t((*f)[0]) << 16) | (uint32_t((*f)[1]) << 8) | (*f)[2];
     }
 
 private:
@@ -191,7 +218,9 @@ Lun ParseLun(const Node &n, const Lun &base, bool requireNumber) {
 }
 
 void ParseLuns(const Node &n, Target &t) {
-    for (const Node &ln : n.array("luns"))
+    const std::vector<Node> nodes = n.array("luns");
+    t.luns.reserve(nodes.size());
+    for (const Node &ln : nodes)
         t.luns.push_back(ParseLun(ln, Lun{}, true));
     if (n.has("lun_range")) {
         Node r = n.child("lun_range");
@@ -204,9 +233,15 @@ void ParseLuns(const Node &n, Target &t) {
             r.fail("LUN numbers run past 16383");
         t.range = std::move(range);
     }
-    std::set<uint16_t> seen;
-    for (const Lun &l : t.luns) {
-        if (!seen.insert(l.number).second)
+    // The LUNs by number: lookups search it, and a LUN listed twice sits
+    // next to its twin.
+    t.lunOrder.resize(t.luns.size());
+    std::iota(t.lunOrder.begin(), t.lunOrder.end(), 0u);
+    std::stable_sort(t.lunOrder.begin(), t.lunOrder.end(),
+                     [&](uint32_t a, uint32_t b) { return t.luns[a].number < t.luns[b].number; });
+    for (size_t i = 0; i < t.lunOrder.size(); ++i) {
+        const Lun &l = t.luns[t.lunOrder[i]];
+        if (i && t.luns[t.lunOrder[i - 1]].number == l.number)
             n.child("luns").fail("LUN " + std::to_string(l.number) + " is listed twice");
         if (t.range && l.number >= t.range->start && l.number - t.range->start < int(t.range->count))
             n.child("luns").fail("LUN " + std::to_string(l.number) + " is also in lun_range");
@@ -260,6 +295,15 @@ Target ParseTarget(const Node &n) {
 
 // "generate": {"count": N} repeats a target N times, adding i to the WWNs and
 // the port ID of copy i.
+void CheckGenerate(const Node &n, const Target &t, uint64_t count) {
+    const uint64_t last = count - 1;
+    if (t.wwpn > UINT64_MAX - last || t.wwnn > UINT64_MAX - last)
+        n.child("generate").child("count").fail(std::to_string(count) +
+                                               " targets would run the names past ff:ff:ff:ff:ff:ff:ff:ff");
+    if (t.portId + last > 0xFFFFFF)
+        n.child("generate").child("count").fail(std::to_string(count) + " targets would run the port IDs past ff:ff:ff");
+}
+
 void ParseTargets(const Node &portNode, Port &p) {
     for (const Node &tn : portNode.array("targets")) {
         uint64_t copies = 1;
@@ -270,6 +314,7 @@ void ParseTargets(const Node &portNode, Port &p) {
             if (copies == 0) g.child("count").fail("must be at least 1");
         }
         Target t = ParseTarget(tn);
+        CheckGenerate(tn, t, copies);
         for (uint64_t i = 0; i < copies; ++i) {
             Target c = t;
             c.wwpn += i;
@@ -316,6 +361,36 @@ void ParseStatistics(const Node &n, SDStatistics &s) {
     s.InvalidCRCCount = uint32_t(n.num("invalid_crc", 0, UINT32_MAX));
 }
 
+// ---- diagnostic fault scripts and traffic (sim_diag.cpp, sim_monitor.cpp)
+
+// "diag_faults": {"loopback": [steps], "read_buffer_miscompare": N}; a step
+// is a test status number or a step text ("status=4,crc=2*3", "busy*30").
+void ParseDiagFaults(const Node &n, DiagFaults &d) {
+    n.expectObject({"loopback", "read_buffer_miscompare"});
+    for (const Node &s : n.array("loopback")) {
+        if (s.raw().is_number()) {
+            const uint64_t status = s.asNum(255);
+            if (status < 1) s.fail("a test status is 1 or more");
+            DiagStep step;
+            step.status = uint32_t(status);
+            d.script.push_back(step);
+            continue;
+        }
+        if (!s.raw().is_string()) s.fail("expected a test status number or a step like \"status=4,crc=2*3\"");
+        std::string error;
+        auto step = ParseDiagStep(s.raw().get<std::string>(), error);
+        if (!step) s.fail(error);
+        d.script.push_back(*step);
+    }
+    d.readBufferMiscompare = uint32_t(n.num("read_buffer_miscompare", 0, 1000000));
+}
+
+// "traffic": {"io_per_second": N, "mb_per_second": M}
+TrafficRates ParseTraffic(const Node &n) {
+    n.expectObject({"io_per_second", "mb_per_second"});
+    return TrafficRates{n.num("io_per_second", 0, 100000000), n.num("mb_per_second", 0, 1000000)};
+}
+
 uint16_t PortState(const Node &n) {
     static const std::map<std::string, uint16_t> states = {
         {"online", SD_PORTSTATE_ONLINE},     {"linkdown", SD_PORTSTATE_LINKDOWN},
@@ -333,7 +408,7 @@ Port ParsePort(const Node &n, const Card &card, uint32_t cardIndex, uint32_t pos
     n.expectObject({"function", "port", "interface", "wwnn", "wwpn", "port_id", "state", "dport",
                     "speed", "supported_speeds", "maintenance", "reboot_required", "lockdown",
                     "max_frame_size", "fabric", "enode_mac", "device_name", "firmware", "nvram",
-                    "targets", "virtual_ports", "statistics", "faults"});
+                    "targets", "virtual_ports", "statistics", "faults", "diag_faults", "traffic"});
     Port p;
     p.card = cardIndex;
     p.function = uint8_t(n.num("function", position, 7));
@@ -368,13 +443,9 @@ Port ParsePort(const Node &n, const Card &card, uint32_t cardIndex, uint32_t pos
         p.fabricName = f.wwn("name", false);
     }
     if (n.has("enode_mac")) {
-        std::string mac = n.str("enode_mac");
-        unsigned m[6];
-        char tail;
-        if (sscanf(mac.c_str(), "%2x:%2x:%2x:%2x:%2x:%2x%c", &m[0], &m[1], &m[2], &m[3], &m[4], &m[5],
-                   &tail) != 6)
-            n.child("enode_mac").fail("expected a MAC address like \"00:0e:1e:00:00:01\"");
-        for (int i = 0; i < 6; ++i) p.enodeMac[i] = uint8_t(m[i]);
+        auto mac = HexFields(n.str("enode_mac"), 6);
+        if (!mac) n.child("enode_mac").fail("expected a MAC address like \"00:0e:1e:00:00:01\"");
+        std::copy(mac->begin(), mac->end(), p.enodeMac);
     }
     p.deviceName = n.str("device_name", "", 63);
     p.firmware = n.str("firmware", card.versions.firmware, 31);
@@ -397,7 +468,7 @@ Port ParsePort(const Node &n, const Card &card, uint32_t cardIndex, uint32_t pos
     }
     ParseTargets(n, p);
     for (const Node &vn : n.array("virtual_ports")) {
-        vn.expectObject({"wwnn", "wwpn", "vport_id", "qos_type", "qos_value"});
+        vn.expectObject({"wwnn", "wwpn", "vport_id", "qos_type", "qos_value", "traffic"});
         VPortDef v;
         v.wwpn = vn.wwn("wwpn", true);
         v.wwnn = vn.has("wwnn") ? vn.wwn("wwnn", false) : v.wwpn;
@@ -406,23 +477,70 @@ Port ParsePort(const Node &n, const Card &card, uint32_t cardIndex, uint32_t pos
         v.qos.VPortId = v.vportId;
         v.qos.QoSType = uint16_t(vn.num("qos_type", SD_QOS_PERCENTAGE, 2));
         v.qos.QoSValue = uint16_t(vn.num("qos_value", 0, 65535));
+        if (vn.has("traffic")) v.traffic = ParseTraffic(vn.child("traffic"));
         p.vports.push_back(v);
     }
     if (n.has("statistics")) ParseStatistics(n.child("statistics"), p.statistics);
     if (n.has("faults")) {
         Node f = n.child("faults");
-        f.expectObject({"open_unavailable", "unsupported", "loopback_crc_errors"});
+        f.expectObject({"open_unavailable", "unsupported", "loopback_crc_errors", "vport_create"});
         p.openUnavailable = uint32_t(f.num("open_unavailable", 0, 1000000));
         p.unsupported = f.flag("unsupported", false);
         p.diag.crcErrors = uint32_t(f.num("loopback_crc_errors", 0, 1000000));
+        p.vportCreateFails = uint32_t(f.num("vport_create", 0, 1000000));
     }
+    if (n.has("diag_faults")) ParseDiagFaults(n.child("diag_faults"), p.diag);
+    if (n.has("traffic")) p.traffic = ParseTraffic(n.child("traffic"));
     return p;
+}
+
+// "flash": { "layout": [ { "region": "0x01", "size": 262144 }, ... ],
+//            "faults": { "read": N, "write": N } }
+FlashDef ParseFlash(const Node &n) {
+    n.expectObject({"layout", "faults"});
+    FlashDef f;
+    if (n.has("layout")) {
+        std::vector<SDOptionRomRegion> layout;
+        for (const Node &r : n.array("layout")) {
+            r.expectObject({"region", "size"});
+            if (!r.has("region")) r.child("region").fail("missing");
+            if (!r.has("size")) r.child("size").fail("missing");
+            const uint32_t region = uint32_t(r.num("region", 0, 0xFFFF));
+            const uint32_t size = uint32_t(r.num("size", 0, 64u << 20));
+            if (size == 0) r.child("size").fail("must be at least 1");
+            for (const SDOptionRomRegion &d : layout)
+                if (d.Region == region) r.child("region").fail("listed twice");
+            layout.push_back({region, size});
+        }
+        f.layout = std::move(layout);
+    }
+    if (n.has("faults")) {
+        Node faults = n.child("faults");
+        faults.expectObject({"read", "write"});
+        f.readFaults = uint32_t(faults.num("read", 0, 1000000));
+        f.writeFaults = uint32_t(faults.num("write", 0, 1000000));
+    }
+    return f;
+}
+
+// Copy k of a card: port names moved by k << 16 and port IDs by k << 8,
+// refused where that would run past the last name or port ID.
+void MovePort(const Node &n, Port &p, uint64_t k) {
+    const uint64_t step = k << 16;
+    const std::string past = "copy " + std::to_string(k) + " would move it past ";
+    if (p.wwnn > UINT64_MAX - step) n.child("wwnn").fail(past + "ff:ff:ff:ff:ff:ff:ff:ff");
+    if (p.wwpn > UINT64_MAX - step) n.child("wwpn").fail(past + "ff:ff:ff:ff:ff:ff:ff:ff");
+    if (p.portId + (k << 8) > 0xFFFFFF)
+        n.child("port_id").fail(past + "ff:ff:ff");
+    p.wwnn += step;
+    p.wwpn += step;
+    p.portId += uint32_t(k << 8);
 }
 
 void ParseCard(const Node &n, Host &host) {
     n.expectObject({"serial", "model", "description", "manufacturer", "device_id", "isp_type",
                     "subsystem_vendor_id", "subsystem_id", "chip_revision", "pci_bus", "pci_device",
-                    "driver", "firmware", "option_rom", "vpd", "ports", "copies"});
+                    "driver", "firmware", "option_rom", "vpd", "ports", "copies", "flash"});
     Card c;
     c.serial = n.requiredStr("serial", 31);
     c.model = n.requiredStr("model", 31);
@@ -461,8 +579,9 @@ void ParseCard(const Node &n, Host &host) {
         c.driverName = d.str("name", c.driverName, 31);
         c.driverVersion = d.str("version", "", 31);
         c.lunsPerTarget = uint32_t(d.num("luns_per_target", 256, 65535));
-        c.maxVports = uint32_t(d.num("max_vports", c.ispType > 9 ? 126 : 0, 254));
-        c.maxVportsWithQoS = uint32_t(d.num("max_vports_qos", c.maxVports < 8 ? c.maxVports : 8, 254));
+        c.maxVports = uint32_t(d.num("max_vports", c.ispType > 9 ? 126 : 0, SD_MAX_VPORTS_PER_PORT));
+        c.maxVportsWithQoS =
+            uint32_t(d.num("max_vports_qos", c.maxVports < 8 ? c.maxVports : 8, SD_MAX_VPORTS_PER_PORT));
         if (d.flag("reports_supported_speed", true)) c.driverCaps |= SD_DRVCAP_SUPPORTED_SPEED;
         if (d.flag("remote_port_info", true)) c.driverCaps |= SD_DRVCAP_REMOTE_PORT_INFO;
         if (d.flag("events", true)) c.driverCaps |= SD_DRVCAP_AEN;
@@ -486,6 +605,8 @@ void ParseCard(const Node &n, Host &host) {
         }
     }
 
+    if (n.has("flash")) c.flash = ParseFlash(n.child("flash"));
+
     uint64_t copies = n.num("copies", 1, 31);
     if (copies == 0) n.child("copies").fail("must be at least 1");
     std::vector<Node> portNodes = n.array("ports");
@@ -502,9 +623,7 @@ void ParseCard(const Node &n, Host &host) {
         uint32_t cardIndex = uint32_t(host.cards.size());
         for (size_t i = 0; i < portNodes.size(); ++i) {
             Port p = ParsePort(portNodes[i], copy, cardIndex, uint32_t(i));
-            p.wwnn += k << 16;
-            p.wwpn += k << 16;
-            p.portId += uint32_t(k << 8);
+            MovePort(portNodes[i], p, k);
             copy.ports.push_back(uint32_t(host.ports.size()));
             host.ports.push_back(std::move(p));
         }
@@ -523,12 +642,8 @@ std::string HashText(const std::string &text) {
     return buf;
 }
 
-void CheckHost(Host &host, const Node &root) {
-    if (host.ports.size() > SD_MAX_INSTANCES)
-        root.child("cards").fail("the host has " + std::to_string(host.ports.size()) +
-                                 " ports; at most 31 instances can exist");
-    std::map<uint64_t, std::string> names;
-    size_t vportTotal = 0;
+void CheckHost(Host &host) {
+    std::unordered_map<uint64_t, std::string> names;
     for (size_t i = 0; i < host.ports.size(); ++i) {
         const Port &p = host.ports[i];
         const Card &c = host.cards[p.card];
@@ -546,24 +661,82 @@ void CheckHost(Host &host, const Node &root) {
         if (!p.vports.empty() && c.maxVports == 0)
             throw HostError("host file " + host.path + ": " + where +
                             ".virtual_ports: this chip has no virtual-port support");
-        vportTotal += p.vports.size();
-        std::map<uint64_t, size_t> tw;
+        std::unordered_map<uint64_t, size_t> tw;
         for (size_t t = 0; t < p.targets.size(); ++t)
             if (!tw.emplace(p.targets[t].wwpn, t).second)
                 throw HostError("host file " + host.path + ": " + where + ".targets: WWPN " +
                                 FormatWwn(p.targets[t].wwpn) + " appears twice");
     }
-    if (host.ports.size() + vportTotal > SD_MAX_INSTANCES)
+    // A remote port never has the name of one of this host's own ports.
+    for (const Port &p : host.ports)
+        for (const Target &t : p.targets)
+            if (auto it = names.find(t.wwpn); it != names.end())
+                throw HostError("host file " + host.path + ": cards[serial " + host.cards[p.card].serial +
+                                "].ports[" + std::to_string(p.physPort) + "].targets: WWPN " + FormatWwn(t.wwpn) +
+                                " is already used by " + it->second);
+}
+
+// Saturating, so that no file can wrap the count below the budget.
+uint64_t SatAdd(uint64_t a, uint64_t b) { return a > UINT64_MAX - b ? UINT64_MAX : a + b; }
+uint64_t SatMul(uint64_t a, uint64_t b) { return b && a > UINT64_MAX / b ? UINT64_MAX : a * b; }
+
+std::string Thousands(uint64_t v) {
+    std::string digits = std::to_string(v), out;
+    for (size_t i = 0; i < digits.size(); ++i) {
+        if (i && (digits.size() - i) % 3 == 0) out.push_back(',');
+        out.push_back(digits[i]);
+    }
+    return out;
+}
+
+// Counts what the file expands to from its counts alone (copies, generate,
+// lun_range, the lists) and refuses a host past the instance limit or the
+// budget before anything is built.
+void CheckExpansion(const Node &root) {
+    uint64_t ports = 0, vports = 0, targets = 0, luns = 0;
+    for (const Node &card : root.array("cards")) {
+        const uint64_t copies = card.num("copies", 1, 31);
+        for (const Node &port : card.array("ports")) {
+            uint64_t t = 0, l = 0;
+            for (const Node &tn : port.array("targets")) {
+                const uint64_t count = tn.has("generate") ? tn.child("generate").num("count", 1, 4096) : 1;
+                uint64_t perTarget = tn.array("luns").size();
+                if (tn.has("lun_range")) perTarget += tn.child("lun_range").num("count", 0, 0x4000);
+                t = SatAdd(t, count);
+                l = SatAdd(l, SatMul(count, perTarget));
+            }
+            if (t > kMaxTargetsPerPort)
+                port.child("targets").fail(Thousands(t) + " targets; a port sees at most " +
+                                           Thousands(kMaxTargetsPerPort));
+            // A virtual port sees the targets and LUNs of its physical port.
+            const uint64_t nv = port.array("virtual_ports").size();
+            const uint64_t functions = SatMul(copies, SatAdd(nv, 1));
+            ports = SatAdd(ports, copies);
+            vports = SatAdd(vports, SatMul(copies, nv));
+            targets = SatAdd(targets, SatMul(functions, t));
+            luns = SatAdd(luns, SatMul(functions, l));
+        }
+    }
+    if (ports > SD_MAX_INSTANCES)
+        root.child("cards").fail("the host has " + std::to_string(ports) + " ports; at most 31 instances can exist");
+    if (ports + vports > SD_MAX_INSTANCES)
         root.child("cards").fail("physical and virtual ports together exceed 31 instances");
+    const uint64_t total = SatAdd(SatAdd(ports + vports, targets), luns);
+    if (total > kMaxHostElements)
+        root.child("cards").fail("the host expands to " + Thousands(total) + " ports, targets and LUNs (" +
+                                 Thousands(ports + vports) + " ports, " + Thousands(targets) + " targets, " +
+                                 Thousands(luns) + " LUNs); at most " + Thousands(kMaxHostElements) +
+                                 " are allowed");
 }
 
 }  // namespace
 
 Host ParseHost(const std::string &text, const std::string &path) {
     json doc;
+    DismantleOnExit dismantle(doc);
     try {
         doc = json::parse(text);
-    } catch (const json::parse_error &e) {
+    } catch (const json::exception &e) {  // a syntax error, or a number past the range of a double
         throw HostError("host file " + path + ": not valid JSON: " + e.what());
     }
     Host host;
@@ -571,22 +744,21 @@ Host ParseHost(const std::string &text, const std::string &path) {
     host.contentHash = HashText(text);
     Node root(doc, "host", host.path);
     root.expectObject({"description", "cards"});
+    CheckExpansion(root);
     std::vector<Node> cards = root.array("cards");
     for (const Node &c : cards) ParseCard(c, host);
     // Targets take the fault-counter keys of their port and position.
     for (Port &p : host.ports)
         for (Target &t : p.targets)
             if (t.faults.any()) t.faultKey = FormatWwn(p.wwpn) + "/" + FormatWwn(t.wwpn);
-    CheckHost(host, root);
+    CheckHost(host);
     return host;
 }
 
 Host LoadHost(const std::string &path) {
-    std::ifstream in(path, std::ios::binary);
-    if (!in) throw HostError("host file " + path + ": cannot be opened");
-    std::ostringstream ss;
-    ss << in.rdbuf();
-    return ParseHost(ss.str(), path);
+    std::string text;
+    if (!ReadTextFile(path, text)) throw HostError("host file " + path + ": cannot be opened");
+    return ParseHost(text, path);
 }
 
 }  // namespace vtsdm

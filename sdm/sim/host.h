@@ -12,6 +12,7 @@
 #include <vector>
 
 #include "fcnames.h"
+#include "sim_model.h"
 #include "vtsdm.h"
 
 namespace vtsdm {
@@ -70,6 +71,7 @@ struct Target {
     bool tape = false;
     std::optional<InquiryData> inquiry;  // answer for LUN 0 when it has no LUN 0
     std::vector<Lun> luns;               // explicit, in report order
+    std::vector<uint32_t> lunOrder;      // indexes into luns, by LUN number
     std::shared_ptr<const LunRange> range;  // generated LUNs after the explicit ones
     SDLinkErrorStatus linkErrors{};
     TargetFaults faults;
@@ -85,10 +87,13 @@ struct VPortDef {
     uint64_t wwpn = 0;
     uint16_t vportId = 0;
     SDQoS qos{};
+    TrafficRates traffic;
 };
 
 struct DiagFaults {
     uint32_t crcErrors = 0;  // reported by every loopback run
+    std::vector<DiagStep> script;       // loopback answers, one step per call
+    uint32_t readBufferMiscompare = 0;  // READ BUFFER returns changed data N times
 };
 
 struct Port {
@@ -118,11 +123,22 @@ struct Port {
     SDStatistics statistics{};
     uint32_t openUnavailable = 0;        // SDOpenDevice answers "retry" N times
     bool unsupported = false;            // SDOpenDevice always refused
+    uint32_t vportCreateFails = 0;       // SDCreateVport fails N times
     DiagFaults diag;
+    TrafficRates traffic;
 };
 
 struct Versions {
     std::string bios, fcode, efi, firmware, multiboot;
+};
+
+// The flash part of a card as the host file may set it (sim_flash.cpp).
+struct FlashDef {
+    // Regions (type, capacity in bytes) that replace the family's layout;
+    // the VPD, NVRAM, FC-NVMe boot and layout-table regions stay.
+    std::optional<std::vector<SDOptionRomRegion>> layout;
+    uint32_t readFaults = 0;   // region reads that fail before one succeeds
+    uint32_t writeFaults = 0;  // likewise region writes
 };
 
 struct Card {
@@ -148,7 +164,17 @@ struct Card {
     Versions versions;
     std::vector<std::pair<std::string, std::string>> vpd;  // read-only keywords
     std::vector<uint32_t> ports;  // indexes into Host::ports
+    FlashDef flash;
 };
+
+// What one host file may expand to, counted before anything is expanded:
+// every port function (a virtual port sees the targets and LUNs of its
+// physical port), every target each of them sees and every LUN behind those
+// targets.  The 31 x 256 x 256 host is about 2.04 million; discovery in the
+// library costs some hundreds of bytes per LUN.
+constexpr uint64_t kMaxHostElements = 3000000;
+// Targets one port may see; each is a full record here and in the library.
+constexpr uint64_t kMaxTargetsPerPort = 4096;
 
 struct Host {
     std::string path;          // file it was loaded from

@@ -18,9 +18,13 @@ uint32_t Simulator::scsi(PortKey key, const ScsiRequest &rq, ScsiReply &reply) {
     if (!t) return SDERR_NOT_FOUND;
     // Commands that change nothing do not look at the state file, so a scan
     // of many LUNs stays cheap; REPORT LUNS picks up link changes.
+    // So do the run-time target changes (login, logout, removal), which
+    // REPORT LUNS and the buffer commands see.
     if (rq.op == ScsiOp::ReportLuns && !PortUp(currentPortState(v))) return SDERR_LOOP_DOWN;
-    if (t->faults.removed) return SDERR_DEVICE_REMOVED;
-    if (!t->loggedIn) return SDERR_NOT_FOUND;
+    const bool looks = rq.op == ScsiOp::ReportLuns || rq.op == ScsiOp::WriteBuffer || rq.op == ScsiOp::ReadBuffer;
+    const Presence presence = looks ? targetPresence(v, *t) : Presence{t->loggedIn, t->faults.removed};
+    if (presence.removed) return SDERR_DEVICE_REMOVED;
+    if (!presence.loggedIn) return SDERR_NOT_FOUND;
     auto check = [&](uint8_t senseKey, uint8_t asc, uint8_t ascq) {
         reply.sense = scsi::Sense(senseKey, asc, ascq);
         return SDERR_SCSI_CHECK_CONDITION;
@@ -75,6 +79,7 @@ uint32_t Simulator::scsi(PortKey key, const ScsiRequest &rq, ScsiReply &reply) {
         if (!PortUp(currentPortState(v))) return SDERR_LOOP_DOWN;
         auto it = buffers_.find({v.wwpn(), t->wwpn, rq.lun});
         if (it != buffers_.end()) reply.data = it->second;
+        readBufferFault(v, reply.data);
         return SDERR_NONE;
     }
     default:

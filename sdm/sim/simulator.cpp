@@ -75,6 +75,7 @@ std::vector<VPortRecord> Simulator::currentVports() {
             r.qos.QoSEnabled = d.vportId <= host_.cards[p.card].maxVportsWithQoS ? 1 : 0;
             out.push_back(r);
         }
+    NumberVports(out, uint32_t(host_.ports.size()));
     return out;
 }
 
@@ -87,24 +88,31 @@ std::vector<Simulator::View> Simulator::instances() {
         v.card = &host_.cards[p.card];
         out.push_back(v);
     }
+    // Virtual ports keep the instance numbers they were given, so a deleted
+    // one leaves a gap rather than renumbering the others.
     for (const VPortRecord &r : currentVports()) {
         const Port *parent = findPort(r.parentWwpn);
         if (!parent) continue;
         View v;
-        v.instance = uint32_t(out.size());
+        v.instance = r.instance;
         v.port = parent;
         v.card = &host_.cards[parent->card];
         v.vport = r;
         out.push_back(v);
     }
+    std::stable_sort(out.begin(), out.end(), [](const View &a, const View &b) { return a.instance < b.instance; });
     return out;
 }
 
 uint32_t Simulator::instancePort(uint32_t instance, View &v) {
     auto all = instances();
-    if (instance >= all.size()) return SDERR_NO_SUCH_DEVICE;
-    v = all[instance];
-    return SDERR_NONE;
+    for (const View &x : all)
+        if (x.instance == instance) {
+            v = x;
+            return SDERR_NONE;
+        }
+    // A gap left by a deleted virtual port is not the end of the list.
+    return !all.empty() && instance < all.back().instance ? SDERR_DEVICE_REMOVED : SDERR_NO_SUCH_DEVICE;
 }
 
 uint32_t Simulator::consumeFault(const std::string &key, uint32_t limit) {
@@ -236,7 +244,7 @@ uint32_t Simulator::portProperty(PortKey key, SDPortProperty &p) {
                                                                       : port.portSubState;
     p.PortSpeed = PortUp(p.PortState) ? port.speedCode : 0;
     p.SupportedSpeed = (v.card->driverCaps & SD_DRVCAP_SUPPORTED_SPEED) ? port.supportedMask : 0;
-    p.StateFlags = port.stateFlags;
+    p.StateFlags = port.stateFlags | flashStateFlags(*v.card);
     p.MaxFrameSize = port.maxFrameSize;
     p.DiscoveredTargets = uint32_t(port.targets.size());
     if (!v.vport) {
@@ -262,6 +270,7 @@ uint32_t Simulator::discTargets(PortKey key, std::vector<SDDiscTargetProperty> &
     out.assign(targets.size(), SDDiscTargetProperty{});
     for (size_t i = 0; i < targets.size(); ++i) {
         const Target &t = targets[i];
+        const Presence presence = targetPresence(v, t);
         SDDiscTargetProperty &d = out[i];
         WwnToBytes(t.wwnn, d.WWNN);
         WwnToBytes(t.wwpn, d.WWPN);
@@ -269,7 +278,7 @@ uint32_t Simulator::discTargets(PortKey key, std::vector<SDDiscTargetProperty> &
         d.TargetType = t.targetType;
         d.PortType = t.portType;
         d.TargetFlags = SD_TGTFLAG_TARGET | SD_TGTFLAG_FABRIC | (t.tape ? SD_TGTFLAG_TAPE : 0) |
-                        (t.loggedIn && up && !t.faults.removed ? SD_TGTFLAG_LOGGED_IN : 0);
+                        (presence.loggedIn && up && !presence.removed ? SD_TGTFLAG_LOGGED_IN : 0);
         d.TargetId = uint16_t(i);
     }
     return SDERR_NONE;
@@ -279,6 +288,20 @@ const Target *Simulator::findTarget(const View &v, uint64_t wwpn) const {
     const auto &index = targetByWwpn_[size_t(v.port - host_.ports.data())];
     auto it = index.find(wwpn);
     return it == index.end() ? nullptr : &v.port->targets[it->second];
+}
+
+uint32_t Simulator::eventQueue(PortKey key, SDAenQueueStatus &out) {
+    View v;
+    if (uint32_t rc = resolve(key, v)) return rc;
+    if (!(v.card->driverCaps & SD_DRVCAP_AEN)) return SDERR_NOT_SUPPORTED;
+    out = SDAenQueueStatus{};
+    out.Capacity = uint32_t(kEventQueueDepth);
+    const State &s = store_.current();
+    if (auto it = s.ports.find(key); it != s.ports.end()) {
+        out.Queued = uint32_t(it->second.events.size());
+        out.Dropped = uint32_t(std::min<uint64_t>(it->second.eventsDropped, UINT32_MAX));
+    }
+    return SDERR_NONE;
 }
 
 Simulator *ActiveSimulator(const BackendAccess &access) { return dynamic_cast<Simulator *>(access.backend); }

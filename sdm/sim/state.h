@@ -13,6 +13,8 @@
 #include <string>
 #include <vector>
 
+#include "backend.h"
+#include "sim_model.h"
 #include "vtsdm.h"
 
 namespace vtsdm {
@@ -22,10 +24,23 @@ struct PortChanges {
     std::optional<uint16_t> portState;
     std::optional<uint16_t> portSubState;
     std::optional<SDStatistics> statistics;         // replaces the host file's
-    int64_t statisticsResetAt = 0;                  // epoch seconds, 0 = never
     std::vector<SDAenRecord> events;                // queued, oldest first
+    uint64_t eventsDropped = 0;                     // oldest dropped from a full queue
     uint32_t openFailuresUsed = 0;
+    // Counters that move (sim_monitor.cpp): `statistics` holds the counters
+    // as they were at statsAtNs of the simulated clock; traffic since then
+    // is added when they are read.
+    int64_t statsAtNs = 0;                          // 0: not taken yet
+    std::optional<TrafficRates> traffic;            // replaces the host file's
+    std::optional<std::vector<DiagStep>> diagScript;  // replaces the host file's
+    std::optional<uint32_t> readBufferMiscompare;     // replaces the host file's
 };
+
+// Events a port queues, kEventQueueDepth of them as its firmware would; a
+// new event on a full queue drops the oldest and counts it.
+void QueueEvent(PortChanges &p, const SDAenRecord &event);
+// Takes up to `room` of the oldest events off the queue.
+std::vector<SDAenRecord> TakeEvents(PortChanges &p, size_t room);
 
 struct VPortRecord {
     uint64_t parentWwpn = 0;
@@ -33,6 +48,15 @@ struct VPortRecord {
     uint64_t wwpn = 0;
     uint16_t vportId = 0;
     SDQoS qos{};
+    uint32_t instance = 0;  // libvtsdm instance number; 0 until one is given
+};
+
+// A card's flash beyond its region bytes (sim_flash.cpp).
+struct CardFlashChanges {
+    bool rebootRequired = false;  // an update was written since the last reset
+    uint32_t readFaults = 0;      // failures still to come, armed by vtsdm-sim
+    uint32_t writeFaults = 0;
+    bool operator==(const CardFlashChanges &) const = default;
 };
 
 struct State {
@@ -41,6 +65,11 @@ struct State {
     std::optional<std::vector<VPortRecord>> vports;  // absent: as the host file defines
     std::map<std::string, std::map<uint32_t, std::vector<uint8_t>>> flash;  // serial -> region
     std::map<std::string, uint32_t> faultsUsed;      // fault key -> count used
+    std::map<std::string, CardFlashChanges> flashCards;  // by card serial
+    std::map<uint64_t, uint32_t> vportCreateFaults;  // physical WWPN -> creations still to fail
+    // Run-time target changes, by "<port WWPN>/<target WWPN>", and the clock.
+    std::map<std::string, TargetChanges> targets;
+    ClockSetting clock;
 };
 
 class StateStore {
@@ -50,10 +79,14 @@ public:
     StateStore(std::string dir, std::string name, std::string hostHash);
 
     // The latest state, re-read when another process has replaced the file.
+    // A damaged file is kept aside (reported through Notice) and a state
+    // path that holds what is not this user's regular file is not used
+    // (reported once): both give the host file's state.
     const State &current();
 
     // Locks, re-reads, applies `change` and writes the result atomically.
     // `change` returns an SD status; on a non-zero status nothing is written.
+    // A state path that is not used gives SDERR_IO_FAILED.
     uint32_t modify(const std::function<uint32_t(State &)> &change);
 
     // Removes the persisted state (under the lock).
@@ -63,12 +96,17 @@ public:
 
 private:
     bool fileChanged();
-    void load();
+    void forget();
+    bool load(bool locked);
+    void keepDamaged(const std::string &error, bool locked);
+    bool directoryUsable();
+    void refuse(const std::string &why);
     uint32_t write(const State &s);
     int lockFd(bool create);
 
     std::string dir_, path_, lockPath_, hostHash_;
     State state_;
+    std::string refused_;  // why the state path is not used, as last reported
     // Identity of the file last read: (inode, mtime ns, size); all zero = none.
     ino_t ino_ = 0;
     int64_t mtimeNs_ = -1;
@@ -76,6 +114,7 @@ private:
 };
 
 std::string StateToJson(const State &s);
-bool StateFromJson(const std::string &text, State &s);
+// False for a damaged text, with the reason in *error when given.
+bool StateFromJson(const std::string &text, State &s, std::string *error = nullptr);
 
 }  // namespace vtsdm

@@ -245,7 +245,8 @@ private:
             const std::string rdir = hostDir + "/" + rname;
             const std::string a = rdir + "/fc_remote_ports/" + rname;
             const bool online = d.TargetFlags & SD_TGTFLAG_LOGGED_IN;
-            const bool blocked = !online && !portUp && t->loggedIn && !t->faults.removed;
+            const Simulator::Presence presence = sim_.targetPresence(v, *t);
+            const bool blocked = !online && !portUp && presence.loggedIn && !presence.removed;
             w_.file(a + "/node_name", Hex16(t->wwnn));
             w_.file(a + "/port_name", Hex16(t->wwpn));
             w_.file(a + "/port_id", HexN(t->portId, 6));

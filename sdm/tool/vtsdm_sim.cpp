@@ -7,6 +7,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <map>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -28,13 +29,37 @@ const char *kUsage =
     "  check                      load the host file and report the first problem\n"
     "  reset                      forget every persisted change of this host\n"
     "  event INSTANCE CODE...     queue events: lip, linkup, linkdown, lipreset, scr,\n"
-    "                             device, dport, fec or a number\n"
+    "                             device, dport, fec or a number, each optionally\n"
+    "                             with payload words: CODE:P0[:P1[:P2]]\n"
     "  link INSTANCE STATE        online, linkdown, offline, bypassed, diagnostics,\n"
     "                             error or dport (queues the link event)\n"
     "  counters INSTANCE NAME=N.. add to counters: io_count, megabytes, errors,\n"
     "                             device_errors, link_failure, loss_of_sync,\n"
     "                             loss_of_signal, invalid_crc, invalid_tx_words,\n"
     "                             primitive_seq_errors, tx_frames, rx_frames\n"
+    "  flash INSTANCE fault read|write N\n"
+    "                             the next N flash region reads or writes of the\n"
+    "                             instance's card fail\n"
+    "  flash INSTANCE restart     restart the card: an updated flash no longer\n"
+    "                             waits for a reboot\n"
+    "  vport-fault INSTANCE N      fail the next N virtual-port creations on that\n"
+    "                             physical port (0 clears)\n"
+    "  diag INSTANCE STEP...      the port's next loopback answers, in order: pass,\n"
+    "                             busy, nodevice, corrupt or status=N,crc=N,\n"
+    "                             disparity=N,frame=N, each optionally *N (repeat);\n"
+    "                             \"diag INSTANCE clear\" removes the script\n"
+    "  miscompare INSTANCE N      the next N READ BUFFERs on the port return changed data\n"
+    "  traffic INSTANCE io_per_second=N mb_per_second=N\n"
+    "                             the rates at which the port's counters grow\n"
+    "  target INSTANCE WWPN login|logout|remove|restore\n"
+    "                             change a target now (queues the device event)\n"
+    "  target-errors INSTANCE WWPN NAME=N...\n"
+    "                             add to a target's link error counters (link_failure,\n"
+    "                             loss_of_sync, loss_of_signal, primitive_seq_errors,\n"
+    "                             invalid_tx_words, invalid_crc)\n"
+    "  clock [set SECONDS | advance SECONDS | run]\n"
+    "                             show the simulated clock (epoch seconds), freeze it\n"
+    "                             at a time, move it, or let it run on from there\n"
     "  export-sysfs DIR           write DIR/sys as the kernel's FC transport would show\n"
     "                             this host (run it again after a program wrote to a\n"
     "                             control attribute there: it acts on the write)\n"
@@ -175,7 +200,9 @@ int Show(uint32_t maxLuns) {
     printf("Backend: %s (%s)\n", name, description);
     std::string lastSerial;
     uint32_t found = 0;
-    for (uint32_t inst = 0; inst < SD_MAX_INSTANCES; ++inst) {
+    // Created virtual ports may be numbered past the instances a management
+    // program probes; the list ends where libvtsdm says so.
+    for (uint32_t inst = 0; inst < SD_MAX_INSTANCES * (SD_MAX_VPORTS_PER_PORT + 1); ++inst) {
         uint32_t h = 0;
         uint32_t rc = SDOpenDevice(inst, &h);
         if (rc == SDERR_NO_SUCH_DEVICE) break;
@@ -210,6 +237,9 @@ int Show(uint32_t maxLuns) {
                Wwn(port.WWPN).c_str(), Wwn(node.WWNN).c_str());
         printf("    %s, %s, port ID %02x:%02x:%02x, %s\n", StateName(port.PortState), SpeedName(port.PortSpeed),
                port.PortId[0], port.PortId[1], port.PortId[2], port.DeviceName);
+        SDAenQueueStatus aen;
+        if (SDGetAenQueueStatus(h, &aen) == SDERR_NONE && (aen.Queued || aen.Dropped))
+            printf("    Events: %u queued (room for %u), %u dropped\n", aen.Queued, aen.Capacity, aen.Dropped);
         uint32_t count = 0;
         SDGetDiscTargetProperties(h, nullptr, &count);
         std::vector<SDDiscTargetProperty> targets(count);
@@ -244,9 +274,118 @@ int Report(uint32_t rc, const char *what) {
     return 1;
 }
 
+bool ParseU32(const std::string &s, uint32_t &out) {
+    char *end = nullptr;
+    unsigned long long v = strtoull(s.c_str(), &end, 0);
+    if (s.empty() || *end || s[0] == '-' || v > UINT32_MAX) return false;
+    out = uint32_t(v);
+    return true;
+}
+
+// ---- diagnostics, traffic, targets and the clock
+
+// NAME=N arguments into the named fields of `out`; false (with a message)
+// on an unknown name or a bad number.
+template <typename Record, typename Field>
+bool ParseAssignments(int argc, char **argv, const std::map<std::string, Field Record::*> &fields, Record &out) {
+    for (int k = 0; k < argc; ++k) {
+        std::string a = argv[k];
+        auto eq = a.find('=');
+        char *end = nullptr;
+        unsigned long long v = eq == std::string::npos ? 0 : strtoull(a.c_str() + eq + 1, &end, 10);
+        auto f = fields.find(a.substr(0, eq));
+        if (eq == std::string::npos || !end || *end || f == fields.end()) {
+            fprintf(stderr, "vtsdm-sim: expected NAME=NUMBER with a known name, got '%s'\n", a.c_str());
+            return false;
+        }
+        out.*(f->second) = Field(v);
+    }
+    return true;
+}
+
+bool ParseTargetWwn(const char *s, uint64_t &out) {
+    auto w = vtsdm::ParseWwn(s);
+    if (!w) fprintf(stderr, "vtsdm-sim: bad WWPN '%s'\n", s);
+    else out = *w;
+    return bool(w);
+}
+
+// The commands of the diagnostics and monitoring controls; -1 when `cmd`
+// is none of them (or lacks its arguments).
+int DiagAndMonitorCommand(vtsdm::Simulator &sim, const std::string &cmd, int argc, char **argv) {
+    uint32_t inst = 0;
+    if (cmd == "clock") {
+        const std::string op = argc > 0 ? argv[0] : "";
+        double seconds = 0;
+        if ((op == "set" || op == "advance") && (argc != 2 || sscanf(argv[1], "%lf", &seconds) != 1)) return -1;
+        const int64_t ns = int64_t(seconds * 1e9);
+        uint32_t rc = SDERR_NONE;
+        if (op == "set") rc = sim.clockSet(ns);
+        else if (op == "advance") rc = sim.clockAdvance(ns);
+        else if (op == "run") rc = sim.clockRun();
+        else if (!op.empty()) return -1;
+        if (int r = Report(rc, "clock")) return r;
+        const int64_t now = sim.now();
+        printf("%lld.%09lld%s\n", static_cast<long long>(now / 1000000000), static_cast<long long>(now % 1000000000),
+               sim.store().current().clock.frozen ? " (frozen)" : "");
+        return 0;
+    }
+    if (argc < 2) return -1;
+    if (!ParseInstance(argv[0], inst)) return 2;
+    if (cmd == "diag") {
+        std::vector<vtsdm::DiagStep> steps;
+        if (!(argc == 2 && strcmp(argv[1], "clear") == 0))
+            for (int k = 1; k < argc; ++k) {
+                std::string error;
+                auto step = vtsdm::ParseDiagStep(argv[k], error);
+                if (!step) {
+                    fprintf(stderr, "vtsdm-sim: %s\n", error.c_str());
+                    return 2;
+                }
+                steps.push_back(*step);
+            }
+        return Report(sim.setDiagScript(inst, steps), "diag");
+    }
+    if (cmd == "miscompare") {
+        uint32_t times = 0;
+        if (!ParseU32(argv[1], times)) return -1;
+        return Report(sim.setReadBufferMiscompare(inst, times), "miscompare");
+    }
+    if (cmd == "traffic") {
+        vtsdm::TrafficRates rates;
+        static const std::map<std::string, uint64_t vtsdm::TrafficRates::*> fields = {
+            {"io_per_second", &vtsdm::TrafficRates::ioPerSecond}, {"mb_per_second", &vtsdm::TrafficRates::mbPerSecond}};
+        if (!ParseAssignments(argc - 1, argv + 1, fields, rates)) return 2;
+        return Report(sim.setTraffic(inst, rates), "traffic");
+    }
+    if (cmd == "target" && argc == 3) {
+        uint64_t wwpn = 0;
+        if (!ParseTargetWwn(argv[1], wwpn)) return 2;
+        const uint32_t rc = sim.changeTarget(inst, wwpn, argv[2]);
+        if (rc == SDERR_INVALID_PARAMETER)
+            fprintf(stderr, "vtsdm-sim: unknown change '%s' (login, logout, remove, restore)\n", argv[2]);
+        return rc == SDERR_INVALID_PARAMETER ? 2 : Report(rc, "target");
+    }
+    if (cmd == "target-errors" && argc >= 3) {
+        uint64_t wwpn = 0;
+        if (!ParseTargetWwn(argv[1], wwpn)) return 2;
+        SDLinkErrorStatus d{};
+        static const std::map<std::string, uint32_t SDLinkErrorStatus::*> fields = {
+            {"link_failure", &SDLinkErrorStatus::LinkFailureCount},
+            {"loss_of_sync", &SDLinkErrorStatus::LossOfSyncCount},
+            {"loss_of_signal", &SDLinkErrorStatus::LossOfSignalCount},
+            {"primitive_seq_errors", &SDLinkErrorStatus::PrimitiveSeqProtocolErrorCount},
+            {"invalid_tx_words", &SDLinkErrorStatus::InvalidTransmissionWordCount},
+            {"invalid_crc", &SDLinkErrorStatus::InvalidCRCCount}};
+        if (!ParseAssignments(argc - 2, argv + 2, fields, d)) return 2;
+        return Report(sim.addTargetErrors(inst, wwpn, d), "target-errors");
+    }
+    return -1;
+}
+
 }  // namespace
 
-int main(int argc, char **argv) {
+int main(int argc, char **argv) try {
     int i = 1;
     if (i + 1 < argc && strcmp(argv[i], "--host") == 0) {
         setenv("VTSDM_HOST", argv[i + 1], 1);
@@ -293,14 +432,24 @@ int main(int argc, char **argv) {
         uint32_t inst;
         if (!ParseInstance(argv[i++], inst)) return 2;
         for (; i < argc; ++i) {
-            auto it = names.find(argv[i]);
-            char *end = nullptr;
-            uint32_t code = it != names.end() ? it->second : uint32_t(strtoul(argv[i], &end, 0));
-            if (it == names.end() && (!*argv[i] || *end)) {
+            // CODE[:P0[:P1[:P2]]]
+            std::vector<std::string> words;
+            for (std::string rest = argv[i];;) {
+                auto colon = rest.find(':');
+                words.push_back(rest.substr(0, colon));
+                if (colon == std::string::npos) break;
+                rest.erase(0, colon + 1);
+            }
+            SDAenRecord event{};
+            auto it = names.find(words[0]);
+            bool ok = words.size() <= 4 && (it != names.end() || ParseU32(words[0], event.Code));
+            if (it != names.end()) event.Code = it->second;
+            for (size_t w = 1; ok && w < words.size(); ++w) ok = ParseU32(words[w], event.Payload[w - 1]);
+            if (!ok) {
                 fprintf(stderr, "vtsdm-sim: unknown event '%s'\n", argv[i]);
                 return 2;
             }
-            if (int rc = Report(sim.queueEvent(inst, code), "event")) return rc;
+            if (int rc = Report(sim.queueEvent(inst, event), "event")) return rc;
         }
         return 0;
     }
@@ -318,6 +467,17 @@ int main(int argc, char **argv) {
             return 2;
         }
         return Report(sim.setLinkState(inst, it->second, strcmp(argv[i], "dport") == 0), "link");
+    }
+    if (cmd == "vport-fault" && i + 1 < argc) {
+        uint32_t inst;
+        if (!ParseInstance(argv[i++], inst)) return 2;
+        char *end = nullptr;
+        const unsigned long n = strtoul(argv[i], &end, 10);
+        if (!*argv[i] || *end || n > 1000000) {
+            fprintf(stderr, "vtsdm-sim: bad count '%s'\n", argv[i]);
+            return 2;
+        }
+        return Report(sim.armVportCreateFault(inst, uint32_t(n)), "vport-fault");
     }
     if (cmd == "counters" && i + 1 < argc) {
         uint32_t inst;
@@ -351,6 +511,29 @@ int main(int argc, char **argv) {
         }
         return Report(sim.addCounters(inst, d), "counters");
     }
+    if (cmd == "flash" && i + 1 < argc) {
+        uint32_t inst;
+        if (!ParseInstance(argv[i++], inst)) return 2;
+        const std::string what = argv[i++];
+        if (what == "restart" && i == argc) return Report(sim.restartCard(inst), "flash restart");
+        if (what == "fault" && i + 2 == argc) {
+            const std::string kind = argv[i];
+            char *end = nullptr;
+            const unsigned long n = strtoul(argv[i + 1], &end, 10);
+            if ((kind != "read" && kind != "write") || !*argv[i + 1] || *end || n > 1000000) {
+                fprintf(stderr, "vtsdm-sim: expected 'fault read|write N', got '%s %s'\n", argv[i], argv[i + 1]);
+                return 2;
+            }
+            std::optional<uint32_t> count = uint32_t(n);
+            return Report(kind == "read" ? sim.setFlashFaults(inst, count, std::nullopt)
+                                         : sim.setFlashFaults(inst, std::nullopt, count),
+                          "flash fault");
+        }
+    }
+    if (int rc = DiagAndMonitorCommand(sim, cmd, argc - i, argv + i); rc >= 0) return rc;
     fputs(kUsage, stderr);
     return 2;
+} catch (const std::exception &e) {
+    fprintf(stderr, "vtsdm-sim: %s\n", e.what());
+    return 1;
 }

@@ -1,0 +1,5 @@
+target_link_libraries(diag_signal PRIVATE vtapifconly)
+target_include_directories(diag_signal PRIVATE ${CMAKE_SOURCE_DIR})
+if(TARGET diag_session_test)
+  add_dependencies(diag_session_test diag_signal)
+endif()
