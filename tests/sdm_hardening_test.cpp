@@ -11,6 +11,7 @@
 
 #include <atomic>
 #include <cstdlib>
+#include <cstring>
 #include <filesystem>
 #include <functional>
 #include <new>
@@ -41,6 +42,18 @@ __attribute__((noinline)) void *operator new(size_t size) {
     throw std::bad_alloc();
 }
 void *operator new[](size_t size) { return operator new(size); }
+// The library's temporary buffers (stable_sort) ask without exceptions; the
+// same heap must serve them, or the deletes below would free foreign blocks.
+void *operator new(size_t size, const std::nothrow_t &) noexcept {
+    try {
+        return operator new(size);
+    } catch (const std::bad_alloc &) {
+        return nullptr;
+    }
+}
+void *operator new[](size_t size, const std::nothrow_t &tag) noexcept { return operator new(size, tag); }
+void operator delete(void *p, const std::nothrow_t &) noexcept { free(p); }
+void operator delete[](void *p, const std::nothrow_t &) noexcept { free(p); }
 __attribute__((noinline)) void operator delete(void *p) noexcept { free(p); }
 __attribute__((noinline)) void operator delete[](void *p) noexcept { free(p); }
 __attribute__((noinline)) void operator delete(void *p, size_t) noexcept { free(p); }
@@ -462,9 +475,14 @@ TEST_F(Hardening, AnEmptyVpdRegionCopiesNothing) {
               SDERR_NONE);
     uint8_t buf[16];
     uint32_t size = sizeof buf;
-    EXPECT_EQ(SDGetVpd(h, buf, &size), SDERR_NONE);
-    EXPECT_EQ(size, 0u);
-    EXPECT_EQ(SDGetOptionRomEx(h, buf, sizeof buf, vtsdm::image::kRegionVpd, 0), SDERR_SHORT_READ);
+    // An erased VPD region holds no VPD: nothing is copied.
+    memset(buf, 0xA5, sizeof buf);
+    EXPECT_EQ(SDGetVpd(h, buf, &size), SDERR_NOT_FOUND);
+    for (uint8_t b : buf) EXPECT_EQ(b, 0xA5);
+    // The region's capacity reads as erased flash past its (empty) contents.
+    memset(buf, 0, sizeof buf);
+    EXPECT_EQ(SDGetOptionRomEx(h, buf, sizeof buf, vtsdm::image::kRegionVpd, 0), SDERR_NONE);
+    for (uint8_t b : buf) EXPECT_EQ(b, 0xFF);
 }
 
 // ------------------------------------------------- allocation failures
