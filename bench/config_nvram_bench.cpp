@@ -21,7 +21,7 @@
 
 #include "vtapi.h"
 #include "vtapi_api.h"
-#include "vtapi_oss.h"
+#include "oss/oss.h"
 
 namespace {
 

@@ -15,7 +15,7 @@
 
 #include "diag/diag.h"
 #include "vtapi.h"
-#include "vtapi_core.h"
+#include "core/core.h"
 
 // The calling thread looks for keys every 100 us instead of reading the
 // terminal; the workers' pace is the ports'.

@@ -15,7 +15,7 @@
 
 #include "diag/diag.h"
 #include "vtapi.h"
-#include "vtapi_core.h"
+#include "core/core.h"
 
 namespace {
 std::atomic<time_t> g_now{1700000000};

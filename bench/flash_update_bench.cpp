@@ -15,7 +15,7 @@
 
 #include "flash/flash_update.h"
 #include "imagebuild.h"
-#include "vtapi_core.h"
+#include "core/core.h"
 
 namespace img = vtsdm::image;
 

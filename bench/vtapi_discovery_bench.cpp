@@ -13,7 +13,7 @@
 #include <string>
 
 #include "vtapi.h"
-#include "vtapi_core.h"
+#include "core/core.h"
 
 namespace {
 

@@ -20,7 +20,7 @@
 
 #include "../cli/alias.h"
 #include "../drvfiles/drvfiles.h"
-#include "vtapi_oss.h"
+#include "oss/oss.h"
 
 namespace {
 

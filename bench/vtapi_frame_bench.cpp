@@ -19,7 +19,7 @@
 
 #include "vtapi.h"
 #include "vtapi_api.h"
-#include "vtapi_oss.h"
+#include "oss/oss.h"
 
 namespace {
 

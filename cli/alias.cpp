@@ -13,8 +13,8 @@
 #include "oss/oss_file.h"
 #include "sysroot.h"
 #include "vtapi_cli.h"
-#include "vtapi_core.h"
-#include "vtapi_oss.h"
+#include "core/core.h"
+#include "oss/oss.h"
 
 namespace {
 
@@ -106,7 +106,7 @@ VTAPI_EXPORT uint32_t TarnOpenSharedFile(const char *path, FILE **stream) {
     return errno == ENOENT ? TARN_FILE_MISSING : kFailure;
 }
 
-VTAPI_EXPORT uint32_t TarnCloseSharedFile(FILE *stream) {
+uint32_t TarnCloseSharedFile(FILE *stream) {
     return stream == nullptr || std::fclose(stream) == 0 ? 0 : kFailure;
 }
 
@@ -126,7 +126,7 @@ VTAPI_EXPORT uint32_t TarnPrefSetProperty(const char *path, const char *key, con
     return 0;
 }
 
-VTAPI_EXPORT uint32_t TarnCopyFilePreserving(const char *from, const char *to) {
+uint32_t TarnCopyFilePreserving(const char *from, const char *to) {
     if (from == nullptr || to == nullptr) return kFailure;
     const int source = open(from, O_RDONLY | O_CLOEXEC);
     struct stat st {};
@@ -147,7 +147,7 @@ VTAPI_EXPORT uint32_t TarnCopyFilePreserving(const char *from, const char *to) {
     return 0;
 }
 
-VTAPI_EXPORT uint32_t GetAliasKey(const SDMDevice *adapter, const uint8_t *wwnn, const uint8_t *wwpn, uint32_t type,
+uint32_t GetAliasKey(const SDMDevice *adapter, const uint8_t *wwnn, const uint8_t *wwpn, uint32_t type,
                                   char *key, uint32_t size) {
     if (key == nullptr || size == 0 || (type == TARN_ALIAS_ADAPTER ? adapter == nullptr : !wwnn || !wwpn))
         return VTAPI_INVALID_ARGUMENT;

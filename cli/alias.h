@@ -42,17 +42,17 @@ VTAPI_EXPORT uint32_t TarnSetAliasFilePaths(void);
 /* Opens a file other processes may replace at any time, for reading.
  * 0, TARN_FILE_MISSING, or 0xFFFFFFFF. */
 VTAPI_EXPORT uint32_t TarnOpenSharedFile(const char *path, FILE **stream);
-VTAPI_EXPORT uint32_t TarnCloseSharedFile(FILE *stream);
+uint32_t TarnCloseSharedFile(FILE *stream);
 /* Sets key=value in the property file `path` (PrefSetProperty on a copy of
  * it) and puts the result in place whole.  With `create` a missing file
  * (and its directory) is created.  0 or 0xFFFFFFFF. */
 VTAPI_EXPORT uint32_t TarnPrefSetProperty(const char *path, const char *key, const char *value, uint32_t create);
 /* Replaces `to` with a copy of `from` that keeps its owner, mode and times. */
-VTAPI_EXPORT uint32_t TarnCopyFilePreserving(const char *from, const char *to);
+uint32_t TarnCopyFilePreserving(const char *from, const char *to);
 
 /* The alias key of the adapter (type 0, by its serial number) or of the port
  * with these names into key (size bytes).  0, or 2 for a missing argument. */
-VTAPI_EXPORT uint32_t GetAliasKey(const SDMDevice *adapter, const uint8_t *wwnn, const uint8_t *wwpn, uint32_t type,
+uint32_t GetAliasKey(const SDMDevice *adapter, const uint8_t *wwnn, const uint8_t *wwpn, uint32_t type,
                                   char *key, uint32_t size);
 /* The alias into out (VTAPI_ALIAS_SIZE bytes); returns its length, 0 when
  * there is none. */

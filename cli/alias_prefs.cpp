@@ -6,7 +6,7 @@
 #include <cstdio>
 #include <string>
 
-#include "vtapi_oss.h"
+#include "oss/oss.h"
 
 namespace vt::cli {
 namespace {

@@ -8,7 +8,6 @@
 #include <unistd.h>
 
 #include <ctime>
-#include <hbaapi.h>
 
 #include <cctype>
 #include <cstdarg>
@@ -21,10 +20,12 @@
 #include <string>
 #include <vector>
 
+#include "cli/cli.h"
+#include "cli/commands.h"
+#include "cli/xml.h"
+#include "core/core.h"
+#include "oss/oss.h"
 #include "sysroot.h"
-#include "vtapi_cli.h"
-#include "vtapi_core.h"
-#include "vtapi_oss.h"
 
 extern "C" {
 VTAPI_EXPORT int32_t bHelp;
@@ -35,101 +36,32 @@ VTAPI_EXPORT int32_t bCmdFile;
 VTAPI_EXPORT int32_t bMenu;
 VTAPI_EXPORT int32_t argumentCount;
 VTAPI_EXPORT int32_t bXmlOutPut2;
-VTAPI_EXPORT char g_CmdFileName[256];
 VTAPI_EXPORT volatile int32_t g_signalHandlerInProgress;
 VTAPI_EXPORT volatile int32_t g_DiagState;
-VTAPI_EXPORT int32_t g_bIA64Host;
+char g_CmdFileName[256];
+int32_t g_bIA64Host;
 }
 
 namespace {
 
-struct CommandSpec {
-    int32_t id;
-    const char *word;         // without the leading '-' or '/'
-    const char *description;
-    uint32_t maxSubArgs;      // after the port selector
-    bool selectsPorts;        // first argument is a port selector
-    const char *enableKey;    // reference-file switch that enables it, or null
-};
-
-// The commands of the usage list, in usage order.
-constexpr CommandSpec kCommands[] = {
-    {TARN_CMD_GENERAL, "g", "General host information", 0, true, nullptr},
-    {TARN_CMD_INFO, "i", "General or VPD information of HBAs", 1, true, nullptr},
-    {TARN_CMD_PARAMS, "c", "HBA parameter settings", TARN_MAX_SUBARGS, true, nullptr},
-    {TARN_CMD_TARGETS, "t", "Attached devices (disks or tapes)", 1, true, nullptr},
-    {TARN_CMD_LUNS, "l", "LUN information", 2, true, nullptr},
-    {TARN_CMD_SUMMARY, "z", "Summary report", 0, true, nullptr},
-    {TARN_CMD_MODIFY_PARAMS, "n", "Modify HBA parameters", TARN_MAX_SUBARGS, true, nullptr},
-    {TARN_CMD_PERSIST_BIND, "p", "Persistent binding", TARN_MAX_SUBARGS, true, nullptr},
-    {TARN_CMD_FLASH, "b", "Boot code/firmware update from an image file", TARN_MAX_SUBARGS, true,
-     "node.hba.utility.flash.enable"},
-    {TARN_CMD_DRIVER_UPDATE, "d", "Driver update", TARN_MAX_SUBARGS, false, nullptr},
-    {TARN_CMD_SELECT_LUNS, "m", "Selective LUNs", TARN_MAX_SUBARGS, true, nullptr},
-    {TARN_CMD_BOOT_DEVICES, "e", "Boot devices", TARN_MAX_SUBARGS, true, nullptr},
-    {TARN_CMD_LED, "a", "Port LED state and locate", TARN_MAX_SUBARGS, true, nullptr},
-    {TARN_CMD_LOOPBACK, "kl", "Loopback test", TARN_MAX_SUBARGS, true, nullptr},
-    {TARN_CMD_RWBUFFER, "kr", "Read/write buffer test", TARN_MAX_SUBARGS, true, nullptr},
-    {TARN_CMD_DRV_SETTINGS_GET, "fg", "Driver settings (display)", TARN_MAX_SUBARGS, true, nullptr},
-    {TARN_CMD_DRV_SETTINGS_SET, "fs", "Driver settings (change)", TARN_MAX_SUBARGS, true, nullptr},
-    {TARN_CMD_STATISTICS, "gs", "Statistics", TARN_MAX_SUBARGS, true, nullptr},
-    {TARN_CMD_LINK_STATUS, "ls", "Link status", TARN_MAX_SUBARGS, true, nullptr},
-    {TARN_CMD_TARGET_BEACON, "tb", "Target beacon", TARN_MAX_SUBARGS, true, nullptr},
-    {TARN_CMD_TRANSCEIVER, "dm", "Transceiver diagnostics", TARN_MAX_SUBARGS, true, nullptr},
-    {TARN_CMD_TOPOLOGY, "tp", "SAN topology", TARN_MAX_SUBARGS, true, nullptr},
-    {TARN_CMD_TOPOLOGY, "topology", "SAN topology", TARN_MAX_SUBARGS, true, nullptr},
-    {TARN_CMD_HBA_ALIAS, "ha", "HBA alias", TARN_MAX_SUBARGS, true, nullptr},
-    {TARN_CMD_PORT_ALIAS, "pa", "Port alias", TARN_MAX_SUBARGS, true, nullptr},
-    {TARN_CMD_IIDMA, "q", "iiDMA settings", TARN_MAX_SUBARGS, true, nullptr},
-    {TARN_CMD_PL, "pl", "Port link settings", TARN_MAX_SUBARGS, true, nullptr},
-    {TARN_CMD_TM, "tm", "Target mode settings", TARN_MAX_SUBARGS, true, nullptr},
-    {TARN_CMD_VPORTS, "vp", "Virtual ports", TARN_MAX_SUBARGS, true, "node.hba.virtual.vport.enable"},
-    {TARN_CMD_U, "u", "Utilities", TARN_MAX_SUBARGS, true, nullptr},
-    {TARN_CMD_SP, "sp", "Security settings", TARN_MAX_SUBARGS, true, nullptr},
-    {TARN_CMD_PC, "pc", "Port congestion settings", TARN_MAX_SUBARGS, true, nullptr},
-    {TARN_CMD_FWDUMP, "fwdump", "Firmware dump", TARN_MAX_SUBARGS, true, nullptr},
-    {TARN_CMD_EI, "ei", "Event information", TARN_MAX_SUBARGS, true, nullptr},
-    {TARN_CMD_VERSION, "v", "Version", 0, false, nullptr},
-    {TARN_CMD_HELP, "h", "Help", 0, false, nullptr},
-    {TARN_CMD_HELP, "?", "Help", 0, false, nullptr},
-};
-
-// Words a command takes as its first argument that are never a port
-// selector: "-i vpd" is "-i all vpd".
-constexpr struct {
-    int32_t id;
-    const char *word;
-} kKeywordArguments[] = {
-    {TARN_CMD_INFO, "vpd"},
-};
-
-bool IsKeywordArgument(const CommandSpec &c, const std::string &arg) {
-    for (const auto &k : kKeywordArguments)
-        if (k.id == c.id && strcasecmp(arg.c_str(), k.word) == 0) return true;
-    return false;
-}
-
-const CommandSpec *FindCommandById(int32_t id) {
-    for (const auto &c : kCommands)
-        if (c.id == id) return &c;
-    return nullptr;
-}
+using vt::cli::CommandSpec;
+using vt::cli::FindCommand;
 
 // "-t" or "/t" (any case) names the command word "t".
 bool IsWord(const std::string &arg, const char *word) {
     return arg.size() >= 2 && (arg[0] == '-' || arg[0] == '/') && strcasecmp(arg.c_str() + 1, word) == 0;
 }
 
-const CommandSpec *FindCommand(const std::string &arg) {
-    for (const auto &c : kCommands)
-        if (IsWord(arg, c.word)) return &c;
-    return nullptr;
+// A word the command takes as its first argument that is never a port
+// selector: "-i vpd" is "-i all vpd".
+bool IsKeywordArgument(const CommandSpec &c, const std::string &arg) {
+    return c.keyword != nullptr && strcasecmp(arg.c_str(), c.keyword) == 0;
 }
 
 // Any word of the usage list, switches included.
 bool IsOptionWord(const std::string &arg) {
     if (FindCommand(arg) != nullptr) return true;
-    for (const char *w : {"x", "x2", "s", "o", "f"})
+    for (const char *w : {"x", "x2", "j", "s", "o", "f"})
         if (IsWord(arg, w)) return true;
     return strcasecmp(arg.c_str(), "int") == 0;
 }
@@ -208,20 +140,7 @@ extern "C" {
 
 VTAPI_EXPORT const TarnCommand *TarnGetCommand(void) { return &g_command; }
 
-VTAPI_EXPORT const char *TarnCommandOption(int32_t command) {
-    static thread_local char word[16];
-    const CommandSpec *c = FindCommandById(command);
-    if (c == nullptr) return "";
-    std::snprintf(word, sizeof word, "-%s", c->word);
-    return word;
-}
-
-VTAPI_EXPORT const char *TarnCommandDescription(int32_t command) {
-    const CommandSpec *c = FindCommandById(command);
-    return c != nullptr ? c->description : "";
-}
-
-VTAPI_EXPORT uint32_t TarnParseWWN(const char *text, uint8_t *wwn) {
+uint32_t TarnParseWWN(const char *text, uint8_t *wwn) {
     if (text == nullptr || wwn == nullptr) return TARN_STATUS_BAD_VALUE;
     std::string hex;
     const size_t len = std::strlen(text);
@@ -262,7 +181,10 @@ VTAPI_EXPORT void InitializeParameters(void) {
     g_CmdFileName[0] = '\0';
     g_signalHandlerInProgress = 0;
     g_DiagState = TARN_DIAG_IDLE;
+    bJsonOutPut = 0;
     g_command = TarnCommand{};
+    g_command.Process = vt::cli::ProcessCommand;
+    g_command.Help = vt::cli::ShowHelp;
     g_args.clear();
 
     // The installation directory holds the reference file.  When the
@@ -306,6 +228,10 @@ VTAPI_EXPORT uint32_t RunFCCommandLine(int32_t argc, char **argv) {
 
     uint32_t status = ParseArg(argc, argv);
 
+    g_command.Output = bJsonOutPut   ? TARN_OUTPUT_JSON
+                       : bXmlOutPut2 ? TARN_OUTPUT_XML2
+                       : bXmlOutPut  ? TARN_OUTPUT_XML
+                                     : TARN_OUTPUT_TEXT;
     if (bHelp) {
         if (!bXmlOutPut) ProcessHelpArg(argc, argv);
         TarnUnInitializeLogFile();
@@ -324,7 +250,7 @@ VTAPI_EXPORT uint32_t RunFCCommandLine(int32_t argc, char **argv) {
         status = static_cast<uint32_t>(ProcessArg(argc, argv));
     } else {
         static const char kDisabled[] = "This feature is not available or disabled!";
-        if (bXmlOutPut) XML_EmitStatusMessage(TARN_STATUS_NOT_PERMITTED, kDisabled, 0, 1, 1);
+        if (g_command.Output != TARN_OUTPUT_TEXT) vt::cli::ReportFailure(g_command.Output, TARN_STATUS_NOT_PERMITTED, kDisabled);
         else TarnPrint(VT_MSG_PLAIN, "%s\n", kDisabled);
         status = TARN_STATUS_NOT_PERMITTED;
     }
@@ -374,6 +300,10 @@ VTAPI_EXPORT uint32_t FirstPassParseArg(int32_t argc, char **argv, int32_t fromF
             if (IsWord(a, "x2")) bXmlOutPut2 = 1;
             TarnLogMessage(VT_MSG_DEBUG, "FirstPassParseArg: Output in XML format");
             a.clear();
+        } else if (IsWord(a, "j")) {
+            bJsonOutPut = 1;
+            TarnLogMessage(VT_MSG_DEBUG, "FirstPassParseArg: Output in JSON format");
+            a.clear();
         } else if (IsWord(a, "s")) {
             SetDisplayMode(1);
             a.clear();
@@ -408,6 +338,9 @@ VTAPI_EXPORT uint32_t FirstPassParseArg(int32_t argc, char **argv, int32_t fromF
                 if (bXmlOutPut) {
                     SetParseError(TARN_STATUS_OUTPUT_SWITCH,
                                   "Error: Cannot generate xml output format to the system log file");
+                } else if (bJsonOutPut) {
+                    SetParseError(TARN_STATUS_OUTPUT_SWITCH,
+                                  "Error: Cannot generate JSON output format to the system log file");
                 } else {
                     SetLogFileName(vt::MapSystemPath("/var/adm/messages").c_str());
                     if (TarnInitializeLogFile("a+") != 0)
@@ -424,9 +357,15 @@ VTAPI_EXPORT uint32_t FirstPassParseArg(int32_t argc, char **argv, int32_t fromF
         }
     }
 
+    if (bXmlOutPut && bJsonOutPut)
+        SetParseError(TARN_STATUS_OUTPUT_SWITCH, "Error: Choose one output format: -x, -x2 or -j!");
     if (bHelp && bXmlOutPut) {
         bHelp = 0;  // reported as an error instead of printing nothing
         SetParseError(TARN_STATUS_OUTPUT_SWITCH, "Online help is not available with XML output!");
+    }
+    if (bHelp && bJsonOutPut) {
+        bHelp = 0;
+        SetParseError(TARN_STATUS_OUTPUT_SWITCH, "Online help is not available with JSON output!");
     }
     CountArguments();
     if (!fromFile && bCmdFile && argumentCount > 0 && !bParseErr)
@@ -589,7 +528,7 @@ VTAPI_EXPORT int32_t get_terminfo(void) {
 }
 
 // 0 when the saved attributes were put back, or when none were saved.
-VTAPI_EXPORT int32_t restore(void) {
+int32_t restore(void) {
     if (!g_terminalSaved) return 0;
     return tcsetattr(STDIN_FILENO, TCSANOW, &g_savedTerminal) == 0 ? 0 : -1;
 }
@@ -627,12 +566,6 @@ VTAPI_EXPORT void termination_handler(int32_t signum) {
     const int32_t status = restore();
     TarnLogMessage(VT_MSG_DEBUG, "termination_handler: exit %d.", status);
     std::exit(status);
-}
-
-VTAPI_EXPORT uint32_t OSSUninitialize(void) {
-    OSSDeleteCriticalSection();
-    HBA_FreeLibrary();
-    return 0;
 }
 
 VTAPI_EXPORT void cleanup(void) {

@@ -9,10 +9,10 @@
 #include <cstdlib>
 #include <cstring>
 
-#include "hbaparam_table.h"
-#include "nvram_config.h"
+#include "config/hbaparam_table.h"
+#include "config/nvram_config.h"
 #include "vtapi_cli.h"
-#include "vtapi_oss.h"
+#include "oss/oss.h"
 
 namespace vt::config {
 namespace {

@@ -8,14 +8,14 @@
 #include <cstdio>
 #include <cstring>
 
-#include "hbaparam_table.h"
+#include "config/hbaparam_table.h"
 #include "idtable.h"
-#include "nvram_image_check.h"
-#include "nvram_config.h"
-#include "nvram_internal.h"
+#include "config/nvram_image_check.h"
+#include "config/nvram_config.h"
+#include "config/nvram_internal.h"
 #include "sysroot.h"
-#include "vtapi_core.h"
-#include "vtapi_oss.h"
+#include "core/core.h"
+#include "oss/oss.h"
 
 namespace {
 const char kFile[] = __FILE__;

@@ -14,14 +14,14 @@
 #include <string>
 #include <vector>
 
-#include "hbaparam_table.h"
-#include "nvram_config.h"
-#include "nvram_image_check.h"
-#include "nvram_internal.h"
-#include "nvram_oem.h"
-#include "nvram_template.h"
-#include "vtapi_core.h"
-#include "vtapi_oss.h"
+#include "config/hbaparam_table.h"
+#include "config/nvram_config.h"
+#include "config/nvram_image_check.h"
+#include "config/nvram_internal.h"
+#include "config/nvram_oem.h"
+#include "config/nvram_template.h"
+#include "core/core.h"
+#include "oss/oss.h"
 
 using namespace vt::config;
 

@@ -1,6 +1,6 @@
 // Checks of NVRAM images handed in by users and adapters (see
 // nvram_image_check.h).
-#include "nvram_image_check.h"
+#include "config/nvram_image_check.h"
 
 #include <cstring>
 

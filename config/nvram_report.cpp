@@ -6,10 +6,10 @@
 #include <string>
 #include <vector>
 
-#include "hbaparam_table.h"
-#include "nvram_config.h"
-#include "nvram_internal.h"
-#include "vtapi_core.h"
+#include "config/hbaparam_table.h"
+#include "config/nvram_config.h"
+#include "config/nvram_internal.h"
+#include "core/core.h"
 
 using namespace vt::config;
 

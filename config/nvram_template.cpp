@@ -1,6 +1,6 @@
 // The NVRAM template reader (see nvram_template.h for the text form).  Pure:
 // no logging, no files, so the fuzz target can run it on its own.
-#include "nvram_template.h"
+#include "config/nvram_template.h"
 
 #include <algorithm>
 #include <bit>

@@ -7,7 +7,7 @@
 #include <vector>
 
 #include "config/vport.h"
-#include "vtapi_oss.h"
+#include "oss/oss.h"
 
 namespace {
 

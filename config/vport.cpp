@@ -9,8 +9,8 @@
 #include <vector>
 
 #include "config/vport.h"
-#include "vtapi_core.h"
-#include "vtapi_oss.h"
+#include "core/core.h"
+#include "oss/oss.h"
 
 namespace {
 
@@ -206,7 +206,7 @@ VTAPI_EXPORT uint32_t AddNewvPortToAdapterList(const SDMDevice *physical, const 
     return 0;
 }
 
-VTAPI_EXPORT uint32_t CreateVirtualPortOnDevice(SDMDevice *physical, const uint8_t *wwnn, const uint8_t *wwpn,
+uint32_t CreateVirtualPortOnDevice(SDMDevice *physical, const uint8_t *wwnn, const uint8_t *wwpn,
                                                 uint8_t *createdWWPN, uint16_t *vportId) {
     if (!vportId) return VTAPI_INVALID_ARGUMENT;
     if (uint32_t rc = CheckPhysical(physical)) return rc;
@@ -239,7 +239,7 @@ VTAPI_EXPORT uint32_t CreateVirtualPortOnDevice(SDMDevice *physical, const uint8
     return VTAPI_SUCCESS;
 }
 
-VTAPI_EXPORT uint32_t DeleteVirtualPortOnDevice(SDMDevice *physical, const uint8_t *vportWWPN) {
+uint32_t DeleteVirtualPortOnDevice(SDMDevice *physical, const uint8_t *vportWWPN) {
     if (!vportWWPN) return VTAPI_INVALID_ARGUMENT;
     if (uint32_t rc = CheckPhysical(physical)) return rc;
     const uint32_t rc = SDDeleteVport(physical->DeviceHandle, vportWWPN);
@@ -255,7 +255,7 @@ VTAPI_EXPORT uint32_t DeleteVirtualPortOnDevice(SDMDevice *physical, const uint8
     return VTAPI_SUCCESS;
 }
 
-VTAPI_EXPORT uint32_t GetVirtualPortQoSList(const SDMDevice *physical, VPortQoSList *list) {
+uint32_t GetVirtualPortQoSList(const SDMDevice *physical, VPortQoSList *list) {
     if (!list) return VTAPI_QOS_INVALID_LIST;
     *list = VPortQoSList{};
     list->MaxPercentageBW = MAX_BW_PERCENTAGE;
@@ -287,7 +287,7 @@ VTAPI_EXPORT uint32_t GetVirtualPortQoSList(const SDMDevice *physical, VPortQoSL
     return VTAPI_SUCCESS;
 }
 
-VTAPI_EXPORT void FreeVirtualPortQoSList(VPortQoSList *list) {
+void FreeVirtualPortQoSList(VPortQoSList *list) {
     if (!list) return;
     for (VPortQoSEntry *e = list->First; e;) {
         VPortQoSEntry *next = e->next;
@@ -298,7 +298,7 @@ VTAPI_EXPORT void FreeVirtualPortQoSList(VPortQoSList *list) {
     list->Count = 0;
 }
 
-VTAPI_EXPORT uint32_t SetVirtualPortQoS(SDMDevice *physical, const uint8_t *vportWWPN, const SDQoS *qos,
+uint32_t SetVirtualPortQoS(SDMDevice *physical, const uint8_t *vportWWPN, const SDQoS *qos,
                                         const uint16_t *lockedIds, uint32_t lockedCount) {
     if (!vportWWPN || !qos || (lockedCount && !lockedIds)) return VTAPI_INVALID_ARGUMENT;
     VPortQoSList list;

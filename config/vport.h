@@ -136,19 +136,19 @@ VTAPI_EXPORT uint32_t AddNewvPortToAdapterList(const SDMDevice *physical, const 
  * is generated (GenerateVPortWWN); without a WWNN the WWPN serves as both.
  * The WWPN tried is stored in createdWWPN when that is not null, also when
  * libvtsdm refuses the creation. */
-VTAPI_EXPORT uint32_t CreateVirtualPortOnDevice(SDMDevice *physical, const uint8_t *wwnn, const uint8_t *wwpn,
+uint32_t CreateVirtualPortOnDevice(SDMDevice *physical, const uint8_t *wwnn, const uint8_t *wwpn,
                                                 uint8_t *createdWWPN, uint16_t *vportId);
-VTAPI_EXPORT uint32_t DeleteVirtualPortOnDevice(SDMDevice *physical, const uint8_t *vportWWPN);
+uint32_t DeleteVirtualPortOnDevice(SDMDevice *physical, const uint8_t *vportWWPN);
 
 /* The QoS list of the port's vPorts (their values read now); released with
  * FreeVirtualPortQoSList. */
-VTAPI_EXPORT uint32_t GetVirtualPortQoSList(const SDMDevice *physical, VPortQoSList *list);
-VTAPI_EXPORT void FreeVirtualPortQoSList(VPortQoSList *list);
+uint32_t GetVirtualPortQoSList(const SDMDevice *physical, VPortQoSList *list);
+void FreeVirtualPortQoSList(VPortQoSList *list);
 /* Sets one vPort's QoS.  A percentage takes what it needs from the other
  * vPorts; the vPorts with the IDs in `lockedIds` are locked for this
  * change.  Every vPort whose value changes is written, lowered ones first;
  * a refused change writes none. */
-VTAPI_EXPORT uint32_t SetVirtualPortQoS(SDMDevice *physical, const uint8_t *vportWWPN, const SDQoS *qos,
+uint32_t SetVirtualPortQoS(SDMDevice *physical, const uint8_t *vportWWPN, const SDQoS *qos,
                                         const uint16_t *lockedIds, uint32_t lockedCount);
 
 /* The same for the command line, with the message for the user in

@@ -10,8 +10,8 @@
 #include <mutex>
 
 #include "config/vport.h"
-#include "vtapi_core.h"
-#include "vtapi_oss.h"
+#include "core/core.h"
+#include "oss/oss.h"
 
 namespace {
 

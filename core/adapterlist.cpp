@@ -6,8 +6,8 @@
 #include <cstring>
 #include <string>
 
-#include "vtapi_core.h"
-#include "vtapi_oss.h"
+#include "core/core.h"
+#include "oss/oss.h"
 
 namespace {
 
@@ -155,7 +155,7 @@ VTAPI_EXPORT SDMDevice *FindDeviceInDeviceListByAdapterEntry(const AdapterNode *
 }
 
 VTAPI_EXPORT uint32_t DeleteAdapter(AdapterNode *node) {
-    if (!node) return 8;
+    if (!node) return vt::kListNullArgument;
     FreeSlots(node);
     free(node);
     return 0;
@@ -362,7 +362,7 @@ VTAPI_EXPORT uint32_t CreateAdapterEntryFromSDMDevice(AdapterNode *node, SDMDevi
 // Refreshes a listed node from the device after a change made through the
 // library (vPort created or deleted, status changed).
 VTAPI_EXPORT uint32_t UpdateAdapterEntryInAdapterList(const SDMDevice *device) {
-    if (!device) return 8;
+    if (!device) return vt::kListNullArgument;
     for (AdapterNode *n = g_first; n; n = n->next) {
         if (!SameNames(n, device->DeviceNodeProperty.WWNN, device->DevicePortProperty.WWPN)) continue;
         GetAdapterStatus(device, n->Status);
@@ -406,7 +406,7 @@ VTAPI_EXPORT uint32_t UpdatePhysicalAdapterEntryByVirtualPortInAdapterList(const
 }
 
 VTAPI_EXPORT uint32_t DeletevPortInAdapterList(const uint8_t *vportWwpn) {
-    if (!vportWwpn) return 8;
+    if (!vportWwpn) return vt::kListNullArgument;
     for (AdapterNode *n = g_first; n; n = n->next) {
         for (auto *slot : n->VPortWWPN)
             if (slot && memcmp(slot, vportWwpn, 8) == 0) memset(slot, 0, 8);

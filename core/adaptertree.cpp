@@ -7,8 +7,8 @@
 #include <cstring>
 #include <vector>
 
-#include "vtapi_core.h"
-#include "vtapi_oss.h"
+#include "core/core.h"
+#include "oss/oss.h"
 
 namespace {
 
@@ -105,13 +105,13 @@ VTAPI_EXPORT ProtocolEntry *core_CreateProtocolEntry(void) {
     return static_cast<ProtocolEntry *>(calloc(1, sizeof(ProtocolEntry)));
 }
 
-VTAPI_EXPORT void core_ZeroAdapterEntryListMem(AdapterEntryList *list) {
+void core_ZeroAdapterEntryListMem(AdapterEntryList *list) {
     if (list) *list = AdapterEntryList{};
 }
-VTAPI_EXPORT void core_ZeroPhyPortListMem(PhyPortList *list) {
+void core_ZeroPhyPortListMem(PhyPortList *list) {
     if (list) *list = PhyPortList{};
 }
-VTAPI_EXPORT void core_ZeroProtocolListMem(ProtocolList *list) {
+void core_ZeroProtocolListMem(ProtocolList *list) {
     if (list) *list = ProtocolList{};
 }
 
@@ -160,7 +160,7 @@ VTAPI_EXPORT AdapterEntry *FindAdapterEntryUsingSerialNo(AdapterEntryList *list,
 // from its flash: the expansion-ROM chain of the boot-code region, the RISC
 // firmware header, and the image layout table.
 VTAPI_EXPORT uint32_t GetHBAOptionROMVersions(const SDMDevice *device, AdapterEntry *entry) {
-    if (!device || !entry) return 8;
+    if (!device || !entry) return vt::kListNullArgument;
     entry->FlashBIOSVersion[0] = entry->FCodeVersion[0] = entry->EFIVersion[0] = '\0';
     entry->FlashFirmwareVersion[0] = entry->FlashMultiBootVersion[0] = '\0';
     std::vector<uint8_t> rom;
@@ -196,7 +196,7 @@ VTAPI_EXPORT uint32_t GetHBAOptionROMVersions(const SDMDevice *device, AdapterEn
 }
 
 VTAPI_EXPORT uint32_t BuildAdapterInfoForFC(AdapterEntryList *list) {
-    if (!list) return 8;
+    if (!list) return vt::kListNullArgument;
     CoreUpdateFabricWWN();
     SDMDeviceList *mine = GetMyDeviceList();
     if (!mine || mine->Count == 0) return 0;
@@ -222,7 +222,7 @@ VTAPI_EXPORT uint32_t BuildAdapterInfoForFC(AdapterEntryList *list) {
         AdapterEntry *entry = FindAdapterEntryUsingSerialNo(list, serial);
         if (!entry) {
             entry = core_CreateAdapterEntry();
-            if (!entry) return 115;
+            if (!entry) return vt::kNoMemory;
             snprintf(entry->SerialNumber, sizeof entry->SerialNumber, "%s", serial);
             entry->AdapterType = GetAdapterFunctionType(d->DeviceChipProperty.DeviceID);
             snprintf(entry->Manufacturer, sizeof entry->Manufacturer, "%s", d->DeviceNodeProperty.Manufacturer);
@@ -251,7 +251,7 @@ VTAPI_EXPORT uint32_t BuildAdapterInfoForFC(AdapterEntryList *list) {
             }
         if (!port) {
             port = core_CreatePhyPortEntry();
-            if (!port) return 115;
+            if (!port) return vt::kNoMemory;
             port->PhysicalPortNumber = uint8_t(portNumber);
             port->PciBusNumber = bus;
             port->PciDeviceNumber = dev;
@@ -268,7 +268,7 @@ VTAPI_EXPORT uint32_t BuildAdapterInfoForFC(AdapterEntryList *list) {
             }
         if (!proto) {
             proto = core_CreateProtocolEntry();
-            if (!proto) return 115;
+            if (!proto) return vt::kNoMemory;
             memcpy(proto->WWNN, d->DeviceNodeProperty.WWNN, 8);
             memcpy(proto->WWPN, d->DevicePortProperty.WWPN, 8);
             Append(&port->Protocols, proto);
@@ -283,7 +283,7 @@ VTAPI_EXPORT uint32_t BuildAdapterInfoForFC(AdapterEntryList *list) {
     return 0;
 }
 
-VTAPI_EXPORT void DumpAdapterEntryList(const AdapterEntryList *list) {
+void DumpAdapterEntryList(const AdapterEntryList *list) {
     if (!list) return;
     for (const AdapterEntry *a = list->First; a; a = a->next) {
         LogDebug(__FILE__, __LINE__, "Begin Adapter = %s", a->SerialNumber);

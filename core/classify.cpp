@@ -4,8 +4,8 @@
 #include <strings.h>
 
 #include "idtable.h"
-#include "vtapi_core.h"
-#include "vtapi_oss.h"
+#include "core/core.h"
+#include "oss/oss.h"
 
 namespace ids = vt::ids;
 
@@ -182,11 +182,11 @@ VTAPI_EXPORT uint32_t isCNAWithLROptionEnable(const SDMDevice *device) {
     return on;
 }
 
-VTAPI_EXPORT uint32_t isOEMModelSuffixHBA(const SDMDevice *device) {
+uint32_t isOEMModelSuffixHBA(const SDMDevice *device) {
     return device && ids::HasModelSuffixS(Ssvid(device), Ssdid(device)) ? 1 : 0;
 }
 
-VTAPI_EXPORT uint32_t isSingleBIOSHBA(const SDMDevice *device) {
+uint32_t isSingleBIOSHBA(const SDMDevice *device) {
     return device && ids::IsSingleBiosBoard(Ssvid(device), Ssdid(device)) ? 1 : 0;
 }
 

@@ -7,8 +7,8 @@
 #include <cstdlib>
 #include <cstring>
 
-#include "vtapi_core.h"
-#include "vtapi_oss.h"
+#include "core/core.h"
+#include "oss/oss.h"
 
 namespace {
 
@@ -61,7 +61,7 @@ VTAPI_EXPORT uint32_t CoreIsDriverWithRemotePortInfoSupport(const SDMDevice *dev
     return device && (device->DeviceDriverProperty.Capabilities & SD_DRVCAP_REMOTE_PORT_INFO) ? 1 : 0;
 }
 
-VTAPI_EXPORT uint32_t CoreIsAenSupported(const SDMDevice *device) {
+uint32_t CoreIsAenSupported(const SDMDevice *device) {
     return device && (device->DeviceDriverProperty.Capabilities & SD_DRVCAP_AEN) ? 1 : 0;
 }
 
@@ -111,14 +111,14 @@ VTAPI_EXPORT SDMDevice *CreateNewSDMDevice(uint32_t handle, uint32_t instance) {
     return d;
 }
 
-VTAPI_EXPORT void FreeSDMDevice(SDMDevice *device) {
+void FreeSDMDevice(SDMDevice *device) {
     if (!device) return;
     FreeTargetList(&device->Targets);
     free(device);
 }
 
-VTAPI_EXPORT uint32_t AddDeviceToDeviceList(SDMDevice *device) {
-    if (!device) return 8;
+uint32_t AddDeviceToDeviceList(SDMDevice *device) {
+    if (!device) return vt::kListNullArgument;
     device->next = nullptr;
     device->prev = g_deviceList.Last;
     if (g_deviceList.Last) g_deviceList.Last->next = device;
@@ -143,7 +143,7 @@ VTAPI_EXPORT uint32_t RemoveAllDevicesFromDeviceList(void) {
 // the copy has no links.  The destination must be zeroed or an earlier copy,
 // whose target list is released first.
 VTAPI_EXPORT uint32_t CopyToVTAPISDMDevice(SDMDevice *destination, const SDMDevice *source) {
-    if (!destination || !source) return 8;
+    if (!destination || !source) return vt::kListNullArgument;
     if (destination == source) return 0;
     FreeTargetList(&destination->Targets);
     *destination = *source;

@@ -7,9 +7,9 @@
 #include <cstring>
 
 #include "core/tarn_lists.h"
-#include "vtapi_boardtable.h"
-#include "vtapi_core.h"
-#include "vtapi_oss.h"
+#include "core/boardtable.h"
+#include "core/core.h"
+#include "oss/oss.h"
 
 namespace {
 
@@ -413,7 +413,7 @@ VTAPI_EXPORT uint32_t UpdateAdapterEntryList(SDMDevice *device) { return UpdateA
 // A board with a single BIOS chip reports its option-ROM version as the
 // BIOS version alone.
 VTAPI_EXPORT uint32_t UpdateHBAVersionForOEM(SDMDevice *device) {
-    if (!device) return 8;
+    if (!device) return vt::kListNullArgument;
     char *v = device->DeviceNodeProperty.OptionRomVersion;
     if (char *space = strchr(v, ' ')) *space = '\0';
     return 0;

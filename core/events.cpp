@@ -4,14 +4,15 @@
 #include <cstdlib>
 #include <cstring>
 
-#include "vtapi_core.h"
-#include "vtapi_events.h"
-#include "vtapi_oss.h"
+#include "core/core.h"
+#include "core/events.h"
+#include "oss/oss.h"
+#include "oss/oss_status.h"
 
 namespace {
 
 const char kFile[] = __FILE__;
-constexpr uint32_t kRebuild = 0xFFFFFFFEu;
+
 
 const char *EventText(uint32_t code) {
     switch (code) {
@@ -32,22 +33,17 @@ const char *EventText(uint32_t code) {
 extern "C" {
 
 VTAPI_EXPORT VTAPI_AlarmCallback gAlarmCallbacks[VTAPI_MAX_ALARM_CALLBACKS];
-VTAPI_EXPORT uint32_t g_LastEvent = 0;
-VTAPI_EXPORT uint32_t g_CoreSingleUserMode = 0;
-VTAPI_EXPORT uint32_t g_CoreAenDisabled = 0;
-VTAPI_EXPORT uint32_t g_CoreConfigChanged = 0;
-VTAPI_EXPORT uint32_t g_CorePollingInterval = 30;
+uint32_t g_LastEvent = 0;
+uint32_t g_CoreSingleUserMode = 0;
+uint32_t g_CoreAenDisabled = 0;
+uint32_t g_CoreConfigChanged = 0;
+uint32_t g_CorePollingInterval = 30;
 
 VTAPI_EXPORT uint32_t CoreGenerateHostNotificationAlarm(uint32_t device, uint32_t reserved1, uint32_t status,
                                                         uint32_t reserved2) {
     for (VTAPI_AlarmCallback cb : gAlarmCallbacks)
         if (cb) cb(device, reserved1, status, reserved2);
     return 0;
-}
-
-VTAPI_EXPORT uint32_t FC_GenerateHostNotificationAlarm(uint32_t device, uint32_t reserved1, uint32_t status,
-                                                       uint32_t reserved2) {
-    return CoreGenerateHostNotificationAlarm(device, reserved1, status, reserved2);
 }
 
 VTAPI_EXPORT uint32_t CoreHandleAEN(void) {
@@ -97,7 +93,7 @@ VTAPI_EXPORT uint32_t CoreHandleAEN(void) {
     if (!rebuild) return 0;
     if (!g_CoreSingleUserMode) {
         LogDebug(kFile, __LINE__, "CoreHandleAEN: Flagging rebuilding of CoreDB...");
-        return kRebuild;
+        return vt::kRebuildRequested;
     }
     g_CoreConfigChanged = 1;
     return 0;
@@ -154,58 +150,10 @@ VTAPI_EXPORT uint32_t CoreHandlePortStateChange(void) {
     if (!rebuild) return 0;
     if (!g_CoreSingleUserMode) {
         LogDebug(kFile, __LINE__, "CoreHandlePortStateChange: Rebuilding CoreDB...");
-        return kRebuild;
+        return vt::kRebuildRequested;
     }
     g_CoreConfigChanged = 1;
     return 0;
-}
-
-VTAPI_EXPORT void FC_CorePollForAEN(void) {
-    const uint32_t aen = CoreHandleAEN();
-    if (aen == kRebuild) LogDebug(kFile, __LINE__, "FC_CorePollForAEN: CoreHandleAEN() requests a DB rebuild");
-    const uint32_t ports = CoreHandlePortStateChange();
-    if (ports == kRebuild)
-        LogDebug(kFile, __LINE__, "FC_CorePollForAEN: CoreHandlePortStateChange() requests a DB rebuild");
-    if (aen != kRebuild && ports != kRebuild) return;
-    LogDebug(kFile, __LINE__, "FC_CorePollForAEN: Rebuilding CoreDB - Notifying clients of change");
-    guConfigChanged = 1;
-}
-
-VTAPI_EXPORT uint32_t VTAPI_RegisterAlarmNotificationCallback(VTAPI_AlarmCallback callback) {
-    ProfilerEnterFunction("VTAPI_RegisterAlarmNotificationCallback");
-    uint32_t rc = 2;
-    if (callback) {
-        rc = 0xFFFFFFFFu;
-        for (VTAPI_AlarmCallback &slot : gAlarmCallbacks) {
-            if (slot == callback) {
-                rc = 0;
-                break;
-            }
-            if (!slot) {
-                slot = callback;
-                rc = 0;
-                break;
-            }
-        }
-    }
-    LogDebug(kFile, __LINE__, "VTAPI_RegisterAlarmNotificationCallback(): returning with %d", rc);
-    ProfilerExitFunction("VTAPI_RegisterAlarmNotificationCallback");
-    return rc;
-}
-
-VTAPI_EXPORT uint32_t VTAPI_UnRegisterAlarmNotificationCallback(VTAPI_AlarmCallback callback) {
-    ProfilerEnterFunction("VTAPI_UnRegisterAlarmNotificationCallback");
-    uint32_t rc = 2;
-    if (callback)
-        for (VTAPI_AlarmCallback &slot : gAlarmCallbacks)
-            if (slot == callback) {
-                slot = nullptr;
-                rc = 0;
-                break;
-            }
-    LogDebug(kFile, __LINE__, "VTAPI_UnRegisterAlarmNotificationCallback(): returning with %d", rc);
-    ProfilerExitFunction("VTAPI_UnRegisterAlarmNotificationCallback");
-    return rc;
 }
 
 VTAPI_EXPORT uint32_t CoreLoadPollingInterval(void) {
@@ -226,7 +174,7 @@ VTAPI_EXPORT uint32_t CoreLoadPollingInterval(void) {
     return interval;
 }
 
-VTAPI_EXPORT uint32_t CoreGetPollingInterval(void) { return g_CorePollingInterval; }
+uint32_t CoreGetPollingInterval(void) { return g_CorePollingInterval; }
 
 VTAPI_EXPORT uint32_t CoreSetPollingInterval(uint32_t seconds) {
     char value[16];

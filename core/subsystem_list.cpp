@@ -1,10 +1,11 @@
 // The board table: BuildSubSystemListFromFile deciphers and parses
 // <install>/data/adapters_adapter_provider.properties (format in
 // common/boardtable_crypto.h) into a SubSystemList.
-#include "vtapi_boardtable.h"
-#include "vtapi_oss.h"
+#include "core/boardtable.h"
+#include "oss/oss.h"
 
 #include "boardtable_crypto.h"
+#include "oss/oss_handle.h"
 
 #include <fcntl.h>
 #include <sys/stat.h>
@@ -28,14 +29,14 @@ constexpr off_t kMaxFileSize = 1 << 20;
 
 // Reads the whole file, or sets `error` to the reason it could not.
 std::optional<std::vector<uint8_t>> ReadWholeFile(const char *path, std::string &error) {
-    int fd = open(path, O_RDONLY | O_CLOEXEC);
-    if (fd < 0) {
+    const vt::oss::Fd fd(open(path, O_RDONLY | O_CLOEXEC));
+    if (!fd) {
         error = std::strerror(errno);
         return std::nullopt;
     }
     std::vector<uint8_t> data;
     struct stat st {};
-    if (fstat(fd, &st) != 0 || !S_ISREG(st.st_mode)) {
+    if (fstat(fd.get(), &st) != 0 || !S_ISREG(st.st_mode)) {
         error = "not a regular file";
     } else if (st.st_size > kMaxFileSize) {
         error = "file too large";
@@ -43,14 +44,13 @@ std::optional<std::vector<uint8_t>> ReadWholeFile(const char *path, std::string 
         data.resize(static_cast<size_t>(st.st_size));
         size_t got = 0;
         while (got < data.size()) {
-            ssize_t n = read(fd, data.data() + got, data.size() - got);
+            ssize_t n = read(fd.get(), data.data() + got, data.size() - got);
             if (n < 0 && errno == EINTR) continue;
             if (n <= 0) break;
             got += static_cast<size_t>(n);
         }
         if (got != data.size()) error = "short read";
     }
-    close(fd);
     if (!error.empty()) return std::nullopt;
     return data;
 }
@@ -171,7 +171,7 @@ VTAPI_EXPORT SubSystemRecord *FindSubSystemInSubSystemList(SubSystemList *list, 
     return nullptr;
 }
 
-VTAPI_EXPORT void FreeSubSystemList(SubSystemList *list) {
+void FreeSubSystemList(SubSystemList *list) {
     if (list == nullptr) return;
     for (SubSystemRecord *rec = list->First; rec != nullptr;) {
         SubSystemRecord *next = rec->next;

@@ -8,8 +8,8 @@
 #include <memory>
 #include <vector>
 
-#include "vtapi_core.h"
-#include "vtapi_oss.h"
+#include "core/core.h"
+#include "oss/oss.h"
 
 namespace {
 
@@ -246,7 +246,7 @@ VTAPI_EXPORT TargetEntry *CreateNewTarget(void) {
 
 // Unlinks a target from the list and frees it with its LUNs.
 VTAPI_EXPORT int32_t DeleteTarget(TargetList *list, TargetEntry *target) {
-    if (!list || !target) return 8;
+    if (!list || !target) return vt::kListNullArgument;
     if (!Unlink(list, target)) return -1;
     FreeLunList(&target->Luns);
     free(target);
@@ -257,7 +257,7 @@ VTAPI_EXPORT void RemoveAllTargetsFromTargetList(TargetList *list) { FreeTargetL
 
 // Appends a target; a target whose (WWNN, WWPN) is already listed is refused.
 VTAPI_EXPORT int32_t AddTargetToTargetList(TargetList *list, TargetEntry *target) {
-    if (!list || !target) return 8;
+    if (!list || !target) return vt::kListNullArgument;
     if (FindTargetInTargetList(list, target)) return -1;
     Append(list, target);
     return 0;
@@ -322,15 +322,15 @@ VTAPI_EXPORT void FreeTargetList(TargetList *list) {
 
 // Deep copy of a target list with its LUN lists; 0, or 115 when memory runs
 // out (the copy made so far is freed).
-VTAPI_EXPORT uint32_t CopyTargetList(TargetList *destination, const TargetList *source) {
-    if (!destination) return 8;
+uint32_t CopyTargetList(TargetList *destination, const TargetList *source) {
+    if (!destination) return vt::kListNullArgument;
     InitTargetList(destination);
     if (!source) return 0;
     for (const TargetEntry *t = source->First; t; t = t->next) {
         auto *copy = static_cast<TargetEntry *>(malloc(sizeof(TargetEntry)));
         if (!copy) {
             FreeTargetList(destination);
-            return 115;
+            return vt::kNoMemory;
         }
         *copy = *t;
         InitLunList(&copy->Luns);
@@ -339,7 +339,7 @@ VTAPI_EXPORT uint32_t CopyTargetList(TargetList *destination, const TargetList *
             auto *lc = static_cast<LunEntry *>(malloc(sizeof(LunEntry)));
             if (!lc) {
                 FreeTargetList(destination);
-                return 115;
+                return vt::kNoMemory;
             }
             *lc = *l;
             Append(&copy->Luns, lc);
@@ -365,7 +365,7 @@ VTAPI_EXPORT LunEntry *CreateNewLun(void) {
 }
 
 VTAPI_EXPORT int32_t DeleteLun(LunList *list, LunEntry *lun) {
-    if (!list || !lun) return 8;
+    if (!list || !lun) return vt::kListNullArgument;
     if (!Unlink(list, lun)) return -1;
     free(lun);
     return 0;
@@ -375,7 +375,7 @@ VTAPI_EXPORT void RemoveAllLunsFromLunList(LunList *list) { FreeLunList(list); }
 
 // Appends a LUN; a LUN number that is already listed is refused.
 VTAPI_EXPORT int32_t AddLunToLunList(LunList *list, LunEntry *lun) {
-    if (!list || !lun) return 8;
+    if (!list || !lun) return vt::kListNullArgument;
     if (FindLunInLunList(list, lun->LunNumber)) return -1;
     Append(list, lun);
     return 0;
@@ -405,7 +405,7 @@ VTAPI_EXPORT void FreeLunList(LunList *list) {
 // reports an earlier event, so the LUN is ready.
 VTAPI_EXPORT uint32_t CheckLunReady(SDMDevice *device, TargetEntry *target, uint16_t lunNumber, uint32_t *passive) {
     if (passive) *passive = 0;
-    if (!device || !target) return 8;
+    if (!device || !target) return vt::kListNullArgument;
     uint8_t sense[kSenseSize];
     uint32_t senseSize = kSenseSize;
     const uint32_t rc = SDSendScsiTestUnitReadyCmdFC(device->DeviceHandle, target->WWPN, lunNumber, sense, &senseSize);
@@ -428,7 +428,7 @@ VTAPI_EXPORT uint32_t CheckLunReady(SDMDevice *device, TargetEntry *target, uint
 // A target is ready when it is logged in and answers a command on LUN 0:
 // any SCSI status counts, a transport failure does not.
 VTAPI_EXPORT uint32_t CheckTargetReady(SDMDevice *device, TargetEntry *target) {
-    if (!device || !target) return 8;
+    if (!device || !target) return vt::kListNullArgument;
     if (!(target->TargetFlags & SD_TGTFLAG_LOGGED_IN)) return SDERR_NOT_FOUND;
     uint8_t sense[kSenseSize];
     uint32_t senseSize = kSenseSize;
@@ -444,7 +444,7 @@ VTAPI_EXPORT uint32_t CheckTargetReady(SDMDevice *device, TargetEntry *target) {
 // World-wide unique LUN name: the first NAA designator of INQUIRY VPD page
 // 0x83 associated with the LUN, left-aligned in WWULN.
 VTAPI_EXPORT uint32_t RetrieveWWULunNumberForLun(SDMDevice *device, TargetEntry *target, LunEntry *lun) {
-    if (!device || !target || !lun) return 8;
+    if (!device || !target || !lun) return vt::kListNullArgument;
     uint8_t page[255];
     uint8_t sense[kSenseSize];
     uint32_t respSize = sizeof page, senseSize = kSenseSize;
@@ -475,7 +475,7 @@ VTAPI_EXPORT uint32_t RetrieveWWULunNumberForLun(SDMDevice *device, TargetEntry 
 
 // OS device name of one LUN; empty when the host has none.
 VTAPI_EXPORT uint32_t GetSingleTargetsOSMapping(SDMDevice *device, TargetEntry *target, LunEntry *lun) {
-    if (!device || !target || !lun) return 8;
+    if (!device || !target || !lun) return vt::kListNullArgument;
     const uint32_t rc = SDGetLunOSDeviceName(device->DeviceHandle, target->WWPN, lun->LunNumber, lun->OSDeviceName,
                                              sizeof lun->OSDeviceName);
     if (rc != SDERR_NONE) {
@@ -493,7 +493,7 @@ VTAPI_EXPORT uint32_t GetSingleTargetsOSMapping(SDMDevice *device, TargetEntry *
 // listed LUN, or LUN 0), as text.
 VTAPI_EXPORT uint32_t RetrieveSerialNumberForTarget(SDMDevice *device, TargetEntry *target, char *serial,
                                                     uint32_t size) {
-    if (!device || !target || !serial || size == 0) return 8;
+    if (!device || !target || !serial || size == 0) return vt::kListNullArgument;
     serial[0] = '\0';
     const uint16_t lun = target->Luns.First ? target->Luns.First->LunNumber : 0;
     uint8_t page[255];
@@ -642,11 +642,11 @@ VTAPI_EXPORT int32_t RetrieveLunsForTarget(SDMDevice *device, TargetEntry *targe
 // names, port ID, discovered properties and flags.  Known targets keep their
 // LUN lists; targets no longer reported are dropped.
 VTAPI_EXPORT uint32_t RetrieveTargetDataForTargets(SDMDevice *device) {
-    if (!device) return 8;
+    if (!device) return vt::kListNullArgument;
     std::vector<SDDiscTargetProperty> props;
     if (!ReadDiscoveredTargets(device, "RetrieveTargetDataForTargets", props)) {
         FreeTargetList(&device->Targets);
-        return 0xFFFFFFFFu;
+        return vt::kFailure;
     }
     TargetList fresh;
     InitTargetList(&fresh);
@@ -670,7 +670,7 @@ VTAPI_EXPORT uint32_t RetrieveTargetDataForTargets(SDMDevice *device) {
 
 // LUN lists of every logged-in target; other targets are kept without LUNs.
 VTAPI_EXPORT uint32_t RetrieveLunDataForTargets(SDMDevice *device) {
-    if (!device) return 8;
+    if (!device) return vt::kListNullArgument;
     for (TargetEntry *t = device->Targets.First; t; t = t->next) {
         if (t->TargetFlags & SD_TGTFLAG_LOGGED_IN) RetrieveLunsForTarget(device, t);
         else FreeLunList(&t->Luns);
@@ -680,7 +680,7 @@ VTAPI_EXPORT uint32_t RetrieveLunDataForTargets(SDMDevice *device) {
 
 // Refreshes the passive-path flag of every listed LUN.
 VTAPI_EXPORT uint32_t RetrievePathInfoForTargets(SDMDevice *device) {
-    if (!device) return 8;
+    if (!device) return vt::kListNullArgument;
     for (TargetEntry *t = device->Targets.First; t; t = t->next)
         for (LunEntry *l = t->Luns.First; l; l = l->next) {
             uint32_t passive = 0;
@@ -692,10 +692,10 @@ VTAPI_EXPORT uint32_t RetrievePathInfoForTargets(SDMDevice *device) {
 // Port ID, FC port type and login state of the listed targets, from the
 // driver's remote-port records.
 VTAPI_EXPORT uint32_t RetrieveRemotePortInfoForTargets(SDMDevice *device) {
-    if (!device) return 8;
+    if (!device) return vt::kListNullArgument;
     if (!device->Targets.First) return 0;
     std::vector<SDDiscTargetProperty> props;
-    if (!ReadDiscoveredTargets(device, "RetrieveRemotePortInfoForTargets", props)) return 0xFFFFFFFFu;
+    if (!ReadDiscoveredTargets(device, "RetrieveRemotePortInfoForTargets", props)) return vt::kFailure;
     for (const SDDiscTargetProperty &p : props) {
         TargetEntry *t = FindTargetByWWNNAndWWPNInTargetList(&device->Targets, p.WWNN, p.WWPN);
         if (!t) continue;
@@ -730,7 +730,7 @@ VTAPI_EXPORT uint32_t CoreInitializeTargets(void) {
 }
 
 VTAPI_EXPORT uint32_t CoreUpdateLunOSDeviceName(SDMDevice *device) {
-    if (!device) return 8;
+    if (!device) return vt::kListNullArgument;
     for (TargetEntry *t = device->Targets.First; t; t = t->next)
         for (LunEntry *l = t->Luns.First; l; l = l->next) GetSingleTargetsOSMapping(device, t, l);
     return 0;

@@ -137,7 +137,7 @@ typedef struct PollParam {
     char Name[20];
     char Value[256];
 } PollParam;
-VTAPI_EXPORT extern PollParam g_UserPollingTable[2][POLL_PARAM_COUNT];
+extern PollParam g_UserPollingTable[2][POLL_PARAM_COUNT];
 
 /* Defaults: AutoPoll 0 (until ENTER), SetRate 5, no log file, no filter. */
 VTAPI_EXPORT void InitializeUserPollingTable(uint32_t kind);
@@ -173,7 +173,7 @@ VTAPI_EXPORT LinkStatusEntry *FindDeviceInLinkStatusList(const VTAPI_LinkStatusR
 /* The session's lists: current (counted from the last reset) and saved
  * (the totals). */
 VTAPI_EXPORT VTAPI_LinkStatusResultList *GetLinkStatusResultList(void);
-VTAPI_EXPORT VTAPI_LinkStatusResultList *GetLinkStatusResultSavedList(void);
+VTAPI_LinkStatusResultList *GetLinkStatusResultSavedList(void);
 VTAPI_EXPORT void ResetCurrentLinkStatus(VTAPI_LinkStatusResultList *list);
 /* The current view counts from now on. */
 VTAPI_EXPORT void ResetLinkStatusCounters(void);

@@ -14,8 +14,8 @@
 
 #include "diag.h"
 #include "diag_internal.h"
-#include "vtapi_core.h"
-#include "vtapi_oss.h"
+#include "core/core.h"
+#include "oss/oss.h"
 
 extern "C" {
 VTAPI_EXPORT DiagParam g_UserDiagnosticsTable[DIAG_PARAM_COUNT];

@@ -13,7 +13,7 @@
 
 #include "diag.h"
 #include "diag_internal.h"
-#include "vtapi_oss.h"
+#include "oss/oss.h"
 
 namespace {
 

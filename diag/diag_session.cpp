@@ -20,7 +20,7 @@
 #include "diag.h"
 #include "diag_internal.h"
 #include "vtapi_cli.h"
-#include "vtapi_oss.h"
+#include "oss/oss.h"
 
 namespace vt::diag {
 

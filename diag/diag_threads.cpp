@@ -8,8 +8,8 @@
 
 #include "diag.h"
 #include "diag_internal.h"
-#include "vtapi_core.h"
-#include "vtapi_oss.h"
+#include "core/core.h"
+#include "oss/oss.h"
 
 namespace vt::diag {
 

@@ -12,8 +12,8 @@
 
 #include "diag.h"
 #include "diag_internal.h"
-#include "vtapi_core.h"
-#include "vtapi_oss.h"
+#include "core/core.h"
+#include "oss/oss.h"
 
 namespace {
 
@@ -219,7 +219,7 @@ VTAPI_EXPORT uint32_t GetLinkStatus(const SDMDevice *adapter, VTAPI_LinkStatusRe
 
 VTAPI_EXPORT VTAPI_LinkStatusResultList *GetLinkStatusResultList(void) { return &g_current; }
 
-VTAPI_EXPORT VTAPI_LinkStatusResultList *GetLinkStatusResultSavedList(void) { return &g_saved; }
+VTAPI_LinkStatusResultList *GetLinkStatusResultSavedList(void) { return &g_saved; }
 
 VTAPI_EXPORT void ResetCurrentLinkStatus(VTAPI_LinkStatusResultList *list) {
     for (LinkStatusEntry *e = list ? list->First : nullptr; e; e = e->next) SetCounters(*e, SDLinkErrorStatus{});

@@ -8,7 +8,7 @@
 #include "diag_internal.h"
 
 extern "C" {
-VTAPI_EXPORT PollParam g_UserPollingTable[2][POLL_PARAM_COUNT];
+PollParam g_UserPollingTable[2][POLL_PARAM_COUNT];
 }
 
 namespace {

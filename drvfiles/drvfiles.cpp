@@ -18,8 +18,8 @@
 #include "drvtext.h"
 #include "oss/oss_file.h"
 #include "sysroot.h"
-#include "vtapi_core.h"
-#include "vtapi_oss.h"
+#include "core/core.h"
+#include "oss/oss.h"
 
 namespace {
 
@@ -346,7 +346,7 @@ VTAPI_EXPORT uint32_t vtlapi_set_drv_param(const char *module, const char *name,
     return updated == line ? 0 : vtlapi_set_drv_param_optline(module, updated.c_str());
 }
 
-VTAPI_EXPORT uint32_t vtlapi_get_module_name(uint32_t handle, char *module, uint32_t size) {
+uint32_t vtlapi_get_module_name(uint32_t handle, char *module, uint32_t size) {
     if (module == nullptr) return SDERR_INVALID_PARAMETER;
     SDDriverProperty driver;
     if (uint32_t rc = SDGetHbaDeviceDriverProperty(handle, &driver)) return rc;

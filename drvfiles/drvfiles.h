@@ -146,7 +146,7 @@ VTAPI_EXPORT uint32_t vtlapi_get_drv_param(const char *module, const char *name,
 VTAPI_EXPORT uint32_t vtlapi_set_drv_param(const char *module, const char *name, const char *value);
 
 /* The driver module name of an open adapter (libvtsdm's driver name). */
-VTAPI_EXPORT uint32_t vtlapi_get_module_name(uint32_t handle, char *module, uint32_t size);
+uint32_t vtlapi_get_module_name(uint32_t handle, char *module, uint32_t size);
 
 /* Failover data entry points, by libvtsdm handle of a physical port.  They
  * read and rewrite the port's tokens in the driver configuration file;

@@ -8,16 +8,14 @@
 #include <cstring>
 #include <vector>
 
-#include "vtapi_api.h"
-#include "vtapi_core.h"
-#include "vtapi_oss.h"
-#include "vtapi_vpd.h"
+#include "fc/fc.h"
+#include "core/core.h"
+#include "oss/oss.h"
+#include "flash/vpd.h"
 
 namespace {
 
 const char kFile[] = __FILE__;
-
-constexpr uint32_t kMaxVpdSize = 65536;  // a larger size from the device is not believed
 
 bool SameNames(const SDMDevice *a, const uint8_t *wwnn, const uint8_t *wwpn) {
     return memcmp(a->DeviceNodeProperty.WWNN, wwnn, 8) == 0 && memcmp(a->DevicePortProperty.WWPN, wwpn, 8) == 0;
@@ -151,23 +149,6 @@ VTAPI_EXPORT uint32_t FC_GetVpd(uint32_t device, uint16_t index, void *buffer, u
     if (rc != SDERR_NONE)
         LogDebug(kFile, __LINE__, "FC_GetVpd: SDGetVpd(%u) returned 0x%x, size %u", device, rc, *size);
     return rc;
-}
-
-VTAPI_EXPORT uint32_t GetHBAVPDData2(const SDMDevice *device, VPDInfo *info) {
-    if (!device || !info) return VTAPI_INVALID_ARGUMENT;
-    *info = VPDInfo{};
-    std::vector<uint8_t> buffer(1024);
-    uint32_t size = uint32_t(buffer.size());
-    uint32_t rc = FC_GetVpd(device->Instance, 0, buffer.data(), &size);
-    if (rc == SDERR_BUFFER_TOO_SMALL && size > buffer.size() && size <= kMaxVpdSize) {
-        buffer.resize(size);
-        rc = FC_GetVpd(device->Instance, 0, buffer.data(), &size);
-    }
-    if (rc != SDERR_NONE) {
-        LogDebug(kFile, __LINE__, "GetHBAVPDData2: reading the VPD of instance %u failed (0x%x)", device->Instance, rc);
-        return rc;
-    }
-    return vtfuGetVPDInfoFromBuf(buffer.data(), std::min<uint32_t>(size, uint32_t(buffer.size())), info);
 }
 
 VTAPI_EXPORT uint32_t FC_GetHbaDevicePortProperty(uint32_t device, uint16_t index, SDPortProperty *property) {

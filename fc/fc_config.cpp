@@ -6,8 +6,8 @@
 #include "cli/alias.h"
 #include "config/vport.h"
 #include "vtapi_api.h"
-#include "vtapi_core.h"
-#include "vtapi_oss.h"
+#include "core/core.h"
+#include "oss/oss.h"
 
 namespace {
 

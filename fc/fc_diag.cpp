@@ -7,8 +7,8 @@
 #include "diag/diag.h"
 #include "diag/diag_internal.h"
 #include "vtapi_api.h"
-#include "vtapi_core.h"
-#include "vtapi_oss.h"
+#include "core/core.h"
+#include "oss/oss.h"
 
 namespace {
 

@@ -12,8 +12,8 @@
 #include "flash/flash_image.h"
 #include "flash/flash_update.h"
 #include "vtapi_api.h"
-#include "vtapi_core.h"
-#include "vtapi_oss.h"
+#include "core/core.h"
+#include "oss/oss.h"
 
 using namespace vtflash;
 

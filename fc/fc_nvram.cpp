@@ -9,8 +9,8 @@
 #include "config/nvram_config.h"
 #include "config/nvram_internal.h"
 #include "vtapi_api.h"
-#include "vtapi_core.h"
-#include "vtapi_oss.h"
+#include "core/core.h"
+#include "oss/oss.h"
 
 using namespace vt::config;
 

@@ -7,7 +7,7 @@
 // VTAPI_ frames call them through the dynamic symbol table, and a program may
 // already replace them.  Replace each one here with its real function as its
 // work lands.
-#include "vtapi_api.h"
+#include "fc/fc.h"
 
 namespace {
 

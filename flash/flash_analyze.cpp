@@ -19,8 +19,8 @@
 #include "flash_image.h"
 #include "idtable.h"
 #include "vtapi_cli.h"
-#include "vtapi_core.h"
-#include "vtapi_oss.h"
+#include "core/core.h"
+#include "oss/oss.h"
 
 using namespace vtflash;
 

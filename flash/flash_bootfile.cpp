@@ -9,7 +9,7 @@
 #include <string_view>
 
 #include "flash_image.h"
-#include "vtapi_oss.h"
+#include "oss/oss.h"
 
 namespace {
 

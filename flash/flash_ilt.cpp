@@ -159,7 +159,7 @@ VTAPI_EXPORT uint16_t vtfuILT_Header_GetTableLength(const ILT_Header_t *header) 
     return header != nullptr ? Le16(header->TableLength) : 0;
 }
 
-VTAPI_EXPORT uint16_t vtfuILT_Header_GetTableCheckSum(const ILT_Header_t *header) {
+uint16_t vtfuILT_Header_GetTableCheckSum(const ILT_Header_t *header) {
     return header != nullptr ? Le16(header->TableCheckSum) : 0;
 }
 

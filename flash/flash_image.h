@@ -254,7 +254,7 @@ VTAPI_EXPORT uint32_t vtfuILT_Header_CompareSignature(const ILT_Header_t *header
 VTAPI_EXPORT uint32_t vtfuILT_Header_GetImageHeaderSize(void);
 VTAPI_EXPORT uint16_t vtfuILT_Header_GetTableVersion(const ILT_Header_t *header);
 VTAPI_EXPORT uint16_t vtfuILT_Header_GetTableLength(const ILT_Header_t *header);
-VTAPI_EXPORT uint16_t vtfuILT_Header_GetTableCheckSum(const ILT_Header_t *header);
+uint16_t vtfuILT_Header_GetTableCheckSum(const ILT_Header_t *header);
 VTAPI_EXPORT uint16_t vtfuILT_Header_GetNumOfRegionEntries(const ILT_Header_t *header);
 /* "%02d.%02d.%02d" / "%02d%02d%02d" into text of size bytes. */
 VTAPI_EXPORT void vtfuILT_Header_GetImageVersion(const ILT_Header_t *header, char *text, uint32_t size);

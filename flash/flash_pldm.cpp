@@ -7,7 +7,7 @@
 #include <iterator>
 
 #include "flash_image.h"
-#include "vtapi_oss.h"
+#include "oss/oss.h"
 
 namespace vtflash {
 namespace {

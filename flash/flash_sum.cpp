@@ -6,7 +6,7 @@
 #include <cstring>
 
 #include "flash_image.h"
-#include "vtapi_oss.h"
+#include "oss/oss.h"
 
 namespace {
 

@@ -12,8 +12,8 @@
 #include <new>
 
 #include "oss/oss_file.h"
-#include "vtapi_core.h"
-#include "vtapi_oss.h"
+#include "core/core.h"
+#include "oss/oss.h"
 
 namespace vtflash {
 

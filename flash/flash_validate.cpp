@@ -12,7 +12,7 @@
 
 #include "flash_image.h"
 #include "idtable.h"
-#include "vtapi_oss.h"
+#include "oss/oss.h"
 
 using namespace vtflash;
 

@@ -2,14 +2,14 @@
 // the multiboot version kept from a block, and the editing of one keyword.
 // The bytes come from adapters and files, so every read is bounded by the
 // size the caller gives and no length inside the block is trusted.
-#include "vtapi_vpd.h"
+#include "flash/vpd.h"
 
 #include <algorithm>
 #include <cctype>
 #include <cstdio>
 #include <cstring>
 
-#include "vtapi_oss.h"
+#include "oss/oss.h"
 
 namespace {
 
@@ -169,7 +169,7 @@ bool WalkVpd(const uint8_t *b, size_t size, const char *keyword, VpdLayout &out)
 
 extern "C" {
 
-VTAPI_EXPORT char gVpdMultiBootVersion[VTFU_MULTIBOOT_VERSION_SIZE];
+char gVpdMultiBootVersion[VTFU_MULTIBOOT_VERSION_SIZE];
 
 VTAPI_EXPORT uint32_t vtfuVerifyVpdStartTag(const uint8_t *buffer, uint32_t size) {
     if (buffer == nullptr || size == 0)

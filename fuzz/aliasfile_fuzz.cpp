@@ -11,7 +11,7 @@
 #include <string>
 
 #include "../cli/alias_prefs.h"
-#include "vtapi_oss.h"
+#include "oss/oss.h"
 
 // The preference code logs through TarnLogMessage; formatted and dropped.
 extern "C" void TarnLogMessage(int32_t, const char *format, ...) {

@@ -13,7 +13,7 @@
 #include <memory>
 
 #include "../flash/flash_image.h"
-#include "vtapi_oss.h"
+#include "oss/oss.h"
 
 extern "C" uint32_t TarnOSSLogMessage(int32_t, const char *text) {
     volatile size_t n = std::strlen(text);

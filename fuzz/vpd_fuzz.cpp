@@ -9,8 +9,8 @@
 #include <memory>
 #include <vector>
 
-#include "vtapi_oss.h"
-#include "vtapi_vpd.h"
+#include "oss/oss.h"
+#include "flash/vpd.h"
 
 // The VPD code logs through LogDebug; here the line is formatted (so that a
 // bad argument still shows) and dropped.

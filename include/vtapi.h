@@ -9,16 +9,17 @@
  * The tree stays owned by the library; records a call allocates for the
  * caller are released with VTAPI_FreeMem.  The calling process must be root.
  *
- * Every function of the library is exported under its plain name and every
- * call between them goes through the dynamic symbol table, so a program may
- * replace any of them.
+ * The library's named functions are exported under their plain names and
+ * every call between them goes through the dynamic symbol table, so a
+ * program may replace any of them.  This header needs only libvtsdm's
+ * records (vtsdm_types.h); a front end does not call libvtsdm itself.
  */
 #ifndef VTAPI_H
 #define VTAPI_H
 
 #include <stdint.h>
 
-#include "vtsdm.h"
+#include "vtsdm_types.h"
 
 #ifdef __cplusplus
 extern "C" {

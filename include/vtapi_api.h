@@ -1,6 +1,6 @@
 /*
  * vtapi_api.h - the exported query, configuration, flash, diagnostics and
- * statistics calls of libvtapifconly, and the FC_ functions behind them.
+ * statistics calls of libvtapifconly.
  *
  * Each VTAPI_ call is a thin frame: it writes a profiler enter line with its
  * own name, calls the FC_ function of the same stem with the same arguments
@@ -9,8 +9,8 @@
  * status.  The frames take no lock and do not check that the library is
  * initialized.  Calls that read a named file first check that it exists:
  * when it does not, they return VTAPI_FILE_NOT_FOUND without calling the FC_
- * function.  Every VTAPI_ and FC_ function is exported, so a program that
- * loads the library may replace any of them.
+ * function.  Every VTAPI_ function, and every FC_ function behind one, is
+ * exported, so a program that loads the library may replace any of them.
  *
  * Ports are addressed in three ways:
  *  - device number (the device-management library's instance number of a
@@ -302,55 +302,43 @@ struct VTAPI_PortStatistics {
 /* Board description of the card: the description of the board table, else
  * the model description the port reports; cut to size-1 characters. */
 VTAPI_EXPORT uint32_t VTAPI_GetFCAdapterDecription(const AdapterEntry *adapter, char *text, uint32_t size);
-VTAPI_EXPORT uint32_t FC_GetAdapterDecription(const AdapterEntry *adapter, char *text, uint32_t size);
 
 /* PCI VPD of the port's card.  *size is in: bytes of buffer; out: bytes of
  * VPD.  A null buffer or one too small gives SDERR_BUFFER_TOO_SMALL with the
  * needed size stored in *size.  29 on a virtual port. */
 VTAPI_EXPORT uint32_t VTAPI_GetVpd(uint32_t device, uint32_t index, void *buffer, uint32_t *size);
-VTAPI_EXPORT uint32_t FC_GetVpd(uint32_t device, uint16_t index, void *buffer, uint32_t *size);
 
 /* Adapter UUID (16 bytes) from the I2C VPD. */
 VTAPI_EXPORT uint32_t VTAPI_GetUUIDFromI2CVPD(uint32_t device, uint32_t index, uint8_t *uuid, uint32_t size);
-VTAPI_EXPORT uint32_t FC_GetUUIDFromI2CVPD(uint32_t device, uint16_t index, uint8_t *uuid, uint32_t size);
 
 /* The port's property record, read afresh from libvtsdm. */
 VTAPI_EXPORT uint32_t VTAPI_GetHbaDevicePortProperty(uint32_t device, uint32_t index, SDPortProperty *property);
-VTAPI_EXPORT uint32_t FC_GetHbaDevicePortProperty(uint32_t device, uint16_t index, SDPortProperty *property);
 
 /* Re-reads the port's property record into every copy of the port (both
  * device lists and the adapter tree).  A supported-speed mask set by rule
  * when the tree was built stays when the driver reports none. */
 VTAPI_EXPORT uint32_t VTAPI_UpdatePortProperty(uint32_t device, uint32_t index);
-VTAPI_EXPORT uint32_t FC_UpdatePortProperty(uint32_t device, uint16_t index);
 
 /* Re-reads the discovered-target record of the target with this WWPN into
  * every copy of the port's target list; 139 when libvtsdm does not report
  * the target. */
 VTAPI_EXPORT uint32_t VTAPI_UpdateDiscTargetProperty(uint32_t device, uint32_t index, const uint8_t *targetWWPN);
-VTAPI_EXPORT uint32_t FC_UpdateDiscTargetProperty(uint32_t device, uint16_t index, const uint8_t *targetWWPN);
 
 /* Index of the port on its card. */
 VTAPI_EXPORT uint32_t VTAPI_GetPortIndex(uint32_t device, uint32_t index, uint32_t *portIndex);
-VTAPI_EXPORT uint32_t FC_GetPortIndex(uint32_t device, uint16_t index, uint32_t *portIndex);
 
 /* *isMezz = 1 for a 16 Gb or 32 Gb mezzanine card, else 0. */
 VTAPI_EXPORT uint32_t VTAPI_IsMezzAdapter(uint32_t device, uint32_t index, uint32_t *isMezz);
-VTAPI_EXPORT uint32_t FC_IsMezzAdapter(uint32_t device, uint16_t index, uint32_t *isMezz);
 
 /* Port conditions, read afresh from the port's property record: *state is 1
  * when the driver runs the port in maintenance mode / a change awaits a
  * reboot / the firmware is in lockdown, else 0. */
 VTAPI_EXPORT uint32_t VTAPI_IsPortInMaintenanceMode(uint32_t device, uint32_t index, uint32_t *state);
-VTAPI_EXPORT uint32_t FC_IsPortInMaintenanceMode(uint32_t device, uint16_t index, uint32_t *state);
 VTAPI_EXPORT uint32_t VTAPI_IsRebootRequired(uint32_t device, uint32_t index, uint32_t *state);
-VTAPI_EXPORT uint32_t FC_IsRebootRequired(uint32_t device, uint16_t index, uint32_t *state);
 VTAPI_EXPORT uint32_t VTAPI_GetLockdownStatus(uint32_t device, uint32_t index, uint32_t *state);
-VTAPI_EXPORT uint32_t FC_GetLockdownStatus(uint32_t device, uint16_t index, uint32_t *state);
 
 /* Firmware, boot code and driver versions of the card. */
 VTAPI_EXPORT uint32_t VTAPI_FCGetAdapterVersions(const AdapterEntry *adapter, VTAPI_AdapterVersions *versions);
-VTAPI_EXPORT uint32_t FC_GetAdapterVersions(const AdapterEntry *adapter, VTAPI_AdapterVersions *versions);
 
 /* Version of one flash component (a region type code) of the card, read
  * from its flash: from the component's own header where it carries one,
@@ -358,31 +346,23 @@ VTAPI_EXPORT uint32_t FC_GetAdapterVersions(const AdapterEntry *adapter, VTAPI_A
  * 36 when the card's flash holds no such component or no version for it. */
 VTAPI_EXPORT uint32_t VTAPI_GetFlashComponentVersion(const AdapterEntry *adapter, uint32_t component, char *version,
                                                      uint32_t size);
-VTAPI_EXPORT uint32_t FC_GetFlashComponentVersion(const AdapterEntry *adapter, uint32_t component, char *version,
-                                                  uint32_t size);
 
 /* Multi-image version text of the card's flash, "%d.%02d.%02d"; cut to
  * size-1 characters. */
 VTAPI_EXPORT uint32_t VTAPI_GetMBIVersionString(const AdapterEntry *adapter, char *text, uint32_t size);
-VTAPI_EXPORT uint32_t FC_GetMBIVersionString(const AdapterEntry *adapter, char *text, uint32_t size);
 
 /* Version of the firmware preload tables. */
 VTAPI_EXPORT uint32_t VTAPI_GetFwPreloadTablesVersion(const AdapterEntry *adapter, char *version, uint32_t size);
-VTAPI_EXPORT uint32_t FC_GetFwPreloadTablesVersion(const AdapterEntry *adapter, char *version, uint32_t size);
 
 /* *available = 1 when the card's flash holds BIOS / EFI boot code. */
 VTAPI_EXPORT uint32_t VTAPI_IsBiosAvailableWithAdapter(const AdapterEntry *adapter, uint32_t *available);
-VTAPI_EXPORT uint32_t FC_IsBiosAvailableWithAdapter(const AdapterEntry *adapter, uint32_t *available);
 VTAPI_EXPORT uint32_t VTAPI_IsEfiAvailableWithAdapter(const AdapterEntry *adapter, uint32_t *available);
-VTAPI_EXPORT uint32_t FC_IsEfiAvailableWithAdapter(const AdapterEntry *adapter, uint32_t *available);
 
 /* User alias of the card (aliasType 0) or of the port (any other type): at
  * most 256 characters, so the buffer holds 257 bytes.  No alias reads as
  * "".  Setting an alias of one blank clears it. */
 VTAPI_EXPORT uint32_t VTAPI_GetFCAdapterAlias(const ProtocolEntry *port, char *alias, uint32_t aliasType);
-VTAPI_EXPORT uint32_t FC_GetAdapterAlias(const ProtocolEntry *port, char *alias, uint32_t aliasType);
 VTAPI_EXPORT uint32_t VTAPI_SetFCAdapterAlias(const ProtocolEntry *port, const char *alias, uint32_t aliasType);
-VTAPI_EXPORT uint32_t FC_SetAdapterAlias(const ProtocolEntry *port, const char *alias, uint32_t aliasType);
 
 /* Operating-system name: "<system> <distribution> <release>" from uname and
  * the distribution identifier ("<system> <release>" without one); cut to
@@ -393,65 +373,39 @@ VTAPI_EXPORT uint32_t VTAPI_GetOSName(char *name, uint32_t size);
 
 /* HBA parameters held in the port's NVRAM. */
 VTAPI_EXPORT uint32_t VTAPI_GetHBAParamsInfo(const ProtocolEntry *port, VTAPI_HBAParams *params);
-VTAPI_EXPORT uint32_t FC_GetHBAParamsInfo(const ProtocolEntry *port, VTAPI_HBAParams *params);
 VTAPI_EXPORT uint32_t VTAPI_UpdateHBAParameters(const ProtocolEntry *port, const VTAPI_HBAParams *params);
-VTAPI_EXPORT uint32_t FC_UpdateHBAParameters(const ProtocolEntry *port, const VTAPI_HBAParams *params);
 VTAPI_EXPORT uint32_t VTAPI_PostVerifyHBAParameter(const ProtocolEntry *port);
-VTAPI_EXPORT uint32_t FC_PostVerifyHBAParameter(const ProtocolEntry *port);
 
 /* NVRAM templates, defaults and files. */
 VTAPI_EXPORT uint32_t VTAPI_LoadHBAParametersFromTemplateFile(const ProtocolEntry *port, uint32_t oem);
-VTAPI_EXPORT uint32_t FC_LoadHBAParametersFromTemplateFile(const ProtocolEntry *port, uint32_t oem);
 VTAPI_EXPORT uint32_t VTAPI_RestoreDefaultNVRAM(const ProtocolEntry *port);
-VTAPI_EXPORT uint32_t FC_RestoreDefaultNVRAM(const ProtocolEntry *port);
 VTAPI_EXPORT uint32_t VTAPI_SaveSingleAdapterNVRAMToFile(const ProtocolEntry *port, const char *fileName);
-VTAPI_EXPORT uint32_t FC_SaveSingleAdapterNVRAMToFile(const ProtocolEntry *port, const char *fileName);
 VTAPI_EXPORT uint32_t VTAPI_UpdateAdapterNVRAMFromFile(const ProtocolEntry *port, const char *fileName);
-VTAPI_EXPORT uint32_t FC_UpdateAdapterNVRAMFromFile(const ProtocolEntry *port, const char *fileName);
 VTAPI_EXPORT uint32_t VTAPI_DoGlobalNVRAMUpdateAll(const char *fileName);
-VTAPI_EXPORT uint32_t FC_DoGlobalNVRAMUpdateAll(const char *fileName);
 VTAPI_EXPORT uint32_t VTAPI_ResetToDefaultSettings(const ProtocolEntry *port);
-VTAPI_EXPORT uint32_t FC_ResetToDefaultSettings(const ProtocolEntry *port);
 
 /* Boot devices.  `which` selects the NVRAM area (1 active, 2 alternate). */
 VTAPI_EXPORT uint32_t VTAPI_GetBootDeviceInfo(const ProtocolEntry *port, VTAPI_BootDeviceInfo *info, uint32_t which);
-VTAPI_EXPORT uint32_t FC_GetBootDeviceInfo(const ProtocolEntry *port, VTAPI_BootDeviceInfo *info, uint32_t which);
 VTAPI_EXPORT uint32_t VTAPI_SetBootDeviceInfo(const ProtocolEntry *port, const VTAPI_BootDeviceInfo *info);
-VTAPI_EXPORT uint32_t FC_SetBootDeviceInfo(const ProtocolEntry *port, const VTAPI_BootDeviceInfo *info);
 VTAPI_EXPORT uint32_t VTAPI_GetNVMeBootDeviceEntries(const ProtocolEntry *port, VTAPI_NVMeBootDeviceEntries *entries);
-VTAPI_EXPORT uint32_t FC_GetNVMeBootDeviceEntries(const ProtocolEntry *port, VTAPI_NVMeBootDeviceEntries *entries);
 VTAPI_EXPORT uint32_t VTAPI_SetNVMeBootDeviceEntries(const ProtocolEntry *port,
                                                      const VTAPI_NVMeBootDeviceEntries *entries);
-VTAPI_EXPORT uint32_t FC_SetNVMeBootDeviceEntries(const ProtocolEntry *port,
-                                                  const VTAPI_NVMeBootDeviceEntries *entries);
 VTAPI_EXPORT uint32_t VTAPI_FCIsConfigureToBootFromSAN(const ProtocolEntry *port, uint32_t *configured);
-VTAPI_EXPORT uint32_t FC_IsBootFromSANConfigured(const ProtocolEntry *port, uint32_t *configured);
 VTAPI_EXPORT uint32_t VTAPI_GetBfsConfigMode(const ProtocolEntry *port, uint32_t *mode);
-VTAPI_EXPORT uint32_t FC_GetBfsConfigMode(const ProtocolEntry *port, uint32_t *mode);
 VTAPI_EXPORT uint32_t VTAPI_SetBfsConfigMode(const ProtocolEntry *port, uint32_t mode);
-VTAPI_EXPORT uint32_t FC_SetBfsConfigMode(const ProtocolEntry *port, uint32_t mode);
 
 /* Virtual ports and QoS. */
 VTAPI_EXPORT uint32_t VTAPI_GetNumberofVirtualPortsSupported(const ProtocolEntry *port, uint32_t *count);
-VTAPI_EXPORT uint32_t FC_GetNumberofVirtualPortsSupported(const ProtocolEntry *port, uint32_t *count);
 VTAPI_EXPORT uint32_t VTAPI_CreateVirtualPort(const ProtocolEntry *port, const uint8_t *wwnn, const uint8_t *wwpn,
                                               uint16_t *vportId);
-VTAPI_EXPORT uint32_t FC_CreateVirtualPort(const ProtocolEntry *port, const uint8_t *wwnn, const uint8_t *wwpn,
-                                           uint16_t *vportId);
 VTAPI_EXPORT uint32_t VTAPI_DeleteVirtualPort(const ProtocolEntry *port, const uint8_t *vportWWPN);
-VTAPI_EXPORT uint32_t FC_DeleteVirtualPort(const ProtocolEntry *port, const uint8_t *vportWWPN);
 VTAPI_EXPORT uint32_t VTAPI_SDGetQoS(const ProtocolEntry *port, const uint8_t *vportWWPN, SDQoS *qos);
-VTAPI_EXPORT uint32_t FC_SDGetQoS(const ProtocolEntry *port, const uint8_t *vportWWPN, SDQoS *qos);
 VTAPI_EXPORT uint32_t VTAPI_SDSetQoS(const ProtocolEntry *port, const uint8_t *vportWWPN, const SDQoS *qos);
-VTAPI_EXPORT uint32_t FC_SDSetQoS(const ProtocolEntry *port, const uint8_t *vportWWPN, const SDQoS *qos);
 
 /* Per-target link speed (iiDMA), in Gb/s. */
 VTAPI_EXPORT uint32_t VTAPI_GetTargetLinkSpeed(const ProtocolEntry *port, const uint8_t *targetWWPN, uint32_t *speed);
-VTAPI_EXPORT uint32_t FC_GetTargetLinkSpeed(const ProtocolEntry *port, const uint8_t *targetWWPN, uint32_t *speed);
 VTAPI_EXPORT uint32_t VTAPI_SetTargetLinkSpeed(const ProtocolEntry *port, const uint8_t *targetWWPN, uint32_t speed);
-VTAPI_EXPORT uint32_t FC_SetTargetLinkSpeed(const ProtocolEntry *port, const uint8_t *targetWWPN, uint32_t speed);
 VTAPI_EXPORT uint32_t VTAPI_SetTargetLinkSpeedToAlltargets(const ProtocolEntry *port, uint32_t speed);
-VTAPI_EXPORT uint32_t FC_SetTargetLinkSpeedToAlltargets(const ProtocolEntry *port, uint32_t speed);
 
 /* =============================================================== flash */
 
@@ -568,23 +522,14 @@ struct VTAPI_FlashImageAdapters {
  * erased end included) to a new file put in place in one step; an update
  * from such a file gives back the same region. */
 VTAPI_EXPORT uint32_t VTAPI_doOptionROMUpdate(const ProtocolEntry *port, const char *fileName, uint32_t options);
-VTAPI_EXPORT uint32_t FC_doOptionROMUpdate(const ProtocolEntry *port, const char *fileName, uint32_t options);
 VTAPI_EXPORT uint32_t VTAPI_UpdateAdapterFirmwareTableFromFile(const ProtocolEntry *port, const char *fileName);
-VTAPI_EXPORT uint32_t FC_UpdateAdapterFirmwareTableFromFile(const ProtocolEntry *port, const char *fileName);
 VTAPI_EXPORT uint32_t VTAPI_UpdateSpecificFlashRegionFromFile(const ProtocolEntry *port, const char *fileName,
                                                               uint32_t region);
-VTAPI_EXPORT uint32_t FC_UpdateSpecificFlashRegionFromFile(const ProtocolEntry *port, const char *fileName,
-                                                           uint32_t region);
 VTAPI_EXPORT uint32_t VTAPI_UpdateAdapterMpiCfgFromDatFile(const ProtocolEntry *port, const char *fileName);
-VTAPI_EXPORT uint32_t FC_UpdateAdapterMpiCfgFromDatFile(const ProtocolEntry *port, const char *fileName);
 VTAPI_EXPORT uint32_t VTAPI_UpdateAdapterPEPCfgFromFile(const ProtocolEntry *port, const char *fileName);
-VTAPI_EXPORT uint32_t FC_UpdateAdapterPEPCfgFromFile(const ProtocolEntry *port, const char *fileName);
 VTAPI_EXPORT uint32_t VTAPI_SaveAdapterSerdesRegionToFile(const ProtocolEntry *port, const char *fileName);
-VTAPI_EXPORT uint32_t FC_SaveAdapterSerdesRegionToFile(const ProtocolEntry *port, const char *fileName);
 VTAPI_EXPORT uint32_t VTAPI_SaveAdapterFirmwareTableToFile(const ProtocolEntry *port, const char *fileName);
-VTAPI_EXPORT uint32_t FC_SaveAdapterFirmwareTableToFile(const ProtocolEntry *port, const char *fileName);
 VTAPI_EXPORT uint32_t VTAPI_SaveAdapterMpiCfgToDatFile(const ProtocolEntry *port, const char *fileName);
-VTAPI_EXPORT uint32_t FC_SaveAdapterMpiCfgToDatFile(const ProtocolEntry *port, const char *fileName);
 /* Versions of the images in a flash image file (a multi-image file, bare or
  * PLDM-wrapped, or a single boot-code file) meant for the card of the port,
  * after validating the file against that card.  0; 2 null argument; 6 the
@@ -593,156 +538,93 @@ VTAPI_EXPORT uint32_t FC_SaveAdapterMpiCfgToDatFile(const ProtocolEntry *port, c
  * for this card; 522 a component failed validation. */
 VTAPI_EXPORT uint32_t VTAPI_FCGetFlashImageVersion(const ProtocolEntry *port, const char *fileName,
                                                    VTAPI_FlashImageVersion *version);
-VTAPI_EXPORT uint32_t FC_GetFlashImageVersion(const ProtocolEntry *port, const char *fileName,
-                                              VTAPI_FlashImageVersion *version);
 /* Cards a flash image file is meant for.  0; 2 null argument; 13 the file
  * cannot be read; 25 the layout table is invalid. */
 VTAPI_EXPORT uint32_t VTAPI_FCGetFlashImageSupportedAdapters(const char *fileName, VTAPI_FlashImageAdapters *adapters);
-VTAPI_EXPORT uint32_t FC_GetFlashImageSupportedAdapters(const char *fileName, VTAPI_FlashImageAdapters *adapters);
 VTAPI_EXPORT uint32_t VTAPI_GetAdapterFlashMemoBlock(const ProtocolEntry *port, void *buffer, uint32_t *size);
-VTAPI_EXPORT uint32_t FC_GetAdapterFlashMemoBlock(const ProtocolEntry *port, void *buffer, uint32_t *size);
 VTAPI_EXPORT uint32_t VTAPI_SfpModuleFirmwareUpdate(const ProtocolEntry *port, const char *fileName);
-VTAPI_EXPORT uint32_t FC_SfpModuleFirmwareUpdate(const ProtocolEntry *port, const char *fileName);
 
 /* ========================================================= diagnostics */
 
 VTAPI_EXPORT uint32_t VTAPI_DiagnosticsLoopBackTest(const ProtocolEntry *port, const VTAPI_DiagParams *params,
                                                     VTAPI_DiagResult *result);
-VTAPI_EXPORT uint32_t FC_DiagnosticsLoopBackTest(const ProtocolEntry *port, const VTAPI_DiagParams *params,
-                                                 VTAPI_DiagResult *result);
 /* The result list is released with VTAPI_FreeRWBufferTestResultList. */
 VTAPI_EXPORT uint32_t VTAPI_DiagnosticsReadWriteBufferTest(const ProtocolEntry *port, const VTAPI_DiagParams *params,
                                                            VTAPI_RWBufferTestResultList **results);
-VTAPI_EXPORT uint32_t FC_DiagnosticsReadWriteBufferTest(const ProtocolEntry *port, const VTAPI_DiagParams *params,
-                                                        VTAPI_RWBufferTestResultList **results);
 VTAPI_EXPORT uint32_t VTAPI_FreeRWBufferTestResultList(VTAPI_RWBufferTestResultList *results);
-VTAPI_EXPORT uint32_t FC_FreeRWBufferTestResultList(VTAPI_RWBufferTestResultList *results);
 VTAPI_EXPORT uint32_t VTAPI_AbortDiagTest(const ProtocolEntry *port);
-VTAPI_EXPORT uint32_t FC_AbortDiagTest(const ProtocolEntry *port);
 VTAPI_EXPORT uint32_t VTAPI_DiagnosticsEchoElsTest(const ProtocolEntry *port, const uint8_t *targetWWPN, void *result,
                                                    uint32_t *size);
-VTAPI_EXPORT uint32_t FC_DiagnosticsEchoElsTest(const ProtocolEntry *port, const uint8_t *targetWWPN, void *result,
-                                                uint32_t *size);
 VTAPI_EXPORT uint32_t VTAPI_DiagnosticsRDPTest(const ProtocolEntry *port, const uint8_t *targetWWPN, void *result,
                                                uint32_t *size);
-VTAPI_EXPORT uint32_t FC_DiagnosticsRDPTest(const ProtocolEntry *port, const uint8_t *targetWWPN, void *result,
-                                            uint32_t *size);
 VTAPI_EXPORT uint32_t VTAPI_DiagnosticsFCPingTest(const ProtocolEntry *port, const uint8_t *targetWWPN, void *result,
                                                   uint32_t *size);
-VTAPI_EXPORT uint32_t FC_DiagnosticsFCPingTest(const ProtocolEntry *port, const uint8_t *targetWWPN, void *result,
-                                               uint32_t *size);
 VTAPI_EXPORT uint32_t VTAPI_DiagnosticsCTCommand(const ProtocolEntry *port, const void *request, uint32_t requestSize,
                                                  void *response, uint32_t *responseSize);
-VTAPI_EXPORT uint32_t FC_DiagnosticsCTCommand(const ProtocolEntry *port, const void *request, uint32_t requestSize,
-                                              void *response, uint32_t *responseSize);
 VTAPI_EXPORT uint32_t VTAPI_CheckAdapterDPortOption(const ProtocolEntry *port, uint32_t *supported);
-VTAPI_EXPORT uint32_t FC_CheckAdapterDPortOption(const ProtocolEntry *port, uint32_t *supported);
 VTAPI_EXPORT uint32_t VTAPI_ConfigureAdapterDPortSettings(const ProtocolEntry *port, uint32_t enable);
-VTAPI_EXPORT uint32_t FC_ConfigureAdapterDPortSettings(const ProtocolEntry *port, uint32_t enable);
 VTAPI_EXPORT uint32_t VTAPI_DiagnosticDPortTest(const ProtocolEntry *port, void *result, uint32_t *size);
-VTAPI_EXPORT uint32_t FC_DiagnosticsDPortTest(const ProtocolEntry *port, void *result, uint32_t *size);
 VTAPI_EXPORT uint32_t VTAPI_DiagnosticDPortTestEX(const ProtocolEntry *port, void *result, uint32_t *size);
-VTAPI_EXPORT uint32_t FC_DiagnosticsDPortTestEX(const ProtocolEntry *port, void *result, uint32_t *size);
 VTAPI_EXPORT uint32_t VTAPI_DiagnosticDPortTestV2(const ProtocolEntry *port, void *result, uint32_t *size);
-VTAPI_EXPORT uint32_t FC_DiagnosticsDPortTestV2(const ProtocolEntry *port, void *result, uint32_t *size);
 VTAPI_EXPORT uint32_t VTAPI_UpdateAdapterBeaconStatus(const ProtocolEntry *port, uint32_t on);
-VTAPI_EXPORT uint32_t FC_UpdateAdapterBeaconStatus(const ProtocolEntry *port, uint32_t on);
 VTAPI_EXPORT uint32_t VTAPI_GetAdapterBeaconStatus(const ProtocolEntry *port, uint32_t *on);
-VTAPI_EXPORT uint32_t FC_GetAdapterBeaconStatus(const ProtocolEntry *port, uint32_t *on);
 
 /* ========================================== link status and statistics */
 
 /* The result list is released with VTAPI_FreeLinkStatusResultList. */
 VTAPI_EXPORT uint32_t VTAPI_GetLinkStatus(const ProtocolEntry *port, VTAPI_LinkStatusResultList **results);
-VTAPI_EXPORT uint32_t FC_GetLinkStatus(const ProtocolEntry *port, VTAPI_LinkStatusResultList **results);
 VTAPI_EXPORT uint32_t VTAPI_FreeLinkStatusResultList(VTAPI_LinkStatusResultList *results);
-VTAPI_EXPORT uint32_t FC_FreeLinkStatusResultList(VTAPI_LinkStatusResultList *results);
 VTAPI_EXPORT uint32_t VTAPI_GetPortStatisticsFC(const ProtocolEntry *port, VTAPI_PortStatistics *statistics);
-VTAPI_EXPORT uint32_t FC_GetPortStatisticsFC(const ProtocolEntry *port, VTAPI_PortStatistics *statistics);
 VTAPI_EXPORT uint32_t VTAPI_RefreshDeviceStats(const ProtocolEntry *port);
-VTAPI_EXPORT uint32_t FC_RefreshDeviceStats(const ProtocolEntry *port);
 VTAPI_EXPORT uint32_t VTAPI_ResetDeviceStats(const ProtocolEntry *port);
-VTAPI_EXPORT uint32_t FC_ResetDeviceStats(const ProtocolEntry *port);
 VTAPI_EXPORT uint32_t VTAPI_GetFWPrivateStats(const ProtocolEntry *port, void *buffer, uint32_t *size);
-VTAPI_EXPORT uint32_t FC_GetFWPrivateStats(const ProtocolEntry *port, void *buffer, uint32_t *size);
 /* Congestion management; the list is released with
  * VTAPI_FreeSCMRStatisticsList. */
 VTAPI_EXPORT uint32_t VTAPI_GetSCMRStatisticsList(const ProtocolEntry *port, VTAPI_SCMRStatisticsList **list);
-VTAPI_EXPORT uint32_t FC_GetSCMRStatisticsList(const ProtocolEntry *port, VTAPI_SCMRStatisticsList **list);
 VTAPI_EXPORT uint32_t VTAPI_FreeSCMRStatisticsList(VTAPI_SCMRStatisticsList *list);
-VTAPI_EXPORT uint32_t FC_FreeSCMRStatisticsList(VTAPI_SCMRStatisticsList *list);
 VTAPI_EXPORT uint32_t VTAPI_SANCongMgmtResetStatistics(const ProtocolEntry *port);
-VTAPI_EXPORT uint32_t FC_SANCongMgmtResetStatistics(const ProtocolEntry *port);
 VTAPI_EXPORT uint32_t VTAPI_GetSCMRProfile(const ProtocolEntry *port, uint32_t *profile);
-VTAPI_EXPORT uint32_t FC_GetSCMRProfile(const ProtocolEntry *port, uint32_t *profile);
 VTAPI_EXPORT uint32_t VTAPI_SetSCMRProfile(const ProtocolEntry *port, uint32_t profile);
-VTAPI_EXPORT uint32_t FC_SetSCMRProfile(const ProtocolEntry *port, uint32_t profile);
 VTAPI_EXPORT uint32_t VTAPI_IsUSCMFeatureEnabled(const ProtocolEntry *port, uint32_t *enabled);
-VTAPI_EXPORT uint32_t FC_IsUSCMFeatureEnabled(const ProtocolEntry *port, uint32_t *enabled);
 
 /* ============================================== other adapter features */
 
 /* Firmware dumps and traces. */
 VTAPI_EXPORT uint32_t VTAPI_SDGetFwDump(const ProtocolEntry *port, void *buffer, uint32_t *size);
-VTAPI_EXPORT uint32_t FC_SDGetFwDump(const ProtocolEntry *port, void *buffer, uint32_t *size);
 VTAPI_EXPORT uint32_t VTAPI_SDGetFwDump2(const ProtocolEntry *port, void *buffer, uint32_t *size);
-VTAPI_EXPORT uint32_t FC_SDGetFwDump2(const ProtocolEntry *port, void *buffer, uint32_t *size);
 VTAPI_EXPORT uint32_t VTAPI_SDGetTraceBuffer(const ProtocolEntry *port, void *buffer, uint32_t *size);
-VTAPI_EXPORT uint32_t FC_SDGetTraceBuffer(const ProtocolEntry *port, void *buffer, uint32_t *size);
 /* Takes no arguments, does nothing and returns VTAPI_FUNCTION_NOT_APPLICABLE. */
 VTAPI_EXPORT uint32_t VTAPI_SDGetMPIFwDump(void);
 
 /* Transceiver data and temperature. */
 VTAPI_EXPORT uint32_t VTAPI_GetSFPData(const ProtocolEntry *port, void *buffer, uint32_t *size);
-VTAPI_EXPORT uint32_t FC_GetSFPData(const ProtocolEntry *port, void *buffer, uint32_t *size);
 VTAPI_EXPORT uint32_t VTAPI_SaveSFPDataToFile(const ProtocolEntry *port, const char *fileName);
-VTAPI_EXPORT uint32_t FC_SaveSFPDataToFile(const ProtocolEntry *port, const char *fileName);
 VTAPI_EXPORT uint32_t VTAPI_SaveSFPDataToTextFile(const ProtocolEntry *port, const char *fileName);
-VTAPI_EXPORT uint32_t FC_SaveSFPDataToTextFile(const ProtocolEntry *port, const char *fileName);
 VTAPI_EXPORT uint32_t VTAPI_GetAdapterAsicBoardTemperature(const ProtocolEntry *port, int32_t *celsius);
-VTAPI_EXPORT uint32_t FC_GetAdapterAsicBoardTemperature(const ProtocolEntry *port, int32_t *celsius);
 
 /* Electronic dispersion compensation. */
 VTAPI_EXPORT uint32_t VTAPI_GetEDCChipsetVersion(const ProtocolEntry *port, char *version, uint32_t size);
-VTAPI_EXPORT uint32_t FC_GetEDCChipsetVersion(const ProtocolEntry *port, char *version, uint32_t size);
 VTAPI_EXPORT uint32_t VTAPI_GetAdapterEDCChipsetStatus(const ProtocolEntry *port, uint32_t *status);
-VTAPI_EXPORT uint32_t FC_GetAdapterEDCChipsetStatus(const ProtocolEntry *port, uint32_t *status);
 VTAPI_EXPORT uint32_t VTAPI_GetAdapterEDCSettings(const ProtocolEntry *port, void *buffer, uint32_t *size);
-VTAPI_EXPORT uint32_t FC_GetAdapterEDCSettings(const ProtocolEntry *port, void *buffer, uint32_t *size);
 
 /* Forward error correction and buffer-to-buffer credit recovery. */
 VTAPI_EXPORT uint32_t VTAPI_FCGetFECSupportInfo(const ProtocolEntry *port, void *buffer, uint32_t *size);
-VTAPI_EXPORT uint32_t FC_GetFECSupportInfo(const ProtocolEntry *port, void *buffer, uint32_t *size);
 VTAPI_EXPORT uint32_t VTAPI_FCSetFECSupportInfo(const ProtocolEntry *port, const void *buffer, uint32_t size);
-VTAPI_EXPORT uint32_t FC_SetFECSupportInfo(const ProtocolEntry *port, const void *buffer, uint32_t size);
 VTAPI_EXPORT uint32_t VTAPI_ResetFECCounters(const ProtocolEntry *port);
-VTAPI_EXPORT uint32_t FC_ResetFECCounters(const ProtocolEntry *port);
 VTAPI_EXPORT uint32_t VTAPI_FCGetBBCSupportInfo(const ProtocolEntry *port, void *buffer, uint32_t *size);
-VTAPI_EXPORT uint32_t FC_GetBBCSupportInfo(const ProtocolEntry *port, void *buffer, uint32_t *size);
 VTAPI_EXPORT uint32_t VTAPI_FCGetBBCSupportInfoEx(const ProtocolEntry *port, void *buffer, uint32_t *size);
-VTAPI_EXPORT uint32_t FC_GetBBCSupportInfoEx(const ProtocolEntry *port, void *buffer, uint32_t *size);
 VTAPI_EXPORT uint32_t VTAPI_FCSetBBCSupportInfo(const ProtocolEntry *port, const void *buffer, uint32_t size);
-VTAPI_EXPORT uint32_t FC_SetBBCSupportInfo(const ProtocolEntry *port, const void *buffer, uint32_t size);
 
 /* Converged adapters. */
 VTAPI_EXPORT uint32_t VTAPI_GetDCBXParams(const ProtocolEntry *port, void *buffer, uint32_t *size);
-VTAPI_EXPORT uint32_t FC_GetDCBXParams(const ProtocolEntry *port, void *buffer, uint32_t *size);
 VTAPI_EXPORT uint32_t VTAPI_CheckOrlaPersonalityChangeOption(const ProtocolEntry *port, uint32_t *supported);
-VTAPI_EXPORT uint32_t FC_CheckOrlaPersonalityChangeOption(const ProtocolEntry *port, uint32_t *supported);
 VTAPI_EXPORT uint32_t VTAPI_GetPersonalityType(const ProtocolEntry *port, uint32_t *type);
-VTAPI_EXPORT uint32_t FC_GetPersonalityType(const ProtocolEntry *port, uint32_t *type);
 VTAPI_EXPORT uint32_t VTAPI_ChangePersonalityType(const ProtocolEntry *port, uint32_t type);
-VTAPI_EXPORT uint32_t FC_ChangePersonalityType(const ProtocolEntry *port, uint32_t type);
 VTAPI_EXPORT uint32_t VTAPI_GetMpiConfigTableParams(const ProtocolEntry *port, void *buffer, uint32_t *size);
-VTAPI_EXPORT uint32_t FC_GetMpiConfigTableParams(const ProtocolEntry *port, void *buffer, uint32_t *size);
 VTAPI_EXPORT uint32_t VTAPI_GetDCEStatistics(const ProtocolEntry *port, void *buffer, uint32_t *size);
-VTAPI_EXPORT uint32_t FC_GetDCEStatistics(const ProtocolEntry *port, void *buffer, uint32_t *size);
 VTAPI_EXPORT uint32_t VTAPI_GetFCFPrimVLANConfig(const ProtocolEntry *port, void *buffer, uint32_t *size);
-VTAPI_EXPORT uint32_t FC_GetFCFPrimVLANConfig(const ProtocolEntry *port, void *buffer, uint32_t *size);
 VTAPI_EXPORT uint32_t VTAPI_SetFCFPrimVLANConfig(const ProtocolEntry *port, const void *buffer, uint32_t size);
-VTAPI_EXPORT uint32_t FC_SetFCFPrimVLANConfig(const ProtocolEntry *port, const void *buffer, uint32_t size);
 VTAPI_EXPORT uint32_t VTAPI_GetFCoEGeneralInfo(const ProtocolEntry *port, void *buffer, uint32_t *size);
-VTAPI_EXPORT uint32_t FC_GetFCoEGeneralInfo(const ProtocolEntry *port, void *buffer, uint32_t *size);
 
 #ifdef __cplusplus
 }

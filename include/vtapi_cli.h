@@ -1,21 +1,23 @@
 /*
  * vtapi_cli.h - command-line core of libvtapifconly: the entry
- * RunFCCommandLine, the argument parser and the parsed command it hands to
- * the front end, the termination handling, and the two XML report formats.
+ * RunFCCommandLine, the parsed command it hands to the front end, the parse
+ * and output flags, and the front-end hooks.
  *
- * A command-line front end calls RunFCCommandLine(argc, argv) and defines
- * its own ProcessArg, ProcessHelpArg, DisplayVersion, scfxPrint and
- * scfxDiagnosticsPrint; exported from the executable, they replace the empty
- * hooks of this library.  Every function is exported so that a program may
- * replace any of them.
+ * A command-line front end calls RunFCCommandLine(argc, argv), then
+ * cleanup(), and defines its own ProcessArg, ProcessHelpArg, DisplayVersion,
+ * scfxPrint and scfxDiagnosticsPrint; exported from the executable, they
+ * replace the empty hooks of this library.  The parsed command carries the
+ * library's own processing of it (Process, Help), which writes the report
+ * in the output form the switches chose (text, XML format 1 or 2, JSON)
+ * through scfxPrint.
  */
 #ifndef VTAPI_CLI_H
 #define VTAPI_CLI_H
 
 #include <stdint.h>
+#include <stdio.h>
 
 #include "vtapi.h"
-#include "vtapi_vpd.h"
 
 #ifdef __cplusplus
 extern "C" {
@@ -28,8 +30,9 @@ extern "C" {
 #define TARN_STATUS_UNKNOWN_PARAM   60   /* unknown or unexpected parameter */
 #define TARN_STATUS_NOT_SUPPORTED   61   /* not supported on this HBA */
 #define TARN_STATUS_NOT_PERMITTED   66   /* not permitted / not available */
+#define TARN_STATUS_TEMPLATE_MISSING 84  /* NVRAM template missing */
 #define TARN_STATUS_NO_MEMORY       115
-#define TARN_STATUS_OUTPUT_SWITCH   136  /* output switch (-o, -x, -f) error */
+#define TARN_STATUS_OUTPUT_SWITCH   136  /* output switch (-o, -x, -j, -f) error */
 
 /* ------------------------------------------------------- parsed command */
 /* Commands of the usage list.  The display commands shipped by tarncli come
@@ -79,6 +82,12 @@ typedef enum TarnCommandId {
 #define TARN_SELECT_INSTANCE 1
 #define TARN_SELECT_WWPN     2
 
+/* The output form the switches chose. */
+#define TARN_OUTPUT_TEXT 0
+#define TARN_OUTPUT_XML  1   /* -x */
+#define TARN_OUTPUT_XML2 2   /* -x2 */
+#define TARN_OUTPUT_JSON 3   /* -j */
+
 #define TARN_MAX_SUBARGS  16
 #define TARN_SUBARG_SIZE  256
 #define TARN_MAX_ARGS     255
@@ -93,18 +102,20 @@ typedef struct TarnCommand {
     char     SubArgs[TARN_MAX_SUBARGS][TARN_SUBARG_SIZE];
     int32_t  ParseStatus;      /* 0, or the status of the parse error */
     char     ErrorText[256];   /* text of the parse error (shared error buffer) */
+    int32_t  Output;           /* TARN_OUTPUT_* */
+    /* The library's processing of this command, for the front end's
+     * ProcessArg and DisplayVersion: the command's report, the version, the
+     * parse error or the usage, written through scfxPrint (a failure in text
+     * form goes to standard error).  Returns the command's status. */
+    int32_t (*Process)(const struct TarnCommand *command);
+    /* For ProcessHelpArg: the usage page, or the help of Command. */
+    void (*Help)(const struct TarnCommand *command);
 } TarnCommand;
 
 /* The command of the last parse; never null. */
 VTAPI_EXPORT const TarnCommand *TarnGetCommand(void);
-/* Option word ("-t") and one-line description of a command id; "" if none. */
-VTAPI_EXPORT const char *TarnCommandOption(int32_t command);
-VTAPI_EXPORT const char *TarnCommandDescription(int32_t command);
-/* Parses a WWN written as 8 hex pairs separated by ':' or '-', or as 16 hex
- * digits; 0 on success, 48 otherwise. */
-VTAPI_EXPORT uint32_t TarnParseWWN(const char *text, uint8_t *wwn);
 
-/* ----------------------------------------------------------- parse flags */
+/* ------------------------------------------------ parse and output flags */
 VTAPI_EXPORT extern int32_t bHelp;
 VTAPI_EXPORT extern int32_t bGetAppVersion;
 VTAPI_EXPORT extern int32_t bParseErr;
@@ -112,8 +123,12 @@ VTAPI_EXPORT extern int32_t bOptionEnable;
 VTAPI_EXPORT extern int32_t bCmdFile;
 VTAPI_EXPORT extern int32_t bMenu;
 VTAPI_EXPORT extern int32_t argumentCount;
+VTAPI_EXPORT extern int32_t bXmlOutPut;      /* XML output (-x, -x2) */
 VTAPI_EXPORT extern int32_t bXmlOutPut2;     /* XML format 2 (-x2) */
-VTAPI_EXPORT extern char g_CmdFileName[256]; /* the -f file */
+VTAPI_EXPORT extern int32_t bSilent;         /* -s */
+VTAPI_EXPORT extern int32_t bSysLog;         /* -o system */
+VTAPI_EXPORT extern FILE *g_fp;              /* the -o file, or null */
+VTAPI_EXPORT extern char g_LogFileName[256]; /* its name */
 
 /* Termination state. */
 #define TARN_DIAG_IDLE     0
@@ -122,35 +137,27 @@ VTAPI_EXPORT extern char g_CmdFileName[256]; /* the -f file */
 #define TARN_DIAG_HANDLER  3
 VTAPI_EXPORT extern volatile int32_t g_signalHandlerInProgress;
 VTAPI_EXPORT extern volatile int32_t g_DiagState;
-VTAPI_EXPORT extern int32_t g_bIA64Host;
+VTAPI_EXPORT extern uint32_t g_ResourcesDeallocated;
 
 /* ----------------------------------------------------------------- entry */
 VTAPI_EXPORT uint32_t RunFCCommandLine(int32_t argc, char **argv);
-VTAPI_EXPORT void InitializeParameters(void);
-VTAPI_EXPORT uint32_t ParseArg(int32_t argc, char **argv);
-VTAPI_EXPORT uint32_t FirstPassParseArg(int32_t argc, char **argv, int32_t fromFile);
-VTAPI_EXPORT uint32_t ParseArgumentsFromFile(void);
-VTAPI_EXPORT uint32_t SecondPassParseArg(int32_t argc, char **argv);
-VTAPI_EXPORT void CleanUpArgumentList(void);
-VTAPI_EXPORT void CmdInit(int32_t argc, char **argv);
-VTAPI_EXPORT void termination_handler(int32_t signum);
+/* Releases the core's resources once (not after help, a parse error or the
+ * version). */
 VTAPI_EXPORT void cleanup(void);
-VTAPI_EXPORT int32_t get_terminfo(void);
-VTAPI_EXPORT int32_t restore(void);
-VTAPI_EXPORT uint32_t OSSUninitialize(void);
 
 /* Front-end hooks: empty in this library (ProcessArg and ProcessHelpArg
  * return 0), replaced by the command-line tool. */
 VTAPI_EXPORT int32_t ProcessArg(int32_t argc, char **argv);
 VTAPI_EXPORT int32_t ProcessHelpArg(int32_t argc, char **argv);
 VTAPI_EXPORT void DisplayVersion(void);
+VTAPI_EXPORT void scfxPrint(const char *text);
 VTAPI_EXPORT void scfxDiagnosticsPrint(const char *text);
-/* scfxPrint is declared in vtapi_core.h. */
 
-/* ------------------------------------------------------------ XML output */
-/* Every XML_Emit<Name> hands its arguments to XML_2_Emit<Name> when
- * bXmlOutPut2 is set.  Each line goes to scfxPrint with its line end. */
-VTAPI_EXPORT void XML_PrintLine(const char *format, ...) __attribute__((format(printf, 1, 2)));
+/* ------------------------------------------------------ XML documents */
+/* The frame and status message of the XML reports, for any part of the
+ * library or a front end that reports an outcome in XML mode.  Each
+ * XML_Emit<Name> hands its arguments to XML_2_Emit<Name> when bXmlOutPut2 is
+ * set.  XML_PrintElement writes one element line with its indentation. */
 VTAPI_EXPORT void XML_PrintElement(const char *indent, const char *name, const char *value);
 
 VTAPI_EXPORT void XML_EmitMainHeader(void);
@@ -165,43 +172,6 @@ VTAPI_EXPORT void XML_EmitErrorMessage(const char *errorText);
 VTAPI_EXPORT void XML_2_EmitErrorMessage(const char *errorText);
 VTAPI_EXPORT void XML_EmitAppBuildInfo(int32_t complete);
 VTAPI_EXPORT void XML_2_EmitAppBuildInfo(int32_t complete);
-
-VTAPI_EXPORT void XML_EmitHBAHeader(const SDMDevice *device);
-VTAPI_EXPORT void XML_2_EmitHBAHeader(const SDMDevice *device);
-VTAPI_EXPORT void XML_EmitHBAFooter(void);
-VTAPI_EXPORT void XML_2_EmitHBAFooter(void);
-VTAPI_EXPORT void XML_2_EmitHBAHeaderFooter(const SDMDevice *device, int32_t open, int32_t close);
-
-VTAPI_EXPORT void XML_EmitTargetHeader(const TargetEntry *target);
-VTAPI_EXPORT void XML_2_EmitTargetHeader(const TargetEntry *target);
-VTAPI_EXPORT void XML_EmitTargetFooter(void);
-VTAPI_EXPORT void XML_2_EmitTargetFooter(void);
-
-/* Long emitters. */
-VTAPI_EXPORT void XML_EmitSystemInfo(void);
-VTAPI_EXPORT void XML_2_EmitSystemInfo(void);
-VTAPI_EXPORT void XML_EmitHBAGeneralInfo(const SDMDevice *device);
-VTAPI_EXPORT void XML_2_EmitHBAGeneralInfo(const SDMDevice *device);
-VTAPI_EXPORT void XML_EmitHBAVPDInfo(const VPDInfo *vpd);
-VTAPI_EXPORT void XML_2_EmitHBAVPDInfo(const VPDInfo *vpd);
-VTAPI_EXPORT void XML_EmitTarget(const TargetEntry *target);
-VTAPI_EXPORT void XML_2_EmitTarget(const TargetEntry *target);
-VTAPI_EXPORT void XML_EmitLunInfo(const LunEntry *lun);
-VTAPI_EXPORT void XML_2_EmitLunInfo(const LunEntry *lun);
-VTAPI_EXPORT void XML_EmitHBASummary(const SDMDevice *device);
-VTAPI_EXPORT void XML_2_EmitHBASummary(const SDMDevice *device);
-
-/* Helpers shared by the text and XML reports. */
-VTAPI_EXPORT const char *TarnPeripheralTypeText(uint8_t type);
-/* Capacity of a LUN in bytes; 0 when unknown. */
-VTAPI_EXPORT uint64_t TarnLunCapacity(const LunEntry *lun);
-/* "107.4 GB" (decimal units) into text of size bytes; "-" for 0. */
-VTAPI_EXPORT char *TarnFormatSize(uint64_t bytes, char *text, uint32_t size);
-/* The value of a VPD entry as text: as it stands, or in hexadecimal
- * ("0x8e") for the "RV" checksum or a value holding an unprintable byte. */
-VTAPI_EXPORT char *TarnVPDValueText(const VPDEntry *entry, char *text, uint32_t size);
-/* 1 for an NVMe target. */
-VTAPI_EXPORT uint32_t TarnIsNVMeTarget(const TargetEntry *target);
 
 #ifdef __cplusplus
 }

@@ -34,22 +34,8 @@ extern "C" {
 typedef uint32_t (*VTAPI_AlarmCallback)(uint32_t device, uint32_t reserved1, uint32_t status,
                                         uint32_t reserved2);
 
-VTAPI_EXPORT extern VTAPI_AlarmCallback gAlarmCallbacks[VTAPI_MAX_ALARM_CALLBACKS];
-VTAPI_EXPORT extern uint32_t g_LastEvent;
-VTAPI_EXPORT extern uint32_t g_CoreSingleUserMode;
-VTAPI_EXPORT extern uint32_t g_CoreAenDisabled;
-VTAPI_EXPORT extern uint32_t g_CoreConfigChanged;
-VTAPI_EXPORT extern uint32_t g_CorePollingInterval;
-
 VTAPI_EXPORT uint32_t VTAPI_RegisterAlarmNotificationCallback(VTAPI_AlarmCallback callback);
 VTAPI_EXPORT uint32_t VTAPI_UnRegisterAlarmNotificationCallback(VTAPI_AlarmCallback callback);
-VTAPI_EXPORT void FC_CorePollForAEN(void);
-VTAPI_EXPORT uint32_t CoreHandleAEN(void);
-VTAPI_EXPORT uint32_t CoreGenerateHostNotificationAlarm(uint32_t device, uint32_t reserved1, uint32_t status,
-                                                        uint32_t reserved2);
-VTAPI_EXPORT uint32_t FC_GenerateHostNotificationAlarm(uint32_t device, uint32_t reserved1, uint32_t status,
-                                                       uint32_t reserved2);
-VTAPI_EXPORT uint32_t CoreSetPollingInterval(uint32_t seconds);
 
 #ifdef __cplusplus
 }

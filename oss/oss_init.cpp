@@ -1,6 +1,6 @@
-// Start-up of the OS layer and the core: the installation path, the SNIA
-// HBA API registration in /etc/hba.conf, host identification, and the
-// core's configuration.
+// Start-up of the OS layer: the installation path, the SNIA HBA API
+// registration in /etc/hba.conf, host identification, and the OS layer's
+// share of the shut-down.
 #include <dlfcn.h>
 #include <fcntl.h>
 #include <ctime>
@@ -15,10 +15,9 @@
 #include <cstring>
 #include <string>
 
+#include "oss/oss.h"
 #include "sysroot.h"
-#include "vtapi_core.h"
-#include "vtapi_events.h"
-#include "vtapi_oss.h"
+#include "oss/oss_handle.h"
 
 namespace {
 
@@ -36,6 +35,7 @@ char g_edifConfigurationPath[256];
 char g_distribution[64];
 pid_t g_pid = 0;
 uint32_t g_fabricScanningEnable = 1;
+OSSStartupStep g_coreStartup = nullptr;
 
 void CopyText(char *dst, size_t size, const char *src) {
     size_t n = strnlen(src, size - 1);
@@ -44,19 +44,16 @@ void CopyText(char *dst, size_t size, const char *src) {
 }
 
 bool Readable(const char *path) {
-    FILE *f = fopen(vt::MapSystemPath(path).c_str(), "r");
-    if (!f) return false;
-    fclose(f);
-    return true;
+    return bool(vt::oss::File(fopen(vt::MapSystemPath(path).c_str(), "r")));
 }
 
 // The distribution's identifier from os-release ("debian"), or empty.
 void ReadDistribution() {
     g_distribution[0] = '\0';
-    FILE *f = fopen(vt::MapSystemPath("/etc/os-release").c_str(), "r");
+    const vt::oss::File f(fopen(vt::MapSystemPath("/etc/os-release").c_str(), "r"));
     if (!f) return;
     char line[256];
-    while (fgets(line, sizeof line, f)) {
+    while (fgets(line, sizeof line, f.get())) {
         if (strncmp(line, "ID=", 3) != 0) continue;
         const char *v = line + 3;
         if (*v == '"') ++v;
@@ -64,17 +61,13 @@ void ReadDistribution() {
         snprintf(g_distribution, sizeof g_distribution, "%.*s", int(n), v);
         break;
     }
-    fclose(f);
 }
 
 }  // namespace
 
 extern "C" {
 
-VTAPI_EXPORT char g_ModulePath[256];
-VTAPI_EXPORT char g_configurationFileName[260];
-VTAPI_EXPORT uint32_t g_AuxToolId = 0;
-VTAPI_EXPORT char g_ToolVersion[32];
+char g_ModulePath[256];
 
 VTAPI_EXPORT uint32_t GetInstallationPath(void) {
     Dl_info info{};
@@ -100,10 +93,7 @@ VTAPI_EXPORT uint32_t GetInstallationPath(void) {
 VTAPI_EXPORT const char *findlibvtsdm_adapter_provider(void) {
     if (g_ModulePath[0]) {
         // The loaded library's own path is a real path, not a system path.
-        if (FILE *f = fopen(g_ModulePath, "r")) {
-            fclose(f);
-            return g_ModulePath;
-        }
+        if (vt::oss::File(fopen(g_ModulePath, "r"))) return g_ModulePath;
     }
     if (Readable("/usr/lib/cim/libvtsdm_adapter_provider.so")) return "/usr/lib/cim/libvtsdm_adapter_provider.so";
     return "/lib/cim/libvtsdm_adapter_provider.so";
@@ -132,47 +122,24 @@ VTAPI_EXPORT uint32_t createHBAConfFile(const char *mode, const char *provider) 
     if (!mode || !provider) return 1;
     const bool append = mode[0] == 'a';
     int flags = O_WRONLY | O_CREAT | O_CLOEXEC | O_NOFOLLOW | (append ? O_APPEND : O_TRUNC);
-    int fd = open(vt::MapSystemPath(kHbaConf).c_str(), flags, 0644);
-    if (fd < 0) return 1;
-    FILE *f = fdopen(fd, mode);
-    if (!f) {
-        close(fd);
-        return 1;
-    }
-    fprintf(f, append ? "\n%s          %s\n" : "%s          %s\n", kProviderKey, provider);
-    fflush(f);
-    fclose(f);
+    vt::oss::Fd fd(open(vt::MapSystemPath(kHbaConf).c_str(), flags, 0644));
+    if (!fd) return 1;
+    const vt::oss::File f(fdopen(fd.get(), mode));
+    if (!f) return 1;
+    fd.release();  // the stream owns it now
+    fprintf(f.get(), append ? "\n%s          %s\n" : "%s          %s\n", kProviderKey, provider);
+    fflush(f.get());
     return 0;
 }
 
 VTAPI_EXPORT uint32_t checkAndInstallHBAConfFile(void) {
     const char *provider = findlibvtsdm_adapter_provider();
-    FILE *f = fopen(vt::MapSystemPath(kHbaConf).c_str(), "r");
-    if (f) {
-        uint32_t present = haslibvtsdmEntry(f);
-        fclose(f);
-        if (present) return 0;
+    if (const vt::oss::File f{fopen(vt::MapSystemPath(kHbaConf).c_str(), "r")}) {
+        if (haslibvtsdmEntry(f.get())) return 0;
         return createHBAConfFile("a", provider);
     }
     return createHBAConfFile("w", provider);
 }
-
-VTAPI_EXPORT uint32_t CorePreInitialize(void) {
-    std::string name = std::string(g_configurationPath[0] ? g_configurationPath : "/etc/") + "agent.properties";
-    CopyText(g_configurationFileName, sizeof g_configurationFileName, name.c_str());
-    CoreLoadPollingInterval();
-    return 0;
-}
-
-VTAPI_EXPORT uint32_t CoreInitialize(void) {
-    CorePreInitialize();
-    LogDebug(kFile, __LINE__, "CoreInitialize: g_configurationFileName is '%s' \n", g_configurationFileName);
-    SDMDeviceList *list = GetDeviceList();
-    if (list->Count == 0) *list = SDMDeviceList{};
-    return 0;
-}
-
-VTAPI_EXPORT uint32_t CoreUninitialize(void) { return RemoveAllDevicesFromDeviceList(); }
 
 VTAPI_EXPORT uint32_t OSSPostInitializeDevices(void) { return 0; }
 VTAPI_EXPORT uint32_t OSSUpdateCoreDevices(void) { return 0; }
@@ -185,7 +152,7 @@ VTAPI_EXPORT uint32_t OSSInitialize(int32_t argc, char **argv) {
     snprintf(g_configurationPath, sizeof g_configurationPath, "%s", "/etc/");
     snprintf(g_agentDescription, sizeof g_agentDescription, "Remote Agent for %s", "Linux");
     snprintf(g_agentVersion, sizeof g_agentVersion, "%d.%02d.%04d%s", 1, 0, 1280, "-22");
-    CorePreInitialize();
+    if (g_coreStartup != nullptr) g_coreStartup();
 
     bool loadHbaApi = true;
     for (int32_t i = 1; i < argc && argv; ++i) {
@@ -231,7 +198,7 @@ VTAPI_EXPORT uint32_t OSSInitialize(int32_t argc, char **argv) {
 }
 
 VTAPI_EXPORT uint32_t OSSGetHostInformation(char *hostName, char *systemType, char *osVersion, char *agentVersion) {
-    if (!g_hostName[0]) return 0xFFFFFFFFu;
+    if (!g_hostName[0]) return vt::kFailure;
     if (hostName) CopyText(hostName, 256, g_hostName);
     if (systemType) CopyText(systemType, 128, g_systemType);
     if (osVersion) CopyText(osVersion, 256, g_osVersion);
@@ -239,24 +206,16 @@ VTAPI_EXPORT uint32_t OSSGetHostInformation(char *hostName, char *systemType, ch
     return 0;
 }
 
-VTAPI_EXPORT const char *OSSGetDistributionType(void) { return g_distribution; }
+const char *OSSGetDistributionType(void) { return g_distribution; }
 
-VTAPI_EXPORT uint32_t CheckFCStructureSizes(void) { return 0; }
+const char *OSSGetConfigurationPath(void) { return g_configurationPath; }
 
-VTAPI_EXPORT uint32_t CheckStructureSizes(void) {
-    uint32_t rc = CheckFCStructureSizes();
-    if (rc != 0) LogDebug(kFile, __LINE__, "CheckStructureSizes(): CheckFCStructureSizes() failed");
-    return rc;
-}
+void OSSSetCoreStartup(OSSStartupStep step) { g_coreStartup = step; }
 
-VTAPI_EXPORT uint32_t CoreSetToolId(uint32_t id) {
-    g_AuxToolId = id & 255;
-    return 0;
-}
-
-VTAPI_EXPORT uint32_t CoreSetToolVersion(uint32_t v1, uint32_t v2, uint32_t v3, uint32_t v4) {
-    snprintf(g_ToolVersion, sizeof g_ToolVersion, "%02hhu:%02hhu:%02hhu:%02hhu", static_cast<unsigned char>(v1),
-             static_cast<unsigned char>(v2), static_cast<unsigned char>(v3), static_cast<unsigned char>(v4));
+// Destroys the in-process mutex and unloads the HBA API library.
+VTAPI_EXPORT uint32_t OSSUninitialize(void) {
+    OSSDeleteCriticalSection();
+    HBA_FreeLibrary();
     return 0;
 }
 

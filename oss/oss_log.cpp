@@ -19,13 +19,14 @@
 #include <string>
 
 #include "sysroot.h"
-#include "vtapi_oss.h"
+#include "oss/oss.h"
+#include "oss/oss_handle.h"
 
 extern "C" {
 VTAPI_EXPORT char messagesfile[512];
 VTAPI_EXPORT char oldmessagesfile[512];
 VTAPI_EXPORT int32_t g_coreQuietModeEnable;
-VTAPI_EXPORT int32_t g_bOperateInQuietMode;
+int32_t g_bOperateInQuietMode;
 }
 
 namespace {
@@ -319,12 +320,11 @@ VTAPI_EXPORT uint32_t OSSLogMessage2(int32_t type, const char *text) {
         line += text != nullptr ? text : "";
         line += '\n';
         const std::string path = vt::MapSystemPath(messagesfile);
-        const int fd = open(path.c_str(), O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC | O_NOFOLLOW, 0644);
-        if (fd < 0)
+        const vt::oss::Fd fd(open(path.c_str(), O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC | O_NOFOLLOW, 0644));
+        if (!fd)
             return 1;
-        const ssize_t written = write(fd, line.data(), line.size());
+        const ssize_t written = write(fd.get(), line.data(), line.size());
         (void)written;
-        close(fd);
     } catch (const std::bad_alloc &) {
     }
     return 1;
@@ -363,9 +363,7 @@ VTAPI_EXPORT void OpenCoreMessagesFile(void) {
     if (messagesfile[0] == '\0')
         return;
     const std::string path = vt::MapSystemPath(messagesfile);
-    const int fd = open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC | O_NOFOLLOW, 0644);
-    if (fd >= 0)
-        close(fd);
+    const vt::oss::Fd emptied(open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC | O_NOFOLLOW, 0644));
 }
 
 VTAPI_EXPORT int32_t IsFileSizeWithinLimit(const char *path, uint64_t limit) {

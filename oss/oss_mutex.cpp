@@ -18,7 +18,7 @@
 #include <new>
 #include <vector>
 
-#include "vtapi_oss.h"
+#include "oss/oss.h"
 
 namespace {
 
@@ -235,7 +235,7 @@ VTAPI_EXPORT uint32_t OSSInitCriticalSection(void) {
     void *mem = std::calloc(1, sizeof(pthread_mutex_t));
     if (mem == nullptr) {
         CoreLogMessage(VT_MSG_ERROR, "OSSInitCriticalSection: Unable to allocate memory for mutex");
-        return 0xFFFFFFFFu;
+        return vt::kFailure;
     }
     pthread_mutex_init(static_cast<pthread_mutex_t *>(mem), nullptr);
     if (g_ossCriticalSection != nullptr) {
@@ -274,9 +274,9 @@ VTAPI_EXPORT uint32_t OSSDeleteCriticalSection(void) {
     const int rc = pthread_mutex_destroy(m);
     if (rc == EBUSY) {
         CoreLogMessage(VT_MSG_ERROR, "OSSDeleteCriticalSection: The mutex is currently locked!");
-        return 0xFFFFFFFFu;
+        return vt::kFailure;
     }
-    if (rc != 0) return 0xFFFFFFFFu;
+    if (rc != 0) return vt::kFailure;
     std::free(m);
     g_ossCriticalSection = nullptr;
     return 0;
@@ -288,7 +288,7 @@ VTAPI_EXPORT void OSSSleep(uint32_t seconds) {
     SleepFor(timespec{static_cast<time_t>(seconds), 0});
 }
 
-VTAPI_EXPORT void OSSSleepMs(uint32_t milliseconds) {
+void OSSSleepMs(uint32_t milliseconds) {
     SleepFor(timespec{static_cast<time_t>(milliseconds / 1000), static_cast<long>(milliseconds % 1000) * 1000000L});
 }
 

@@ -17,7 +17,8 @@
 #include <vector>
 
 #include "sysroot.h"
-#include "vtapi_oss.h"
+#include "oss/oss.h"
+#include "oss/oss_handle.h"
 
 namespace {
 
@@ -98,7 +99,7 @@ VTAPI_EXPORT char g_TarnExitCodesFileName[260] = "";
 /* ------------------------------------------ directories and file names */
 
 VTAPI_EXPORT uint32_t TarnSetInstallationDir(const char *dir, int32_t length) {
-    if (dir == nullptr) return 0xFFFFFFFFu;
+    if (dir == nullptr) return vt::kFailure;
     CopyBounded(g_InstallationDir, dir, length < 260 ? length : 260);
     return 0;
 }
@@ -106,7 +107,7 @@ VTAPI_EXPORT uint32_t TarnSetInstallationDir(const char *dir, int32_t length) {
 VTAPI_EXPORT const char *TarnGetInstallationDir(void) { return g_InstallationDir; }
 
 VTAPI_EXPORT uint32_t TarnSetCurrentDir(const char *dir, int32_t length) {
-    if (dir == nullptr) return 0xFFFFFFFFu;
+    if (dir == nullptr) return vt::kFailure;
     CopyBounded(g_CurrentDir, dir, length < 260 ? length : 260);
     return 0;
 }
@@ -208,7 +209,7 @@ VTAPI_EXPORT uint32_t TarnPrefGetProperty(FILE *stream, const char *key, char *d
         TarnLogMessage(VT_MSG_ERROR, "TarnPrefGetProperty: preferenceFile == NULL");
         return 1;
     }
-    if (key == nullptr || destination == nullptr) return 0xFFFFFFFFu;
+    if (key == nullptr || destination == nullptr) return vt::kFailure;
     char line[kPrefLine];
     std::string value;
     std::rewind(stream);
@@ -219,7 +220,7 @@ VTAPI_EXPORT uint32_t TarnPrefGetProperty(FILE *stream, const char *key, char *d
         }
     }
     if (std::ferror(stream)) TarnLogMessage(VT_MSG_ERROR, "PrefGetProperty: Failed to read preference file.");
-    return 0xFFFFFFFFu;
+    return vt::kFailure;
 }
 
 VTAPI_EXPORT int32_t TarnPreferenceGetKeyValue(const char *key, int32_t mode) {
@@ -239,9 +240,10 @@ VTAPI_EXPORT int32_t TarnPreferenceGetKeyValue(const char *key, int32_t mode) {
 
 VTAPI_EXPORT uint32_t ReadKeyValue(const char *path, const char *key, char *destination, uint32_t size,
                                    char separator) {
-    if (path == nullptr || key == nullptr || destination == nullptr) return 0xFFFFFFFFu;
-    FILE *stream = std::fopen(path, "r");
-    if (stream == nullptr) return 0xFFFFFFFEu;
+    if (path == nullptr || key == nullptr || destination == nullptr) return vt::kFailure;
+    const vt::oss::File file(std::fopen(path, "r"));
+    if (!file) return vt::kCannotOpen;
+    FILE *stream = file.get();
     char line[kKeyValueLine];
     uint32_t found = 0;
     while (found == 0 && std::fgets(line, sizeof line, stream) != nullptr) {
@@ -263,26 +265,25 @@ VTAPI_EXPORT uint32_t ReadKeyValue(const char *path, const char *key, char *dest
         std::strncpy(destination, std::string(v, vend).c_str(), size);
         found = 1;
     }
-    std::fclose(stream);
     return found;
 }
 
 /* ------------------------------------------------------ writing keys */
 
 VTAPI_EXPORT uint32_t PrefSetProperty(FILE *stream, const char *key, const char *value) {
-    if (key == nullptr || value == nullptr) return 0xFFFFFFFFu;
-    FILE *temp = std::tmpfile();
+    if (key == nullptr || value == nullptr) return vt::kFailure;
+    const vt::oss::File tempFile(std::tmpfile());
+    FILE *temp = tempFile.get();
     if (temp == nullptr) {
         TarnLogMessage(VT_MSG_ERROR, "Failed to write to temp file!");
-        return 0xFFFFFFFFu;
+        return vt::kFailure;
     }
     FILE *own = nullptr;
     if (stream == nullptr) {
         own = stream = PrefOpenPreferenceFile(kAgentFile);
         if (stream == nullptr) {
             TarnLogMessage(VT_MSG_ERROR, "Failed to open preference file (%s)", kAgentFile);
-            std::fclose(temp);
-            return 0xFFFFFFFFu;
+            return vt::kFailure;
         }
     }
     uint32_t rc = 0;
@@ -302,11 +303,11 @@ VTAPI_EXPORT uint32_t PrefSetProperty(FILE *stream, const char *key, const char 
     }
     if (std::ferror(stream)) {
         TarnLogMessage(VT_MSG_ERROR, "Failed to read preference file!");
-        rc = 0xFFFFFFFFu;
+        rc = vt::kFailure;
     }
     if (rc == 0 && (!replaced || writeFailed) && std::fprintf(temp, "%s=%s\n", key, value) < 0) {
         TarnLogMessage(VT_MSG_ERROR, "Failed to write to temp file!");
-        rc = 0xFFFFFFFFu;
+        rc = vt::kFailure;
     }
     // Copy back from the start of the file; the file is not truncated.
     if (rc == 0) {
@@ -316,20 +317,19 @@ VTAPI_EXPORT uint32_t PrefSetProperty(FILE *stream, const char *key, const char 
         while (std::fgets(line, sizeof line, temp) != nullptr) {
             if (std::fputs(line, stream) < 0) {
                 TarnLogMessage(VT_MSG_ERROR, "Failed to write to preference file!");
-                rc = 0xFFFFFFFFu;
+                rc = vt::kFailure;
                 break;
             }
         }
         if (std::ferror(temp)) {
             TarnLogMessage(VT_MSG_ERROR, "Failed to read temp file!");
-            rc = 0xFFFFFFFFu;
+            rc = vt::kFailure;
         }
         if (std::fflush(stream) != 0 && rc == 0) {
             TarnLogMessage(VT_MSG_ERROR, "Failed to write to preference file!");
-            rc = 0xFFFFFFFFu;
+            rc = vt::kFailure;
         }
     }
-    std::fclose(temp);
     PrefClosePreferenceFile(own);
     return rc;
 }

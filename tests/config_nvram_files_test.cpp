@@ -15,7 +15,7 @@
 #include "config/nvram_template.h"
 #include "config_fixture.h"
 #include "idtable.h"
-#include "vtapi_oss.h"
+#include "oss/oss.h"
 
 namespace {
 

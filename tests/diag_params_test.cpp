@@ -13,7 +13,7 @@
 #include "diag/diag.h"
 #include "idtable.h"
 #include "testutil.h"
-#include "vtapi_oss.h"
+#include "oss/oss.h"
 
 namespace {
 

@@ -22,8 +22,8 @@
 #include "testutil.h"
 #include "vtapi.h"
 #include "vtapi_cli.h"
-#include "vtapi_core.h"
-#include "vtapi_oss.h"
+#include "core/core.h"
+#include "oss/oss.h"
 
 DIAG_TEST_TERMINAL_HOOKS
 

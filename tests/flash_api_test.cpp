@@ -6,7 +6,7 @@
 #include <cstring>
 
 #include "flash_testutil.h"
-#include "vtapi_core.h"
+#include "core/core.h"
 
 using namespace flashtest;
 using img::ImageFamily;

@@ -15,7 +15,7 @@
 #include "flash/flash_image.h"
 #include "imagebuild.h"
 #include "testutil.h"
-#include "vtapi_oss.h"
+#include "oss/oss.h"
 
 namespace flashtest {
 

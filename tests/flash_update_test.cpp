@@ -9,7 +9,7 @@
 
 #include "flash/flash_update.h"
 #include "flash_testutil.h"
-#include "vtapi_core.h"
+#include "core/core.h"
 
 using namespace flashtest;
 using img::ImageFamily;

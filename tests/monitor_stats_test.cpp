@@ -15,7 +15,7 @@
 #include "testutil.h"
 #include "vtapi.h"
 #include "vtapi_api.h"
-#include "vtapi_core.h"
+#include "core/core.h"
 
 MONITOR_TEST_CLOCK_HOOKS
 

@@ -4,7 +4,7 @@
 #include <cstring>
 
 #include "vtapi.h"
-#include "vtapi_core.h"
+#include "core/core.h"
 
 namespace vttest {
 

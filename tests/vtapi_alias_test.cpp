@@ -16,8 +16,8 @@
 #include "treeutil.h"
 #include "vtapi.h"
 #include "vtapi_api.h"
-#include "vtapi_core.h"
-#include "vtapi_oss.h"
+#include "core/core.h"
+#include "oss/oss.h"
 
 // The print hook of a command-line front end: collects the XML lines.
 namespace {

@@ -15,7 +15,7 @@
 #include "testutil.h"
 #include "vtapi.h"
 #include "vtapi_api.h"
-#include "vtapi_core.h"
+#include "core/core.h"
 #include "vtapi_events.h"
 
 // Replacements of FC_ functions: the library calls them through the dynamic

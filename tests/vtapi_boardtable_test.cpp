@@ -1,8 +1,8 @@
 // The enciphered board table file and its reader in libvtapifconly.
 #include "idtable.h"
 #include "testutil.h"
-#include "vtapi_boardtable.h"
-#include "vtapi_oss.h"
+#include "core/boardtable.h"
+#include "oss/oss.h"
 
 #include <gtest/gtest.h>
 

@@ -20,7 +20,7 @@
 #include "testutil.h"
 #include "treeutil.h"
 #include "vtapi.h"
-#include "vtapi_core.h"
+#include "core/core.h"
 
 namespace {
 // Set in a child that is to die just before its new file is renamed into

@@ -10,9 +10,9 @@
 
 #include "testutil.h"
 #include "vtapi.h"
-#include "vtapi_core.h"
-#include "vtapi_events.h"
-#include "vtapi_oss.h"
+#include "core/core.h"
+#include "core/events.h"
+#include "oss/oss.h"
 
 namespace {
 

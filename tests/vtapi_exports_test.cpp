@@ -1,7 +1,7 @@
 // The exported surface of libvtapifconly, read from the dynamic symbol table
-// of the built library: every listed VTAPI_ function and every FC_ function
-// of the public header is a defined, default-visibility function symbol, and
-// no VTAPI_ symbol is exported beyond the list.
+// of the built library: every listed VTAPI_ function, every FC_ function of
+// the FC layer and every other listed function and datum is a defined,
+// default-visibility symbol, and nothing beyond the lists is exported.
 #include <elf.h>
 #include <gtest/gtest.h>
 
@@ -55,49 +55,74 @@ std::map<std::string, Symbol> DynamicSymbols(const std::string &path) {
     return out;
 }
 
-std::set<std::string> ListedNames() {
+// Names of a list file, one a line; "#" starts a comment line.
+std::set<std::string> NamesIn(const std::string &file, const std::string &prefix = "") {
     std::set<std::string> names;
-    std::istringstream in(vttest::ReadFile(vttest::SourcePath("tests/data/vtapi_exports.txt")));
+    std::istringstream in(vttest::ReadFile(vttest::SourcePath(file)));
     for (std::string line; std::getline(in, line);)
-        if (!line.empty()) names.insert(line);
+        if (!line.empty() && line[0] != '#' && line.rfind(prefix, 0) == 0) names.insert(line.substr(prefix.size()));
     return names;
 }
 
-std::string Check(const std::map<std::string, Symbol> &symbols, const std::string &name) {
+std::set<std::string> ListedNames() { return NamesIn("tests/data/vtapi_exports.txt"); }
+
+// The FC_ functions the layer's header declares.
+std::set<std::string> DeclaredFcFunctions() {
+    const std::string header = vttest::ReadFile(vttest::SourcePath("fc/fc.h"));
+    std::regex declaration(R"(VTAPI_EXPORT \w+ (FC_\w+)\()");
+    std::set<std::string> names;
+    for (auto it = std::sregex_iterator(header.begin(), header.end(), declaration); it != std::sregex_iterator(); ++it)
+        names.insert((*it)[1].str());
+    return names;
+}
+
+std::string Check(const std::map<std::string, Symbol> &symbols, const std::string &name, unsigned type = STT_FUNC) {
     auto it = symbols.find(name);
     if (it == symbols.end()) return name + " is not exported";
-    if (it->second.type != STT_FUNC) return name + " is not a function";
+    if (it->second.type != type) return name + (type == STT_FUNC ? " is not a function" : " is not data");
     if (it->second.binding != STB_GLOBAL && it->second.binding != STB_WEAK) return name + " is not global";
     if (it->second.visibility != STV_DEFAULT) return name + " has no default visibility";
     return "";
 }
 
-TEST(Exports, EveryListedFunctionIsExportedAndNoOther) {
-    const auto symbols = DynamicSymbols(vttest::BuildPath("lib64/libvtapifconly.so"));
-    ASSERT_GT(symbols.size(), 500u) << "could not read the dynamic symbols";
+class Exports : public ::testing::Test {
+protected:
+    const std::map<std::string, Symbol> symbols_ = DynamicSymbols(vttest::BuildPath("lib64/libvtapifconly.so"));
+};
+
+TEST_F(Exports, EveryListedFunctionIsExported) {
+    ASSERT_GT(symbols_.size(), 400u) << "could not read the dynamic symbols";
     const auto listed = ListedNames();
     ASSERT_EQ(listed.size(), 126u);
-    for (const std::string &name : listed) {
-        const std::string problem = Check(symbols, name);
-        EXPECT_EQ(problem, "");
-    }
-    std::string extras;
-    for (const auto &[name, symbol] : symbols)
-        if (name.rfind("VTAPI_", 0) == 0 && !listed.count(name)) extras += " " + name;
-    EXPECT_EQ(extras, "") << "exported but not listed:" << extras;
+    for (const std::string &name : listed) EXPECT_EQ(Check(symbols_, name), "");
 }
 
 // The FC_ functions behind the frames are exported too, so a program can
 // replace them.
-TEST(Exports, EveryDeclaredFcFunctionIsExported) {
-    const auto symbols = DynamicSymbols(vttest::BuildPath("lib64/libvtapifconly.so"));
-    const std::string header = vttest::ReadFile(vttest::SourcePath("include/vtapi_api.h"));
-    std::regex declaration(R"(VTAPI_EXPORT uint32_t (FC_\w+)\()");
-    int count = 0;
-    for (auto it = std::sregex_iterator(header.begin(), header.end(), declaration); it != std::sregex_iterator();
-         ++it, ++count)
-        EXPECT_EQ(Check(symbols, (*it)[1].str()), "");
-    EXPECT_EQ(count, 107);
+TEST_F(Exports, EveryDeclaredFcFunctionIsExported) {
+    const auto declared = DeclaredFcFunctions();
+    EXPECT_GE(declared.size(), 107u);
+    for (const std::string &name : declared) EXPECT_EQ(Check(symbols_, name), "");
+}
+
+// The dynamic symbol table holds the listed functions and data and nothing
+// else: no C++ names, no helper of a layer.
+TEST_F(Exports, NothingElseIsExported) {
+    ASSERT_GT(symbols_.size(), 400u);
+    std::set<std::string> expected = ListedNames();
+    expected.merge(DeclaredFcFunctions());
+    const auto data = NamesIn("tests/data/vtapi_named_exports.txt", "data ");
+    for (const std::string &name : NamesIn("tests/data/vtapi_named_exports.txt"))
+        if (name.rfind("data ", 0) != 0) {
+            EXPECT_EQ(Check(symbols_, name), "");
+            expected.insert(name);
+        }
+    for (const std::string &name : data) EXPECT_EQ(Check(symbols_, name, STT_OBJECT), "");
+    expected.insert(data.begin(), data.end());
+    std::string extras;
+    for (const auto &[name, symbol] : symbols_)
+        if (!expected.count(name)) extras += " " + name;
+    EXPECT_EQ(extras, "") << "exported but not listed:" << extras;
 }
 
 }  // namespace

@@ -16,8 +16,8 @@
 
 #include "testutil.h"
 #include "vtapi.h"
-#include "vtapi_core.h"
-#include "vtapi_oss.h"
+#include "core/core.h"
+#include "oss/oss.h"
 
 namespace {
 

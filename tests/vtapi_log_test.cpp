@@ -16,7 +16,7 @@
 #include <gtest/gtest.h>
 
 #include "testutil.h"
-#include "vtapi_oss.h"
+#include "oss/oss.h"
 
 // The preference-file readers are replaced here so that the trace file name
 // can be tested on its own; the library reaches them through the dynamic
@@ -56,14 +56,12 @@ protected:
         savedLevel_ = gTraceLevel;
         gTraceLevel = 8;
         SetCoreEnableDebugMessage(0);
-        g_bOperateInQuietMode = 0;
         bSilent = bSysLog = bXmlOutPut = 0;
     }
     void TearDown() override {
         TarnUnInitializeLogFile();
         gTraceLevel = savedLevel_;
         SetCoreEnableDebugMessage(0);
-        g_bOperateInQuietMode = 0;
         bSilent = bSysLog = bXmlOutPut = 0;
         messagesfile[0] = oldmessagesfile[0] = '\0';
     }
@@ -350,10 +348,12 @@ TEST_F(LogFixture, ConsoleAndCommandLineLog) {
         CoreSetQuietMode(1);  // taken over only by OSSInitialize
         EXPECT_EQ(CoreGetQuietMode(), 1);
         CoreLogMessage(VT_MSG_INFO, "still");
-        g_bOperateInQuietMode = 1;
+        OSSInitialize(0, nullptr);
         CoreLogMessage(VT_MSG_INFO, "quiet");
         CoreLogMessage(VT_MSG_ERROR, "quiet");
         CoreSetQuietMode(0);
+        OSSInitialize(0, nullptr);
+        OSSDeleteCriticalSection();
         EXPECT_EQ(out.Stop(), "Info: hello 3\nDebug: dbg\nUnknown: prof\nInfo: still\n");
         EXPECT_EQ(err.Stop(), "Error: bad\n");
     }
@@ -432,7 +432,12 @@ TEST_F(LogFixture, AppTraceFileName) {
         const std::string before = LocalStamp();
         ASSERT_EQ(SetAppTraceFileName(), 0);
         const std::string after = LocalStamp();
-        const std::string name = GetAppTraceFileName();
+        // The name it made is in its log line.
+        const auto lines = Lines();
+        const std::string marker = "SetAppTraceFileName: Log File=";
+        const std::string &last = lines.back();
+        ASSERT_NE(last.find(marker), std::string::npos) << last;
+        const std::string name = last.substr(last.find(marker) + marker.size());
         ASSERT_EQ(name.size(), c.head.size() + 14 + c.tail.size()) << name;
         EXPECT_EQ(name.substr(0, c.head.size()), c.head);
         EXPECT_EQ(name.substr(name.size() - c.tail.size()), c.tail);

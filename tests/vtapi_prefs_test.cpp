@@ -13,7 +13,7 @@
 #include <vector>
 
 #include "testutil.h"
-#include "vtapi_oss.h"
+#include "oss/oss.h"
 
 namespace {
 struct LogLine {

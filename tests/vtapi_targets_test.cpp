@@ -15,8 +15,8 @@
 
 #include "testutil.h"
 #include "vtapi.h"
-#include "vtapi_core.h"
-#include "vtapi_oss.h"
+#include "core/core.h"
+#include "oss/oss.h"
 
 namespace {
 uint32_t g_sleeps = 0;
@@ -435,9 +435,13 @@ TEST(TargetLists, AddFindDeleteAndCopy) {
     EXPECT_EQ(AddLunToLunList(&b->Luns, l1b), -1);
     EXPECT_EQ(FindLunInLunList(&b->Luns, 1), l1);
 
-    TargetList copy;
-    ASSERT_EQ(CopyTargetList(&copy, &list), 0u);
+    // A copy of a device carries copies of its targets and their LUNs.
+    SDMDevice source{}, copied{};
+    source.Targets = list;
+    ASSERT_EQ(CopyToVTAPISDMDevice(&copied, &source), 0u);
+    const TargetList &copy = copied.Targets;
     ASSERT_EQ(copy.Count, 2u);
+    EXPECT_NE(copy.First, a);
     EXPECT_NE(copy.Last->Luns.First, l0);
     EXPECT_EQ(copy.Last->Luns.Count, 2u);
     EXPECT_EQ(copy.Last->Luns.Last->LunNumber, 1);
@@ -453,7 +457,7 @@ TEST(TargetLists, AddFindDeleteAndCopy) {
     RemoveAllTargetsFromTargetList(&list);
     EXPECT_EQ(list.First, nullptr);
     EXPECT_EQ(list.Count, 0u);
-    FreeTargetList(&copy);
+    FreeTargetList(&copied.Targets);
     free(l1b);
     FreeLunList(&dup->Luns);
     free(dup);

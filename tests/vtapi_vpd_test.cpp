@@ -14,8 +14,8 @@
 #include <nlohmann/json.hpp>
 
 #include "testutil.h"
-#include "vtapi_oss.h"
-#include "vtapi_vpd.h"
+#include "oss/oss.h"
+#include "flash/vpd.h"
 
 namespace {
 

@@ -14,7 +14,7 @@
 #include "treeutil.h"
 #include "vtapi.h"
 #include "vtapi_api.h"
-#include "vtapi_core.h"
+#include "core/core.h"
 
 namespace {
 

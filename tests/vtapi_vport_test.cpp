@@ -15,7 +15,7 @@
 #include "treeutil.h"
 #include "vtapi.h"
 #include "vtapi_api.h"
-#include "vtapi_core.h"
+#include "core/core.h"
 
 // The random bytes of new WWPNs, scripted by the tests.
 namespace {

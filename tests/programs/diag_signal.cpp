@@ -13,8 +13,8 @@
 
 #include "diag/diag.h"
 #include "vtapi_cli.h"
-#include "vtapi_core.h"
-#include "vtapi_oss.h"
+#include "core/core.h"
+#include "oss/oss.h"
 
 namespace {
 bool g_signalled = false;

@@ -1,18 +1,22 @@
-/* Preloaded into tarncli by tests (LD_PRELOAD): replaces functions of
- * libvtapifconly, which the tool and the library reach through the dynamic
- * symbol table, so that a test can stop the tool inside a command.
+/* Preloaded into tarncli by tests (LD_PRELOAD): replaces functions that the
+ * tool and the library reach through the dynamic symbol table, so that a
+ * test can stop the tool inside a command.
  *
  *   VTTEST_HOLD_FILE=PATH      TarnGetCommand (which the tool calls when it
  *                              starts its command) creates PATH, then waits
  *                              for a signal without returning.
- *   VTTEST_RESTORE_STATUS=N    restore (the terminal restore of the
- *                              termination handler) returns N.
+ *   VTTEST_TERMINAL_FAILS=1    the terminal's attributes can be read (as if
+ *                              standard input were a terminal) but not set
+ *                              back, so the termination handler's restore
+ *                              fails.
  */
 #define _GNU_SOURCE
 #include <dlfcn.h>
 #include <fcntl.h>
 #include <stdint.h>
 #include <stdlib.h>
+#include <string.h>
+#include <termios.h>
 #include <unistd.h>
 
 #include "vtapi_cli.h"
@@ -28,9 +32,23 @@ const TarnCommand *TarnGetCommand(void) {
     return real();
 }
 
-int32_t restore(void) {
-    const char *status = getenv("VTTEST_RESTORE_STATUS");
-    if (status != NULL && *status != '\0') return (int32_t)atoi(status);
-    int32_t (*real)(void) = (int32_t(*)(void))dlsym(RTLD_NEXT, "restore");
-    return real();
+static int TerminalFails(void) {
+    const char *fails = getenv("VTTEST_TERMINAL_FAILS");
+    return fails != NULL && strcmp(fails, "1") == 0;
+}
+
+int tcgetattr(int fd, struct termios *attributes) {
+    if (TerminalFails()) {
+        memset(attributes, 0, sizeof *attributes);
+        return 0;
+    }
+    int (*real)(int, struct termios *) = (int (*)(int, struct termios *))dlsym(RTLD_NEXT, "tcgetattr");
+    return real(fd, attributes);
+}
+
+int tcsetattr(int fd, int actions, const struct termios *attributes) {
+    if (TerminalFails()) return -1;
+    int (*real)(int, int, const struct termios *) =
+        (int (*)(int, int, const struct termios *))dlsym(RTLD_NEXT, "tcsetattr");
+    return real(fd, actions, attributes);
 }

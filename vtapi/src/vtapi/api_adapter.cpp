@@ -6,7 +6,7 @@
 #include <cstdio>
 
 #include "frame.h"
-#include "vtapi_core.h"
+#include "core/core.h"
 
 extern "C" {
 

@@ -8,8 +8,8 @@
 
 #include <unistd.h>
 
-#include "vtapi_api.h"
-#include "vtapi_oss.h"
+#include "fc/fc.h"
+#include "oss/oss.h"
 
 #define VTAPI_RETURN_FRAMED(name, status)                                                          \
     LogDebug(__FILE__, __LINE__, #name "(): returning with %d", static_cast<int>(status));   \

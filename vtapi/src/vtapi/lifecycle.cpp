@@ -6,14 +6,17 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "core/core.h"
+#include "core/events.h"
+#include "fc/fc.h"
+#include "oss/oss.h"
+#include "oss/oss_status.h"
 #include "sysroot.h"
-#include "vtapi_core.h"
-#include "vtapi_events.h"
-#include "vtapi_oss.h"
 
 namespace {
 
 const char kFile[] = __FILE__;
+constexpr uint32_t kWaitForever = 0xFFFFFFFFu;  // access mutex timeout
 
 // Standard reflected CRC-32 (polynomial 0xEDB88320), register started at 0,
 // result inverted: the host-name checksum of HostInfo.
@@ -58,10 +61,18 @@ VTAPI_EXPORT AdapterEntryList *gpAdapterList = nullptr;
 VTAPI_EXPORT AdapterEntryList *gpBackupAdapterList = nullptr;
 VTAPI_EXPORT char gpInstallationPath[256];
 
+// 0 when the exchange records of the layers have the sizes they were built
+// with.
+VTAPI_EXPORT uint32_t CheckStructureSizes(void) {
+    const uint32_t rc = CheckFCStructureSizes();
+    if (rc != 0) LogDebug(kFile, __LINE__, "CheckStructureSizes(): CheckFCStructureSizes() failed");
+    return rc;
+}
+
 VTAPI_EXPORT uint32_t VTAPI_Initialize(int32_t traceLevel, const char *installDir) {
     ProfilerEnterFunction("VTAPI_Initialize");
     const int32_t mutex = getVTAPIMutexID();
-    vtapi_LockAccessMutex(mutex, 0xFFFFFFFFu);
+    vtapi_LockAccessMutex(mutex, kWaitForever);
     if (traceLevel != 0) {
         gTraceLevel = traceLevel;
         if (!guInRefreshData && (traceLevel & VT_TRACE_INFO)) {
@@ -126,7 +137,7 @@ VTAPI_EXPORT uint32_t VTAPI_Initialize(int32_t traceLevel, const char *installDi
 VTAPI_EXPORT uint32_t VTAPI_Uninitialize(void) {
     ProfilerEnterFunction("VTAPI_Uninitialize");
     const int32_t mutex = getVTAPIMutexID();
-    vtapi_LockAccessMutex(mutex, 0xFFFFFFFFu);
+    vtapi_LockAccessMutex(mutex, kWaitForever);
     ProfilerEnterFunction("OSSDeleteCriticalSection()");
     OSSDeleteCriticalSection();
     ProfilerExitFunction("OSSDeleteCriticalSection()");
@@ -146,7 +157,7 @@ VTAPI_EXPORT uint32_t VTAPI_Uninitialize(void) {
 VTAPI_EXPORT uint32_t VTAPI_RefreshData(void) {
     ProfilerEnterFunction("VTAPI_RefreshData");
     const int32_t mutex = getVTAPIMutexID();
-    vtapi_LockAccessMutex(mutex, 0xFFFFFFFFu);
+    vtapi_LockAccessMutex(mutex, kWaitForever);
     guInRefreshData = 1;
     VTAPI_Uninitialize();
     // Initialize clears gpInstallationPath before it reads the directory it
@@ -165,7 +176,7 @@ VTAPI_EXPORT uint32_t VTAPI_RefreshData(void) {
 VTAPI_EXPORT uint32_t VTAPI_UpdateBackupAdapterList(void) {
     ProfilerEnterFunction("VTAPI_UpdateBackupAdapterList");
     const int32_t mutex = getVTAPIMutexID();
-    vtapi_LockAccessMutex(mutex, 0xFFFFFFFFu);
+    vtapi_LockAccessMutex(mutex, kWaitForever);
     core_FreeAdapterList(gpBackupAdapterList);
     gpBackupAdapterList = nullptr;
     TarnReinitializeDevices();
@@ -215,10 +226,10 @@ VTAPI_EXPORT void VTAPI_FreeMem(void *memory) {
 
 VTAPI_EXPORT uint32_t VTAPI_GetHostInfo(HostInfo *info) {
     ProfilerScope frame("VTAPI_GetHostInfo");
-    if (!info) return 0xFFFFFFFFu;
+    if (!info) return VTAPI_GENERAL_FAILURE;
     char agentVersion[64];
     if (OSSGetHostInformation(info->HostName, info->SystemType, info->OSVersion, agentVersion) != 0)
-        return 0xFFFFFFFFu;
+        return VTAPI_GENERAL_FAILURE;
     snprintf(info->AgentVersion, sizeof info->AgentVersion, "%s", agentVersion);
     info->HostNameCrc = HostNameCrc(info->HostName);
     info->Valid = 1;
@@ -230,7 +241,7 @@ VTAPI_EXPORT uint32_t VTAPI_GetSystemInfo(SystemInfo *info) {
     struct utsname u;
     if (!info || uname(&u) != 0) {
         LogDebug(kFile, __LINE__, "VTAPI_GetSystemInfo(): Line = %d", 567);
-        return 0xFFFFFFFFu;
+        return VTAPI_GENERAL_FAILURE;
     }
     info->OperatingSystem = 3;
     if (strstr(u.machine, "x86_64")) info->Architecture = 1;

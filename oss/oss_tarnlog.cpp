@@ -11,7 +11,8 @@
 #include <ctime>
 #include <string>
 
-#include "vtapi_oss.h"
+#include "oss/oss.h"
+#include "oss/oss_handle.h"
 
 extern "C" {
 VTAPI_EXPORT char g_LogFileName[256];
@@ -19,6 +20,7 @@ VTAPI_EXPORT FILE *g_fp;
 VTAPI_EXPORT int32_t bSilent;
 VTAPI_EXPORT int32_t bSysLog;
 VTAPI_EXPORT int32_t bXmlOutPut;
+int32_t bJsonOutPut;
 }
 
 namespace {
@@ -42,12 +44,12 @@ FILE *OpenLogStream(const std::string &path, const char *mode) {
     default: return nullptr;
     }
     flags |= std::strchr(mode, '+') != nullptr ? O_RDWR : (mode[0] == 'r' ? O_RDONLY : O_WRONLY);
-    const int fd = open(path.c_str(), flags | O_CLOEXEC | O_NOFOLLOW, 0644);
-    if (fd < 0)
+    vt::oss::Fd fd(open(path.c_str(), flags | O_CLOEXEC | O_NOFOLLOW, 0644));
+    if (!fd)
         return nullptr;
-    FILE *stream = fdopen(fd, mode);
-    if (stream == nullptr)
-        close(fd);
+    FILE *stream = fdopen(fd.get(), mode);
+    if (stream != nullptr)
+        fd.release();  // the stream owns it now
     return stream;
 }
 
@@ -89,7 +91,8 @@ VTAPI_EXPORT void PrintMessage(int32_t type, const char *text) {
     if (type == VT_MSG_PLAIN) {
         std::fputs(text, stream);
     } else {
-        if (bXmlOutPut != 0 && type != VT_MSG_ERROR)
+        // Messages would break an XML or JSON document on the same output.
+        if ((bXmlOutPut != 0 || bJsonOutPut != 0) && type != VT_MSG_ERROR)
             return;
         std::fprintf(stream, "%s: %s", ConsoleWord(type), text);
     }
@@ -187,6 +190,6 @@ VTAPI_EXPORT int32_t SetAppTraceFileName(void) {
     return 0;
 }
 
-VTAPI_EXPORT const char *GetAppTraceFileName(void) { return gAppTraceFileName; }
+const char *GetAppTraceFileName(void) { return gAppTraceFileName; }
 
 }  // extern "C"

@@ -1,5 +1,5 @@
 /*
- * vtapi_vpd.h - vital product data (VPD) of an adapter: tag checks, parsing
+ * flash/vpd.h - vital product data (VPD) of an adapter: tag checks, parsing
  * into a keyword table with labels, the multiboot version kept from a block,
  * and the editing of one keyword with the "RV" checksum kept valid.
  *
@@ -7,11 +7,11 @@
  * little-endian length), 0x90 read-only section and 0x91 read-write section
  * (2-byte length, then keyword entries of 2 characters, a 1-byte length and
  * the data), 0x78 end tag.  Every function reads only within the size it is
- * given and trusts no length inside the block.  Exported so that a program
- * may replace any of them.
+ * given and trusts no length inside the block.  Those marked VTAPI_EXPORT
+ * are exported so that a program may replace them.
  */
-#ifndef VTAPI_VPD_H
-#define VTAPI_VPD_H
+#ifndef VT_FLASH_VPD_H
+#define VT_FLASH_VPD_H
 
 #include <stdint.h>
 
@@ -45,7 +45,7 @@ typedef struct VPDInfo {
 
 /* Multiboot image version last kept by PrintVPDField ("RM" and "V9" trimmed,
  * "VV" as it stands); never cleared by the walk itself. */
-VTAPI_EXPORT extern char gVpdMultiBootVersion[VTFU_MULTIBOOT_VERSION_SIZE];
+extern char gVpdMultiBootVersion[VTFU_MULTIBOOT_VERSION_SIZE];
 
 /* 0 when a byte 0x82 occurs in the buffer, else 13 (also for a null buffer
  * or a size of 0). */
@@ -67,8 +67,8 @@ VTAPI_EXPORT uint32_t vtfuIsBlankVpd(const uint8_t *buffer, uint32_t size);
  * tag is missing (result then empty) or 2 when result is null. */
 VTAPI_EXPORT uint32_t vtfuGetVPDInfoFromBuf(const uint8_t *buffer, uint32_t size, VPDInfo *result);
 
-/* The VPD of a listed port, read through FC_GetVpd and parsed into info as
- * vtfuGetVPDInfoFromBuf does: the table that reports show.  Returns 0, 2
+/* The VPD of a listed port, read through libvtsdm (SDGetVpd) and parsed into
+ * info as vtfuGetVPDInfoFromBuf does: the table that reports show.  Returns 0, 2
  * for a null argument, or the failure of the read (29 on a virtual port,
  * whose card's VPD belongs to its physical port) or of the parse. */
 VTAPI_EXPORT uint32_t GetHBAVPDData2(const SDMDevice *device, VPDInfo *info);
@@ -101,4 +101,4 @@ VTAPI_EXPORT void PrintVPDField(const char *keyword, const uint8_t *data, uint32
 }
 #endif
 
-#endif /* VTAPI_VPD_H */
+#endif /* VT_FLASH_VPD_H */

@@ -1,14 +1,16 @@
 /*
- * vtapi_core.h - device model of libvtapifconly: device lists, the
- * AdapterList, the adapter entry tree, discovery, classification, and the
- * start-up helpers of the library frame.  Exported so that a program may
- * replace any of them.
+ * core/core.h - the shared core of libvtapifconly: device lists, targets
+ * and LUNs, the AdapterList, the adapter entry tree, discovery,
+ * classification and the core's start-up.  Functions marked VTAPI_EXPORT
+ * are exported so that a program may replace them; the others are internal
+ * to the library.
  */
-#ifndef VTAPI_CORE_H
-#define VTAPI_CORE_H
+#ifndef VT_CORE_CORE_H
+#define VT_CORE_CORE_H
 
 #include <stdint.h>
 
+#include "oss/oss.h"
 #include "vtapi.h"
 
 #ifdef __cplusplus
@@ -50,8 +52,8 @@ VTAPI_EXPORT uint32_t isAdapterLRType(const SDMDevice *device);
 VTAPI_EXPORT uint32_t is64GbAdapter(const SDMDevice *device);
 VTAPI_EXPORT uint32_t isEDCUpdateSupported(const SDMDevice *device);
 VTAPI_EXPORT uint32_t isCNAWithLROptionEnable(const SDMDevice *device);
-VTAPI_EXPORT uint32_t isOEMModelSuffixHBA(const SDMDevice *device);
-VTAPI_EXPORT uint32_t isSingleBIOSHBA(const SDMDevice *device);
+uint32_t isOEMModelSuffixHBA(const SDMDevice *device);
+uint32_t isSingleBIOSHBA(const SDMDevice *device);
 VTAPI_EXPORT uint32_t isDriverWithSupportedSpeed(const SDMDevice *device);
 VTAPI_EXPORT uint32_t isEsxDriverWithSupportedSpeed(const SDMDevice *device);
 VTAPI_EXPORT uint32_t GetNumberOfPortsOnThisHBA(const SDMDevice *device);
@@ -63,11 +65,11 @@ VTAPI_EXPORT uint32_t ConvertPortSpeedToDecimal(uint32_t code);
 VTAPI_EXPORT SDMDeviceList *GetDeviceList(void);
 VTAPI_EXPORT SDMDeviceList *GetMyDeviceList(void);
 VTAPI_EXPORT SDMDevice *CreateNewSDMDevice(uint32_t handle, uint32_t instance);
-VTAPI_EXPORT uint32_t AddDeviceToDeviceList(SDMDevice *device);
+uint32_t AddDeviceToDeviceList(SDMDevice *device);
 VTAPI_EXPORT uint32_t RemoveAllDevicesFromDeviceList(void);
 VTAPI_EXPORT SDMDeviceList *CloneCopySDMDeviceList(void);
 VTAPI_EXPORT void CloneFreeTarnDeviceList(SDMDevice *chain);
-VTAPI_EXPORT void FreeSDMDevice(SDMDevice *device);
+void FreeSDMDevice(SDMDevice *device);
 VTAPI_EXPORT SDMDevice *GetSDMDevice(const void *record);
 VTAPI_EXPORT uint32_t CopyToVTAPISDMDevice(SDMDevice *destination, const SDMDevice *source);
 VTAPI_EXPORT const char *GetAdapterSerialNo(const SDMDevice *device);
@@ -76,7 +78,7 @@ VTAPI_EXPORT char *GetStringPortID(const uint8_t *portId, char *text);
 VTAPI_EXPORT uint32_t GetPhyPortNumber(const SDMDevice *device);
 VTAPI_EXPORT uint32_t IsWwpnValid(const uint8_t *wwpn);
 VTAPI_EXPORT uint32_t CoreIsDriverWithRemotePortInfoSupport(const SDMDevice *device);
-VTAPI_EXPORT uint32_t CoreIsAenSupported(const SDMDevice *device);
+uint32_t CoreIsAenSupported(const SDMDevice *device);
 
 /* Targets and LUNs.  List functions return 0, -1 for a missing or
  * duplicate item, 8 for a null argument. */
@@ -84,7 +86,7 @@ VTAPI_EXPORT void InitTargetList(TargetList *list);
 VTAPI_EXPORT void FreeTargetList(TargetList *list);
 VTAPI_EXPORT void InitLunList(LunList *list);
 VTAPI_EXPORT void FreeLunList(LunList *list);
-VTAPI_EXPORT uint32_t CopyTargetList(TargetList *destination, const TargetList *source);
+uint32_t CopyTargetList(TargetList *destination, const TargetList *source);
 VTAPI_EXPORT TargetEntry *CreateNewTarget(void);
 VTAPI_EXPORT int32_t DeleteTarget(TargetList *list, TargetEntry *target);
 VTAPI_EXPORT void RemoveAllTargetsFromTargetList(TargetList *list);
@@ -158,16 +160,16 @@ VTAPI_EXPORT PhyPortList *core_CreatePhyPortList(void);
 VTAPI_EXPORT PhyPortEntry *core_CreatePhyPortEntry(void);
 VTAPI_EXPORT ProtocolList *core_CreateProtocolList(void);
 VTAPI_EXPORT ProtocolEntry *core_CreateProtocolEntry(void);
-VTAPI_EXPORT void core_ZeroAdapterEntryListMem(AdapterEntryList *list);
-VTAPI_EXPORT void core_ZeroPhyPortListMem(PhyPortList *list);
-VTAPI_EXPORT void core_ZeroProtocolListMem(ProtocolList *list);
+void core_ZeroAdapterEntryListMem(AdapterEntryList *list);
+void core_ZeroPhyPortListMem(PhyPortList *list);
+void core_ZeroProtocolListMem(ProtocolList *list);
 VTAPI_EXPORT void core_FreeAdapterList(AdapterEntryList *list);
 VTAPI_EXPORT void core_FreePhyPortList(PhyPortList *list);
 VTAPI_EXPORT void core_FreeProtocolList(ProtocolList *list);
 VTAPI_EXPORT AdapterEntry *FindAdapterEntryUsingSerialNo(AdapterEntryList *list, const char *serial);
 VTAPI_EXPORT uint32_t BuildAdapterInfoForFC(AdapterEntryList *list);
 VTAPI_EXPORT uint32_t GetHBAOptionROMVersions(const SDMDevice *device, AdapterEntry *entry);
-VTAPI_EXPORT void DumpAdapterEntryList(const AdapterEntryList *list);
+void DumpAdapterEntryList(const AdapterEntryList *list);
 
 /* ----------------------------------------------------------- discovery */
 VTAPI_EXPORT extern uint32_t g_ResourcesDeallocated;
@@ -200,39 +202,34 @@ VTAPI_EXPORT uint32_t CreateUservSANs(void);
 VTAPI_EXPORT uint32_t TarnGetFabricScanningOption(void);
 VTAPI_EXPORT uint32_t getHostSystemType(void);
 
-/* Hooks of the command-line front end (empty in this library). */
-VTAPI_EXPORT void scfxPrint(const char *text);
-
-/* ---------------------------------------- library frame start-up helpers */
-VTAPI_EXPORT extern char g_ModulePath[256];
-VTAPI_EXPORT extern char g_configurationFileName[260];
+/* --------------------------------------------------- the core's start-up */
 VTAPI_EXPORT extern uint32_t g_AuxToolId;
 VTAPI_EXPORT extern char g_ToolVersion[32];
-VTAPI_EXPORT uint32_t GetInstallationPath(void);
-VTAPI_EXPORT const char *findlibvtsdm_adapter_provider(void);
-VTAPI_EXPORT uint32_t haslibvtsdmEntry(void *stream);
-VTAPI_EXPORT uint32_t createHBAConfFile(const char *mode, const char *provider);
-VTAPI_EXPORT uint32_t checkAndInstallHBAConfFile(void);
-VTAPI_EXPORT uint32_t OSSInitialize(int32_t argc, char **argv);
+extern char g_configurationFileName[260];  /* the agent's properties file */
 VTAPI_EXPORT uint32_t CorePreInitialize(void);
 VTAPI_EXPORT uint32_t CoreInitialize(void);
 VTAPI_EXPORT uint32_t CoreUninitialize(void);
-VTAPI_EXPORT uint32_t CoreLoadPollingInterval(void);
-VTAPI_EXPORT uint32_t OSSPostInitializeDevices(void);
-VTAPI_EXPORT uint32_t OSSUpdateCoreDevices(void);
-VTAPI_EXPORT uint32_t OSSStopCorePollingLoop(void);
-VTAPI_EXPORT uint32_t OSSGetHostInformation(char *hostName, char *systemType, char *osVersion,
-                                            char *agentVersion);
-VTAPI_EXPORT const char *OSSGetDistributionType(void);
-VTAPI_EXPORT uint32_t CheckStructureSizes(void);
-VTAPI_EXPORT uint32_t CheckFCStructureSizes(void);
 VTAPI_EXPORT uint32_t CoreSetToolId(uint32_t id);
 VTAPI_EXPORT uint32_t CoreSetToolVersion(uint32_t v1, uint32_t v2, uint32_t v3, uint32_t v4);
-VTAPI_EXPORT uint32_t CoreHandlePortStateChange(void);
-VTAPI_EXPORT uint32_t CoreGetPollingInterval(void);
 
 #ifdef __cplusplus
 }
 #endif
 
-#endif /* VTAPI_CORE_H */
+#ifdef __cplusplus
+#include <string>
+
+namespace vt::core {
+
+// The libvtsdm backend that answers ("sim", "linux") and one line on where
+// its data comes from; both empty when no backend could be made.
+struct DeviceBackend {
+    std::string name;
+    std::string description;
+};
+DeviceBackend GetDeviceBackend();
+
+}  // namespace vt::core
+#endif
+
+#endif /* VT_CORE_CORE_H */

@@ -1,15 +1,24 @@
 /*
- * vtapi_oss.h - runtime services of libvtapifconly: logging and tracing,
- * the access mutex and the OSS critical section, the installation path and
- * the preference files.  Exported so that a program may replace any of them.
+ * oss/oss.h - operating-system services of libvtapifconly, the lowest layer:
+ * logging and tracing (the messages file, the profiler, the console and the
+ * command-line log), the access mutex and the OSS critical section, the
+ * installation path and the preference files, and the OS layer's start-up.
+ * Functions marked VTAPI_EXPORT are exported so that a program may replace
+ * them; the others are internal to the library.
  */
-#ifndef VTAPI_OSS_H
-#define VTAPI_OSS_H
+#ifndef VT_OSS_OSS_H
+#define VT_OSS_OSS_H
 
 #include <stdint.h>
 #include <stdio.h>
 
 #include "vtapi.h"
+#include "vtapi_cli.h"
+#include "vtsdm.h"
+
+#ifdef __cplusplus
+#include "oss/oss_status.h"
+#endif
 
 #ifdef __cplusplus
 extern "C" {
@@ -35,12 +44,9 @@ VTAPI_EXPORT extern char oldmessagesfile[512];
 VTAPI_EXPORT extern int32_t g_coreQuietModeEnable;
 /* The OS layer's own quiet flag: OSSInitialize copies g_coreQuietModeEnable
  * into it; OSSLogMessage prints nothing while it is set. */
-VTAPI_EXPORT extern int32_t g_bOperateInQuietMode;
-VTAPI_EXPORT extern char g_LogFileName[256];
-VTAPI_EXPORT extern FILE *g_fp;
-VTAPI_EXPORT extern int32_t bSilent;
-VTAPI_EXPORT extern int32_t bSysLog;
-VTAPI_EXPORT extern int32_t bXmlOutPut;
+extern int32_t g_bOperateInQuietMode;
+/* g_fp, g_LogFileName, bSilent, bSysLog and bXmlOutPut: vtapi_cli.h. */
+extern int32_t bJsonOutPut;  /* JSON output (-j) */
 
 /* API messages file. */
 VTAPI_EXPORT void LogDebug(const char *file, uint32_t line, const char *format, ...)
@@ -90,7 +96,7 @@ VTAPI_EXPORT void CoreSetQuietMode(int32_t quiet);
 VTAPI_EXPORT int32_t CoreGetQuietMode(void);
 VTAPI_EXPORT void SetDisplayMode(int32_t mode);
 VTAPI_EXPORT int32_t SetAppTraceFileName(void);
-VTAPI_EXPORT const char *GetAppTraceFileName(void);
+const char *GetAppTraceFileName(void);
 
 /* ---------------------------------------------------------- access mutex */
 typedef struct AccessLockRecord {
@@ -122,9 +128,9 @@ VTAPI_EXPORT int32_t OSSEnterCriticalSection(void);
 VTAPI_EXPORT int32_t OSSLeaveCriticalSection(void);
 VTAPI_EXPORT uint32_t OSSDeleteCriticalSection(void);
 
-/* Waits; exported so tests can replace them. */
+/* Waits.  OSSSleep is exported, so a program (or a test) may replace it. */
 VTAPI_EXPORT void OSSSleep(uint32_t seconds);
-VTAPI_EXPORT void OSSSleepMs(uint32_t milliseconds);
+void OSSSleepMs(uint32_t milliseconds);
 
 /* ------------------------------------- installation path and preferences */
 VTAPI_EXPORT extern char g_InstallationDir[260];
@@ -161,8 +167,32 @@ VTAPI_EXPORT uint32_t GetAppInstallationDirectory(char *destination, uint32_t le
 VTAPI_EXPORT uint32_t SetAppPathInPropertyFile(const char *path);
 VTAPI_EXPORT int32_t CoreIsCommentChar(int32_t c);
 
+/* ------------------------------------------------------------ start-up */
+extern char g_ModulePath[256];  /* the loaded libvtsdm, found by dladdr */
+VTAPI_EXPORT uint32_t GetInstallationPath(void);
+VTAPI_EXPORT const char *findlibvtsdm_adapter_provider(void);
+VTAPI_EXPORT uint32_t haslibvtsdmEntry(void *stream);
+VTAPI_EXPORT uint32_t createHBAConfFile(const char *mode, const char *provider);
+VTAPI_EXPORT uint32_t checkAndInstallHBAConfFile(void);
+VTAPI_EXPORT uint32_t OSSInitialize(int32_t argc, char **argv);
+VTAPI_EXPORT uint32_t OSSUninitialize(void);
+VTAPI_EXPORT uint32_t OSSPostInitializeDevices(void);
+VTAPI_EXPORT uint32_t OSSUpdateCoreDevices(void);
+VTAPI_EXPORT uint32_t OSSStopCorePollingLoop(void);
+VTAPI_EXPORT uint32_t OSSGetHostInformation(char *hostName, char *systemType, char *osVersion,
+                                            char *agentVersion);
+/* The distribution's identifier from os-release ("debian"), or "". */
+const char *OSSGetDistributionType(void);
+/* The directory of the agent's configuration ("/etc/"). */
+const char *OSSGetConfigurationPath(void);
+/* The core's start-up step, which OSSInitialize runs once it has set the
+ * configuration path (the core registers CorePreInitialize here). */
+typedef uint32_t (*OSSStartupStep)(void);
+void OSSSetCoreStartup(OSSStartupStep step);
+
 #ifdef __cplusplus
 }
 #endif
 
-#endif /* VTAPI_OSS_H */
+
+#endif /* VT_OSS_OSS_H */

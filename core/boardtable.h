@@ -1,10 +1,10 @@
 /*
- * vtapi_boardtable.h - the board table of libvtapifconly: one record per
+ * core/boardtable.h - the board table of libvtapifconly: one record per
  * adapter board, keyed by PCI subsystem ID and subsystem vendor ID, read
  * from <install>/data/adapters_adapter_provider.properties.
  */
-#ifndef VTAPI_BOARDTABLE_H
-#define VTAPI_BOARDTABLE_H
+#ifndef VT_CORE_BOARDTABLE_H
+#define VT_CORE_BOARDTABLE_H
 
 #include <stdint.h>
 
@@ -36,10 +36,10 @@ VTAPI_EXPORT SubSystemList *BuildSubSystemListFromFile(const char *path);
 /* The first record whose SSDID and SSVID have these numeric values, or null. */
 VTAPI_EXPORT SubSystemRecord *FindSubSystemInSubSystemList(SubSystemList *list, uint16_t ssdid,
                                                            uint16_t ssvid);
-VTAPI_EXPORT void FreeSubSystemList(SubSystemList *list);
+void FreeSubSystemList(SubSystemList *list);
 
 #ifdef __cplusplus
 }
 #endif
 
-#endif /* VTAPI_BOARDTABLE_H */
+#endif /* VT_CORE_BOARDTABLE_H */
