@@ -38,11 +38,11 @@ constexpr uint32_t kLargeLoopbackSizes[] = {0x20000, 0x40000, 0x7FFFF, 0x100000,
 constexpr uint32_t kSmallTestSizes[] = {8, 16, 32, 64, 128};
 constexpr uint32_t kEchoSizes[] = {256, 512, 1024, 2048};
 
-struct RowSpec {
+struct RowName {
     const char *alias;
     const char *name;
 };
-constexpr RowSpec kRows[DIAG_PARAM_COUNT] = {
+constexpr RowName kRows[DIAG_PARAM_COUNT] = {
     {"DP", "DataPattern"}, {"DS", "DataSize"}, {"TC", "TestCount"},
     {"TI", "TestIncrement"}, {"OE", "OnError"}, {"LT", "LoopbackType"},
 };
@@ -154,7 +154,9 @@ VTAPI_EXPORT uint32_t ValidateDiagnosticsParamValue(uint32_t row, const char *va
     using vt::diag::ParseUnsigned;
     if (!value) value = "";
     uint32_t n = 0;
-    const bool number = ParseUnsigned(value, n);
+    // A number is stored as its text, which holds at most 19 characters: a
+    // longer one (leading zeros) would be cut when stored and mean another value.
+    const bool number = strlen(value) < sizeof(DiagParam{}.Value) && ParseUnsigned(value, n);
     const bool loopback = IsLoopbackMode(mode);
     switch (row) {
     case DIAG_ROW_DATA_PATTERN: {

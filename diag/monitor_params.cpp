@@ -3,6 +3,7 @@
 #include <strings.h>
 
 #include <cstdio>
+#include <cstring>
 
 #include "diag.h"
 #include "diag_internal.h"
@@ -13,12 +14,12 @@ PollParam g_UserPollingTable[2][POLL_PARAM_COUNT];
 
 namespace {
 
-struct RowSpec {
+struct RowName {
     const char *alias;
     const char *name;
     const char *value;
 };
-constexpr RowSpec kRows[POLL_PARAM_COUNT] = {
+constexpr RowName kRows[POLL_PARAM_COUNT] = {
     {"AP", "AutoPoll", "0"}, {"SR", "SetRate", "5"}, {"LF", "LogToFile", ""}, {"DF", "DeviceFilter", "0"}};
 
 bool KnownKind(uint32_t kind) { return kind == POLL_STATISTICS || kind == POLL_LINK_STATUS; }
@@ -74,7 +75,8 @@ VTAPI_EXPORT uint32_t ValidatePollingParamName(uint32_t kind, const char *name) 
 VTAPI_EXPORT uint32_t ValidatePollingParamValue(uint32_t kind, uint32_t row, const char *value, char *message) {
     if (!value) value = "";
     uint32_t n = 0;
-    const bool number = vt::diag::ParseUnsigned(value, n);
+    // Numbers are stored as text: one too long for the table would be cut.
+    const bool number = strlen(value) < sizeof(PollParam{}.Value) && vt::diag::ParseUnsigned(value, n);
     if (!KnownKind(kind) || row >= Rows(kind)) {
         char text[vt::diag::kMessageSize];
         snprintf(text, sizeof text, "Invalid polling option (%s)!", value);

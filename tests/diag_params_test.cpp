@@ -118,6 +118,11 @@ TEST_F(DiagParams, EveryRefusalHasItsMessage) {
         EXPECT_EQ(Refusal(DIAG_ROW_DATA_SIZE, bad), loopbackSizes) << bad;
     for (const char *good : {"8", "2048", "65535", "65536", "0x20000", "2097512"})
         EXPECT_EQ(Refusal(DIAG_ROW_DATA_SIZE, good), "") << good;
+    // The table keeps 19 characters of a value: a number written longer is
+    // refused rather than cut to another number when stored.
+    EXPECT_EQ(Refusal(DIAG_ROW_DATA_SIZE, "0000000000000000016"), "");
+    EXPECT_EQ(Refusal(DIAG_ROW_DATA_SIZE, "00000000000000000016"), loopbackSizes);
+    EXPECT_EQ(Build({{DIAG_ROW_DATA_SIZE, "0000000000000000016"}}).DataSize, 16u);
     EXPECT_EQ(Refusal(DIAG_ROW_DATA_SIZE, "256", rw), "Data Size value must be 8,16,32,64 or 128 bytes!");
     EXPECT_EQ(Refusal(DIAG_ROW_DATA_SIZE, "128", rw), "");
     EXPECT_EQ(Refusal(DIAG_ROW_DATA_SIZE, "128", DIAG_TEST_ELS_ECHO),
