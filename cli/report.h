@@ -126,6 +126,9 @@ public:
     virtual void Columns(const Table &) {}
     virtual void Row(const Table &table, const std::vector<Value> &cells) = 0;
     virtual void Xml(const std::function<void()> &) {}
+    // The command's change takes effect after a reboot: said when the
+    // document closes (XML's Reboot element, JSON's "reboot_required").
+    virtual void Reboot() {}
 
     virtual void BeginObject(const char *) {}
     virtual void EndObject() {}

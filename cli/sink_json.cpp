@@ -64,10 +64,15 @@ public:
     }
 
     void Close() override {
+        if (reboot_) {
+            Member("reboot_required");
+            line_ += "true";
+        }
         Member("status");
         line_ += "0";
         CloseAll();
     }
+    void Reboot() override { reboot_ = true; }
 
     void Fail(int32_t status, const std::string &message) override {
         if (levels_.empty()) Open();
@@ -127,6 +132,8 @@ public:
     void EndTarget() override { EndItem(); }
 
 private:
+    bool reboot_ = false;
+
     struct Level {
         char close = '}';
         int members = 0;
