@@ -72,8 +72,8 @@ const std::vector<CommandSpec> kCommands = {
      "and writes each card's components in one step; the vital product data and\n"
      "NVRAM are kept.  The card runs the new image after a reboot.  Nothing is\n"
      "written when the file does not fit every selected card, or when the answer\n"
-     "is not y (exit status 66).  Enabled by node.hba.utility.flash.enable=1 in\n"
-     "tgcli.properties.\n",
+     "is not y (exit status 66).  The hba must be given (\"all\": every card).\n"
+     "Enabled by node.hba.utility.flash.enable=1 in tgcli.properties.\n",
      2, true, nullptr, "node.hba.utility.flash.enable", FlashUpdateReport},
     {TARN_CMD_DRIVER_UPDATE, {"d"}, "", "Driver update", nullptr, kAny, false, nullptr, nullptr, nullptr},
     {TARN_CMD_SELECT_LUNS, {"m"}, "[hba]", "Selective LUNs", nullptr, kAny, true, nullptr, nullptr, nullptr},

@@ -302,6 +302,43 @@ TEST_F(TarncliFlash, ConfirmationAndJsonResult) {
     EXPECT_EQ(Info(kite_).at("flash_firmware_version"), "9.20.05");
 }
 
+// A single boot-code file replaces the boot code only; a PLDM package is
+// written as the multi-image file inside it.
+TEST_F(TarncliFlash, BootCodeFileAndPldmPackage) {
+    const std::string hba = std::to_string(kite_);
+    const std::vector<uint8_t> boot = img::BuildRomChain(
+        {{0, {3, 71, 0}, 0, img::kVendorId, kKiteCard.deviceId, "2910", {}},
+         {3, {7, 41, 0}, 0, img::kVendorId, kKiteCard.deviceId, "", {}}});
+    const std::string bootFile = sysroot_.path("/tmp/boot.bin");
+    vttest::WriteFile(bootFile, std::string(boot.begin(), boot.end()));
+    const RunResult r = Tarn({"-j", "-b", hba, bootFile, "-y"});
+    ASSERT_EQ(r.status, 0) << r.out << r.err;
+    const json card = json::parse(r.out).at("hbas").at(0);
+    EXPECT_EQ(card.at("image_type"), "Boot code");
+    EXPECT_FALSE(card.contains("image_version"));
+    ASSERT_EQ(card.at("components").size(), 1u);
+    const json &c = card.at("components")[0];
+    EXPECT_EQ(c.at("region"), 7);
+    EXPECT_EQ(c.at("current_version"), "3.67");
+    EXPECT_EQ(c.at("new_version"), "3.71");
+    json info = Info(kite_);
+    EXPECT_EQ(info.at("bios_version"), "3.71");
+    EXPECT_EQ(info.at("efi_version"), "7.41");
+    EXPECT_TRUE(info.at("fcode_version").is_null());
+    EXPECT_EQ(info.at("flash_firmware_version"), "9.12.01");
+    EXPECT_EQ(info.at("reboot_required"), "Yes");
+
+    const std::vector<uint8_t> pldm = img::BuildPldmPackage(NewerKiteImage());
+    const std::string pldmFile = sysroot_.path("/tmp/kite.pldm");
+    vttest::WriteFile(pldmFile, std::string(pldm.begin(), pldm.end()));
+    const RunResult p = Tarn({"-b", hba, pldmFile, "-y"});
+    ASSERT_EQ(p.status, 0) << p.err;
+    EXPECT_EQ(Field(p.out, "Image Version"), "03.04.05");
+    info = Info(kite_);
+    EXPECT_EQ(info.at("flash_firmware_version"), "9.20.05");
+    EXPECT_EQ(info.at("bios_version"), "3.80");
+}
+
 // Refusals write nothing and keep their statuses and messages.
 TEST_F(TarncliFlash, RefusalsLeaveTheFlashAsItWas) {
     const std::string hba = std::to_string(kite_);
