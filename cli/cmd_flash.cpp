@@ -215,6 +215,8 @@ Result FlashUpdateReport(const TarnCommand &cmd, Sink &sink) {
     if (!args.noPrompt && !Confirmed(cards))
         return {TARN_STATUS_NOT_PERMITTED, "Flash update cancelled; nothing was written."};
 
+    // A card written before another one fails still needs its reboot: the
+    // failure's document says so.
     ListScope results(sink, "results");
     for (const CardUpdate &u : cards) {
         const uint32_t rc = vtfuWriteFlashUpdate(u.plan.get());
@@ -228,8 +230,8 @@ Result FlashUpdateReport(const TarnCommand &cmd, Sink &sink) {
         sink.Line({{"instance", "", std::move(hba)},
                    {"serial", ", serial ", Value::Text(u.card->SerialNumber)},
                    {nullptr, ": flash updated; reboot required.", Value::Blank()}});
+        sink.Reboot();
     }
-    sink.Reboot();
     sink.Note("Reboot the host (or restart the card) to run the new image.");
     return {};
 }

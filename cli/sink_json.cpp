@@ -64,10 +64,7 @@ public:
     }
 
     void Close() override {
-        if (reboot_) {
-            Member("reboot_required");
-            line_ += "true";
-        }
+        RebootMember();
         Member("status");
         line_ += "0";
         CloseAll();
@@ -77,6 +74,7 @@ public:
     void Fail(int32_t status, const std::string &message) override {
         if (levels_.empty()) Open();
         while (levels_.size() > 1) End();
+        RebootMember();
         Member("status");
         line_ += std::to_string(status);
         Member("error");
@@ -133,6 +131,12 @@ public:
 
 private:
     bool reboot_ = false;
+
+    void RebootMember() {
+        if (!reboot_) return;
+        Member("reboot_required");
+        line_ += "true";
+    }
 
     struct Level {
         char close = '}';
