@@ -64,8 +64,17 @@ const std::vector<CommandSpec> kCommands = {
      0, true, nullptr, nullptr, SummaryReport},
     {TARN_CMD_MODIFY_PARAMS, {"n"}, "[hba]", "Modify HBA parameters", nullptr, kAny, true, nullptr, nullptr, nullptr},
     {TARN_CMD_PERSIST_BIND, {"p"}, "[hba]", "Persistent binding", nullptr, kAny, true, nullptr, nullptr, nullptr},
-    {TARN_CMD_FLASH, {"b"}, "[hba]", "Boot code/firmware update from an image file", nullptr, kAny, true, nullptr,
-     "node.hba.utility.flash.enable", nullptr},
+    {TARN_CMD_FLASH, {"b"}, "hba file [-y]", "Boot code/firmware update from an image file",
+     "Checks an image file (a multi-image file, bare or in a PLDM package, or a\n"
+     "boot code file) against the card of each selected port and lists, per\n"
+     "component, the version in the card's flash and the one the file brings.\n"
+     "Then it asks for confirmation on standard error (answer y; -y does not ask)\n"
+     "and writes each card's components in one step; the vital product data and\n"
+     "NVRAM are kept.  The card runs the new image after a reboot.  Nothing is\n"
+     "written when the file does not fit every selected card, or when the answer\n"
+     "is not y (exit status 66).  The hba must be given (\"all\": every card).\n"
+     "Enabled by node.hba.utility.flash.enable=1 in tgcli.properties.\n",
+     2, true, nullptr, "node.hba.utility.flash.enable", FlashUpdateReport},
     {TARN_CMD_DRIVER_UPDATE, {"d"}, "", "Driver update", nullptr, kAny, false, nullptr, nullptr, nullptr},
     {TARN_CMD_SELECT_LUNS, {"m"}, "[hba]", "Selective LUNs", nullptr, kAny, true, nullptr, nullptr, nullptr},
     {TARN_CMD_BOOT_DEVICES, {"e"}, "[hba]", "Boot devices", nullptr, kAny, true, nullptr, nullptr, nullptr},

@@ -14,6 +14,7 @@ Result TargetsReport(const TarnCommand &command, Sink &sink);   // -t
 Result LunsReport(const TarnCommand &command, Sink &sink);      // -l
 Result SummaryReport(const TarnCommand &command, Sink &sink);   // -z
 Result VersionReport(const TarnCommand &command, Sink &sink);   // -v
+Result FlashUpdateReport(const TarnCommand &command, Sink &sink);  // -b
 
 // The ports a command selects, in the order of the sorted device list; a
 // failure (no port, or none selected) in `result`.

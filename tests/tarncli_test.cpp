@@ -467,8 +467,8 @@ TEST_F(TarncliTest, DisabledFeatureAndInterruptedCommand) {
     ReferenceFile("node.hba.utility.flash.enable=1\nnode.app.messages.trace.enable=1\n"
                   "node.app.messages.trace.file=/var/tmp/tarntrace.log\n");
     r = Tarn({"-b", "0"});
-    EXPECT_EQ(r.status, 66);
-    EXPECT_NE(r.err.find("-b (Boot code/firmware update from an image file): not available"), std::string::npos);
+    EXPECT_EQ(r.status, 48);
+    EXPECT_NE(r.err.find("Error: Option -b needs an image file name!"), std::string::npos) << r.err;
 
     // SIGINT while the command runs: the handler cleans up once, and the
     // process ends with the status of the terminal restore, the signal it
