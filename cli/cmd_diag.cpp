@@ -74,12 +74,6 @@ int32_t FailureStatus(const VTAPI_DiagResult &r) {
     return code != 0 && code <= 255 ? static_cast<int32_t>(code) : kTestFailed;
 }
 
-std::vector<SDMDevice *> Mutable(const std::vector<const SDMDevice *> &ports) {
-    std::vector<SDMDevice *> out;
-    for (const SDMDevice *d : ports) out.push_back(const_cast<SDMDevice *>(d));
-    return out;
-}
-
 std::string FailureMessage(const char *test, size_t failed, size_t ports) {
     return std::string("Error: ") + test + " failed on " + std::to_string(failed) + " of " + std::to_string(ports) +
            " port(s)!";
@@ -103,7 +97,7 @@ Result LoopbackReport(const TarnCommand &cmd, Sink &sink) {
         return {TARN_STATUS_NOT_SUPPORTED, "Error: The loopback test is not supported on a virtual port!"};
     ports = physical;
 
-    std::vector<SDMDevice *> run = Mutable(ports);
+    std::vector<SDMDevice *> run = WorkerPorts(ports);
     std::vector<VTAPI_DiagResult> results(ports.size());
     const uint32_t status = CreateLoopbackThreadTest(run.data(), static_cast<uint32_t>(run.size()), results.data());
     if (status == VTAPI_GENERAL_FAILURE)
@@ -168,7 +162,7 @@ Result ReadWriteBufferReport(const TarnCommand &cmd, Sink &sink) {
     std::vector<const SDMDevice *> ports = SelectPorts(cmd, result);
     if (result.status != 0) return result;
 
-    std::vector<SDMDevice *> run = Mutable(ports);
+    std::vector<SDMDevice *> run = WorkerPorts(ports);
     std::vector<VTAPI_RWBufferTestResultList> results(ports.size());
     const uint32_t status =
         CreateReadWriteBufferThreadTest(run.data(), static_cast<uint32_t>(run.size()), results.data());

@@ -75,4 +75,10 @@ Result SetPollingParameters(const TarnCommand &cmd, uint32_t kind, const std::ve
     return {};
 }
 
+std::vector<SDMDevice *> WorkerPorts(const std::vector<const SDMDevice *> &ports) {
+    std::vector<SDMDevice *> out;
+    for (const SDMDevice *d : ports) out.push_back(const_cast<SDMDevice *>(d));
+    return out;
+}
+
 }  // namespace vt::cli

@@ -32,4 +32,8 @@ Result SetDiagnosticParameters(const TarnCommand &cmd, uint32_t mode);
 Result SetPollingParameters(const TarnCommand &cmd, uint32_t kind, const std::vector<std::string> &extraNames,
                             std::vector<NamedArgument> &extra);
 
+// The ports in the form the library's tests and monitors take them (they
+// copy each port for their workers and change nothing).
+std::vector<SDMDevice *> WorkerPorts(const std::vector<const SDMDevice *> &ports);
+
 }  // namespace vt::cli

@@ -35,12 +35,16 @@ Value Signed(int64_t n) {
     return n >= 0 ? Value::Number(static_cast<uint64_t>(n)) : Value::Text(std::to_string(n));
 }
 
-// Takes the Prometheus file out of the arguments: "" when none is given.
-Result PromFile(const std::vector<NamedArgument> &extra, std::string &path) {
-    path.clear();
+// Fills the monitor's polling table from the arguments and takes the
+// Prometheus file out of them ("" when none is given).
+Result MonitorArguments(const TarnCommand &cmd, uint32_t kind, std::string &promPath) {
+    std::vector<NamedArgument> extra;
+    Result result = SetPollingParameters(cmd, kind, kPromNames, extra);
+    promPath.clear();
+    if (result.status != 0) return result;
     for (const NamedArgument &a : extra) {
         if (a.value.empty()) return {TARN_STATUS_BAD_VALUE, "Error: PromFile needs a file name!"};
-        path = a.value;
+        promPath = a.value;
     }
     return {};
 }
@@ -145,12 +149,6 @@ PrometheusText LinkStatusMetrics(const std::vector<const SDMDevice *> &ports,
     return text;
 }
 
-std::vector<SDMDevice *> Mutable(const std::vector<const SDMDevice *> &ports) {
-    std::vector<SDMDevice *> out;
-    for (const SDMDevice *d : ports) out.push_back(const_cast<SDMDevice *>(d));
-    return out;
-}
-
 bool Given(const TarnCommand &cmd, const char *name, const char *alias) {
     for (uint32_t i = 0; i < cmd.SubArgCount; ++i) {
         const std::string word = cmd.SubArgs[i];
@@ -165,11 +163,8 @@ bool Given(const TarnCommand &cmd, const char *name, const char *alias) {
 /* ------------------------------------------------------------------ -gs */
 
 Result StatisticsReport(const TarnCommand &cmd, Sink &sink) {
-    std::vector<NamedArgument> extra;
-    Result result = SetPollingParameters(cmd, POLL_STATISTICS, kPromNames, extra);
-    if (result.status != 0) return result;
     std::string promPath;
-    result = PromFile(extra, promPath);
+    Result result = MonitorArguments(cmd, POLL_STATISTICS, promPath);
     if (result.status != 0) return result;
     // A port chosen by the user restricts the monitor to it unless DF says
     // otherwise.
@@ -189,7 +184,7 @@ Result StatisticsReport(const TarnCommand &cmd, Sink &sink) {
                                     metrics.Write(StatisticsMetrics(polled, samples));
                                 })
                           : diag::StatisticsPollObserver{});
-    std::vector<SDMDevice *> run = Mutable(ports);
+    std::vector<SDMDevice *> run = WorkerPorts(ports);
     std::vector<HBAStatisticsSample> last(ports.size());
     const uint32_t status = CreateThreadForHBAStatistics(run.data(), static_cast<uint32_t>(run.size()), last.data());
     if (status == VTAPI_GENERAL_FAILURE) return {TARN_STATUS_NO_MEMORY, "Error: Unable to start the statistics monitor!"};
@@ -234,11 +229,8 @@ Result StatisticsReport(const TarnCommand &cmd, Sink &sink) {
 /* ------------------------------------------------------------------ -ls */
 
 Result LinkStatusReport(const TarnCommand &cmd, Sink &sink) {
-    std::vector<NamedArgument> extra;
-    Result result = SetPollingParameters(cmd, POLL_LINK_STATUS, kPromNames, extra);
-    if (result.status != 0) return result;
     std::string promPath;
-    result = PromFile(extra, promPath);
+    Result result = MonitorArguments(cmd, POLL_LINK_STATUS, promPath);
     if (result.status != 0) return result;
     const std::vector<const SDMDevice *> ports = SelectPorts(cmd, result);
     if (result.status != 0) return result;
@@ -251,7 +243,7 @@ Result LinkStatusReport(const TarnCommand &cmd, Sink &sink) {
                                     metrics.Write(LinkStatusMetrics(polled, read));
                                 })
                           : diag::LinkStatusPollObserver{});
-    std::vector<SDMDevice *> run = Mutable(ports);
+    std::vector<SDMDevice *> run = WorkerPorts(ports);
     VTAPI_LinkStatusResultList *totals = nullptr;
     const uint32_t status = CreateThreadForLinkStatus(run.data(), static_cast<uint32_t>(run.size()), &totals);
     if (status == VTAPI_GENERAL_FAILURE) return {TARN_STATUS_NO_MEMORY, "Error: Unable to start the link status monitor!"};

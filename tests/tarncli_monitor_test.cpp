@@ -168,13 +168,16 @@ TEST_F(TarncliMonitor, ParametersAndEnter) {
     EXPECT_EQ(r.status, 0);
     EXPECT_NE(r.out.find("Unable to open log file (" + Path("missing/dir/s.csv") + ")!"), std::string::npos) << r.out;
 
-    // AutoPoll 0 polls until ENTER.
+    // AutoPoll 0 polls until ENTER; the metrics file is there after the
+    // polls while the monitor still runs.
     const std::string year = Stamp(kStart).substr(0, 8);
+    const std::string live = Path("live.prom");
     const RunResult held = diagtest::TarnWithKeys(
-        {"-gs", "0", "AutoPoll=0"}, {"VTTEST_CLOCK=" + std::to_string(kStart)},
-        [&year](const std::string &screen) { return Count(screen, year) >= 4; }, "\n");
+        {"-gs", "0", "AutoPoll=0", "PF=" + live}, {"VTTEST_CLOCK=" + std::to_string(kStart)},
+        [&](const std::string &screen) { return Count(screen, year) >= 4 && std::filesystem::exists(live); }, "\n");
     EXPECT_EQ(held.status, 0) << held.err;
     EXPECT_NE(held.out.find("Port Statistics (last poll)"), std::string::npos);
+    EXPECT_NE(vttest::ReadFile(live).find("vt_fc_port_poll_ok{hba=\"0\""), std::string::npos);
 }
 
 /* ----------------------------------------------------------- link status */
