@@ -33,8 +33,11 @@ using vttest::RunResult;
 
 constexpr const char kPort0[] = "21:00:00:24:ff:7c:50:10";
 
+struct Outcome;
+
 class TarncliDiag : public ::testing::Test {
 protected:
+    void Check(const Outcome &o);
     // A fault script for instance 0's next loopback answers.
     void Script(const std::vector<std::string> &steps) {
         std::vector<std::string> args = {"diag", "0"};
@@ -90,7 +93,64 @@ struct Outcome {
     size_t sleeps;     // one-second waits before retries
 };
 
-TEST_F(TarncliDiag, EachLoopbackOutcomeFromAFaultScript) {
+// Runs the loopback test on instance 0 after the script, in JSON and in
+// text, and checks the outcome in both.
+void TarncliDiag::Check(const Outcome &o) {
+    SCOPED_TRACE(o.what);
+    // JSON: the numbers.
+    Script(o.steps);
+    std::vector<std::string> args = {"0"};
+    args.insert(args.end(), o.args.begin(), o.args.end());
+    std::vector<std::string> jsonArgs = args;
+    jsonArgs.insert(jsonArgs.begin(), "-j");
+    const RunResult j = Kl(jsonArgs);
+    EXPECT_EQ(j.status, o.exit) << j.out << j.err;
+    EXPECT_EQ(TakeSleeps().size(), o.sleeps);
+    const json doc = Parse(j);
+    ASSERT_TRUE(doc.contains("ports") && doc["ports"].size() == 1) << j.out;
+    const json &p = doc["ports"][0];
+    EXPECT_EQ(p["wwpn"], kPort0);
+    EXPECT_EQ(p["test_status"], o.testStatus);
+    EXPECT_EQ(p["runs"], o.runs);
+    EXPECT_EQ(p["failed_runs"], o.failed);
+    EXPECT_EQ(p["iterations"], o.iterations);
+    EXPECT_EQ(p["stopped"], "no");
+    EXPECT_EQ(p["crc_errors"], o.crc);
+    EXPECT_EQ(p["disparity_errors"], o.disparity);
+    EXPECT_EQ(p["frame_length_errors"], o.frameLength);
+    if (o.text[0] != '\0') {
+        ASSERT_TRUE(p.contains("text"));
+        EXPECT_EQ(p["text"].get<std::string>().rfind(o.text, 0), 0u) << p["text"];
+    }
+    EXPECT_EQ(doc["status"], o.exit);
+    if (o.exit != 0) {
+        EXPECT_EQ(doc["error"], "Error: Loopback test failed on 1 of 1 port(s)!");
+    }
+
+    // Text: the same row, after the screen of the runs.
+    Script(o.steps);
+    const RunResult t = Kl(args);
+    EXPECT_EQ(t.status, o.exit);
+    TakeSleeps();
+    const std::regex row("\n +0  " + std::string(kPort0) + "  " + o.testStatus + " +" + std::to_string(o.runs) +
+                         " +" + std::to_string(o.failed) + " +" + std::to_string(o.iterations) + " +no\n");
+    EXPECT_TRUE(std::regex_search(t.out, row)) << t.out;
+    EXPECT_NE(t.out.find("      Errors: CRC " + std::to_string(o.crc) + ", disparity " +
+                         std::to_string(o.disparity) + ", frame length " + std::to_string(o.frameLength) + "\n"),
+              std::string::npos)
+        << t.out;
+    if (o.text[0] != '\0') {
+        EXPECT_NE(t.out.find(std::string("      ") + o.text), std::string::npos) << t.out;
+    }
+    // The screen shows each run before the results.
+    EXPECT_LT(t.out.find("Diagnostics - Loopback Test"), t.out.find("Loopback Test Results"));
+    EXPECT_EQ(Count(t.out, kPort0 + std::string(" ")), o.runs + 1) << t.out;  // runs, result row
+    if (o.exit != 0) {
+        EXPECT_NE(t.err.find("Error: Loopback test failed on 1 of 1 port(s)!"), std::string::npos);
+    }
+}
+
+TEST_F(TarncliDiag, LoopbackOutcomesThatEndARun) {
     const std::vector<Outcome> outcomes = {
         {"pass", {}, {"TC=4", "TI=2"}, 0, "Success", 2, 0, 4, 0, 0, 0, "", 0},
         {"parameter error", {"status=2"}, {"TC=3"}, 40, "Param Error", 3, 1, 3, 0, 0, 0, "", 0},
@@ -98,71 +158,23 @@ TEST_F(TarncliDiag, EachLoopbackOutcomeFromAFaultScript) {
         // Frame errors are retried; a later pass makes the run pass.
         {"errors, then a pass on retry", {"status=4,crc=2,disparity=1"}, {"TC=3"}, 0, "Success", 3, 0, 3, 0, 0, 0, "",
          1},
-        // 30 attempts, 29 waits of a second; the counts add up over the
-        // attempts, and the text keeps its doubled '='.
-        {"errors until the retries are exhausted", {"status=4,crc=1,frame=2*30"}, {"TC=2"}, 42, "Error", 2, 1, 2, 30,
-         0, 60, "CRCError=0x001e DisparityError==0x0000 FrameLengthError=0x003c", 29},
-        {"busy until the retries are exhausted", {"busy*30"}, {"TC=2"}, 1, "Failure", 2, 1, 2, 0, 0, 0,
-         "SDRunDiagLoopback failed", 29},
-        {"device gone until the retries are exhausted", {"nodevice*30"}, {"TC=2"}, 1, "DevNotFound", 2, 1, 2, 0, 0, 0,
-         "SDRunDiagLoopback failed", 29},
         {"stop on error", {"pass*2", "status=3"}, {"TC=5", "OE=1"}, 41, "Loop Down", 3, 1, 3, 0, 0, 0, "", 0},
         {"ignore errors", {"pass*2", "status=3"}, {"TC=5", "OE=0"}, 41, "Loop Down", 5, 1, 5, 0, 0, 0, "", 0},
     };
-    for (const Outcome &o : outcomes) {
-        SCOPED_TRACE(o.what);
-        // JSON: the numbers.
-        Script(o.steps);
-        std::vector<std::string> args = {"0"};
-        args.insert(args.end(), o.args.begin(), o.args.end());
-        std::vector<std::string> jsonArgs = args;
-        jsonArgs.insert(jsonArgs.begin(), "-j");
-        const RunResult j = Kl(jsonArgs);
-        EXPECT_EQ(j.status, o.exit) << j.out << j.err;
-        EXPECT_EQ(TakeSleeps().size(), o.sleeps);
-        const json doc = Parse(j);
-        ASSERT_TRUE(doc.contains("ports") && doc["ports"].size() == 1) << j.out;
-        const json &p = doc["ports"][0];
-        EXPECT_EQ(p["wwpn"], kPort0);
-        EXPECT_EQ(p["test_status"], o.testStatus);
-        EXPECT_EQ(p["runs"], o.runs);
-        EXPECT_EQ(p["failed_runs"], o.failed);
-        EXPECT_EQ(p["iterations"], o.iterations);
-        EXPECT_EQ(p["stopped"], "no");
-        EXPECT_EQ(p["crc_errors"], o.crc);
-        EXPECT_EQ(p["disparity_errors"], o.disparity);
-        EXPECT_EQ(p["frame_length_errors"], o.frameLength);
-        if (o.text[0] != '\0') {
-            ASSERT_TRUE(p.contains("text"));
-            EXPECT_EQ(p["text"].get<std::string>().rfind(o.text, 0), 0u) << p["text"];
-        }
-        EXPECT_EQ(doc["status"], o.exit);
-        if (o.exit != 0) {
-            EXPECT_EQ(doc["error"], "Error: Loopback test failed on 1 of 1 port(s)!");
-        }
+    for (const Outcome &o : outcomes) Check(o);
+}
 
-        // Text: the same row, after the screen of the runs.
-        Script(o.steps);
-        const RunResult t = Kl(args);
-        EXPECT_EQ(t.status, o.exit);
-        TakeSleeps();
-        const std::regex row("\n +0  " + std::string(kPort0) + "  " + o.testStatus + " +" + std::to_string(o.runs) +
-                             " +" + std::to_string(o.failed) + " +" + std::to_string(o.iterations) + " +no\n");
-        EXPECT_TRUE(std::regex_search(t.out, row)) << t.out;
-        EXPECT_NE(t.out.find("      Errors: CRC " + std::to_string(o.crc) + ", disparity " +
-                             std::to_string(o.disparity) + ", frame length " + std::to_string(o.frameLength) + "\n"),
-                  std::string::npos)
-            << t.out;
-        if (o.text[0] != '\0') {
-            EXPECT_NE(t.out.find(std::string("      ") + o.text), std::string::npos) << t.out;
-        }
-        // The screen shows each run before the results.
-        EXPECT_LT(t.out.find("Diagnostics - Loopback Test"), t.out.find("Loopback Test Results"));
-        EXPECT_EQ(Count(t.out, kPort0 + std::string(" ")), o.runs + 1) << t.out;  // runs, result row
-        if (o.exit != 0) {
-            EXPECT_NE(t.err.find("Error: Loopback test failed on 1 of 1 port(s)!"), std::string::npos);
-        }
-    }
+// 30 attempts, 29 waits of a second, then the run fails.
+TEST_F(TarncliDiag, LoopbackRetriesExhausted) {
+    const std::vector<Outcome> outcomes = {
+        // The counts add up over the attempts, and the text keeps its
+        // doubled '='.
+        {"frame errors", {"status=4,crc=1,frame=2*30"}, {"TC=2"}, 42, "Error", 2, 1, 2, 30, 0, 60,
+         "CRCError=0x001e DisparityError==0x0000 FrameLengthError=0x003c", 29},
+        {"busy", {"busy*30"}, {"TC=2"}, 1, "Failure", 2, 1, 2, 0, 0, 0, "SDRunDiagLoopback failed", 29},
+        {"device gone", {"nodevice*30"}, {"TC=2"}, 1, "DevNotFound", 2, 1, 2, 0, 0, 0, "SDRunDiagLoopback failed", 29},
+    };
+    for (const Outcome &o : outcomes) Check(o);
 }
 
 // ENTER stops a test: a test without end, and a test that loops after its

@@ -25,10 +25,10 @@ extern char **environ;
 namespace diagtest {
 
 // The environment of a tool run: this process's, with the preload and the
-// extra entries.
+// extra entries.  SimClock() among them makes each wait also move the
+// simulated host's clock (a run of vtsdm-sim a wait).
 inline std::vector<std::string> ToolEnvironment(const std::vector<std::string> &extra) {
-    std::vector<std::string> added = {"LD_PRELOAD=" + vttest::BuildPath("tests/tarncli_clock_preload.so"),
-                                      "VTTEST_SIM_TOOL=" + vttest::BuildPath("bin/vtsdm-sim")};
+    std::vector<std::string> added = {"LD_PRELOAD=" + vttest::BuildPath("tests/tarncli_clock_preload.so")};
     // In the sanitizer build the preloaded library comes before the
     // sanitizer's runtime, which is harmless here.
     const char *asan = std::getenv("ASAN_OPTIONS");
@@ -44,6 +44,8 @@ inline std::vector<std::string> ToolEnvironment(const std::vector<std::string> &
     env.insert(env.end(), added.begin(), added.end());
     return env;
 }
+
+inline std::string SimClock() { return "VTTEST_SIM_TOOL=" + vttest::BuildPath("bin/vtsdm-sim"); }
 
 inline vttest::RunResult Sim(std::vector<std::string> args) {
     args.insert(args.begin(), vttest::BuildPath("bin/vtsdm-sim"));

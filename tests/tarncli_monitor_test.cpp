@@ -48,7 +48,8 @@ protected:
         // waits move it and the library's together.
         ASSERT_EQ(Sim({"clock", "set", std::to_string(kStart)}).status, 0);
     }
-    RunResult Run(const std::vector<std::string> &args) { return Tarn(args, {"VTTEST_CLOCK=" + std::to_string(kStart)}); }
+    RunResult Run(const std::vector<std::string> &args) { return Tarn(args, Clock()); }
+    std::vector<std::string> Clock() { return {"VTTEST_CLOCK=" + std::to_string(kStart), diagtest::SimClock()}; }
     std::string Path(const std::string &name) { return root_.path("/tmp/" + name); }
     // Files a replacement left beside the metrics file.
     size_t Leftovers() {
@@ -173,7 +174,7 @@ TEST_F(TarncliMonitor, ParametersAndEnter) {
     const std::string year = Stamp(kStart).substr(0, 8);
     const std::string live = Path("live.prom");
     const RunResult held = diagtest::TarnWithKeys(
-        {"-gs", "0", "AutoPoll=0", "PF=" + live}, {"VTTEST_CLOCK=" + std::to_string(kStart)},
+        {"-gs", "0", "AutoPoll=0", "PF=" + live}, Clock(),
         [&](const std::string &screen) { return Count(screen, year) >= 4 && std::filesystem::exists(live); }, "\n");
     EXPECT_EQ(held.status, 0) << held.err;
     EXPECT_NE(held.out.find("Port Statistics (last poll)"), std::string::npos);
