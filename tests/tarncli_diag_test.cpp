@@ -306,6 +306,9 @@ TEST_F(TarncliDiag, CtrlCOnATerminalEndsATestWithoutEnd) {
 
 /* ------------------------------------------------------------ parameters */
 
+// The library's table checks each value (its own tests cover every rule);
+// here: its messages reach the user, the buffer test checks with its own
+// rules, and the command line's own refusals.
 TEST_F(TarncliDiag, ParametersAreCheckedByTheTable) {
     const struct {
         const char *option;
@@ -314,18 +317,13 @@ TEST_F(TarncliDiag, ParametersAreCheckedByTheTable) {
         const char *message;
     } refused[] = {
         {"-kl", {"TC=70000"}, 48, "Test Count value must be 0-65535!"},
-        {"-kl", {"DS=100"}, 48,
-         "Data Size value must be 8,16,32,64,128,256,512,1024,2048,4096,8192,16384,32768 or 65535 bytes!"},
-        {"-kl", {"OE=3"}, 48, "Error value must be 0 (Ignore), 1 (Stop) or 2 (Loop)!"},
         {"-kl", {"LT=5"}, 48, "Invalid diagnostics loopback type (5)!"},
-        {"-kl", {"DP=ZZ"}, 48, "Data Pattern value must be in hex!"},
         {"-kl", {"TC=5", "TI=5"}, 48, "Test Increment value must be less than Test Count value!"},
         {"-kl", {"XX=1"}, 60, "Invalid diagnostics option (XX)!"},
         {"-kl", {"TC"}, 60, "Error: Invalid argument 'TC' for option -kl! Write NAME=VALUE with NAME one of DP, DS, TC, "
                              "TI, OE or LT."},
         {"-kr", {"DS=256"}, 48, "Data Size value must be 8,16,32,64 or 128 bytes!"},
         {"-kr", {"DP=CRPAT"}, 48, "Data Pattern value must be in hex!"},
-        {"-kr", {"TC=10001"}, 48, "Test count value must be from 0 to 10000!"},
         {"-kr", {"LT=0"}, 60, "Invalid diagnostics option (LT)!"},
     };
     for (const auto &c : refused) {
