@@ -53,8 +53,10 @@ bool IsWord(const std::string &arg, const char *word) {
 }
 
 // A word the command takes as its first argument that is never a port
-// selector: "-i vpd" is "-i all vpd".
+// selector: "-i vpd" is "-i all vpd", and a NAME=VALUE parameter
+// ("-kl TC=5" is "-kl all TC=5").
 bool IsKeywordArgument(const CommandSpec &c, const std::string &arg) {
+    if (arg.find('=') != std::string::npos) return true;
     return c.keyword != nullptr && strcasecmp(arg.c_str(), c.keyword) == 0;
 }
 

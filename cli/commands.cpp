@@ -79,14 +79,65 @@ const std::vector<CommandSpec> kCommands = {
     {TARN_CMD_SELECT_LUNS, {"m"}, "[hba]", "Selective LUNs", nullptr, kAny, true, nullptr, nullptr, nullptr},
     {TARN_CMD_BOOT_DEVICES, {"e"}, "[hba]", "Boot devices", nullptr, kAny, true, nullptr, nullptr, nullptr},
     {TARN_CMD_LED, {"a"}, "[hba]", "Port LED state and locate", nullptr, kAny, true, nullptr, nullptr, nullptr},
-    {TARN_CMD_LOOPBACK, {"kl"}, "[hba]", "Loopback test", nullptr, kAny, true, nullptr, nullptr, nullptr},
-    {TARN_CMD_RWBUFFER, {"kr"}, "[hba]", "Read/write buffer test", nullptr, kAny, true, nullptr, nullptr, nullptr},
+    {TARN_CMD_LOOPBACK, {"kl"}, "[hba] [NAME=VALUE ...]", "Loopback test",
+     "Runs the loopback test on each selected physical port at once (\"all\"\n"
+     "leaves the virtual ports out) and reports each port's outcome: test\n"
+     "status, runs, failed runs, iterations, whether it was stopped, and the CRC,\n"
+     "disparity and frame length errors.  ENTER or Ctrl-C stops the test.\n"
+     "Parameters (name or alias, any case):\n"
+     "  DataPattern   DP  Random (default), CRPAT, CSPAT, CJTPAT, 16 hex digits,\n"
+     "                    or a hex byte (only the first two hex digits count)\n"
+     "  DataSize      DS  8, 16, ... 32768, 65535 or 65536 bytes (512)\n"
+     "  TestCount     TC  0-65535; 0 runs until stopped (10)\n"
+     "  TestIncrement TI  iterations per run, less than TestCount (1)\n"
+     "  OnError       OE  0 ignore, 1 stop, 2 loop on error (0)\n"
+     "  LoopbackType  LT  0 internal 10 bit, 1 or 4 internal 1 bit, 2 external\n"
+     "                    or echo, 3 FCoE echo (0)\n"
+     "A failed test ends with the result code of its first failed run: 40\n"
+     "parameter error, 41 loop down, 42 frame errors, 61 not supported, 1 other.\n",
+     6, true, nullptr, nullptr, LoopbackReport},
+    {TARN_CMD_RWBUFFER, {"kr"}, "[hba] [NAME=VALUE ...]", "Read/write buffer test",
+     "Runs WRITE BUFFER / READ BUFFER pairs to LUN 0 of every logged-in FCP\n"
+     "target of each selected port, compares the data, and reports per target\n"
+     "the status, runs, data miscompares and the target's link error counters.\n"
+     "ENTER or Ctrl-C stops the test.  Parameters (name or alias, any case):\n"
+     "  DataPattern   DP  Random (default) or a hex pattern\n"
+     "  DataSize      DS  8, 16, 32, 64 or 128 bytes (8)\n"
+     "  TestCount     TC  0-10000; 0 runs until stopped (10)\n"
+     "  TestIncrement TI  1-10000, less than TestCount (1)\n"
+     "  OnError       OE  0 ignore, 1 stop, 2 loop on error (0)\n"
+     "A miscompare or a failed target ends with status 1.\n",
+     5, true, nullptr, nullptr, ReadWriteBufferReport},
     {TARN_CMD_DRV_SETTINGS_GET, {"fg"}, "[hba]", "Driver settings (display)", nullptr, kAny, true, nullptr, nullptr,
      nullptr},
     {TARN_CMD_DRV_SETTINGS_SET, {"fs"}, "[hba]", "Driver settings (change)", nullptr, kAny, true, nullptr, nullptr,
      nullptr},
-    {TARN_CMD_STATISTICS, {"gs"}, "[hba]", "Statistics", nullptr, kAny, true, nullptr, nullptr, nullptr},
-    {TARN_CMD_LINK_STATUS, {"ls"}, "[hba]", "Link status", nullptr, kAny, true, nullptr, nullptr, nullptr},
+    {TARN_CMD_STATISTICS, {"gs"}, "[hba] [NAME=VALUE ...]", "Statistics",
+     "Polls the statistics of the selected ports (one table a poll: errors,\n"
+     "device errors, resets, I/O count, I/O per second, bytes per second) and\n"
+     "reports the last poll of each port.  R clears the counters at the next\n"
+     "poll; ENTER stops.  Parameters (name or alias, any case):\n"
+     "  AutoPoll      AP  number of polls, 1-256; 0 polls until ENTER (0)\n"
+     "  SetRate       SR  seconds between polls, 0 or 5-300 (5)\n"
+     "  LogToFile     LF  CSV file each poll is appended to\n"
+     "  DeviceFilter  DF  1 only the selected ports, 0 every port (1 when a\n"
+     "                    port is selected, else 0)\n"
+     "  PromFile      PF  file rewritten after each poll in the Prometheus text\n"
+     "                    format (for a textfile collector)\n",
+     5, true, nullptr, nullptr, StatisticsReport},
+    {TARN_CMD_LINK_STATUS, {"ls"}, "[hba] [NAME=VALUE ...]", "Link status",
+     "Polls the link error counters of each selected port and of the targets it\n"
+     "sees (link failure, loss of sync, loss of signal, invalid CRC, primitive\n"
+     "sequence protocol errors, invalid transmission words) and reports the\n"
+     "totals.  R resets the current counters, C shows them, T shows the totals,\n"
+     "ENTER stops.  Parameters (name or alias, any case):\n"
+     "  AutoPoll      AP  number of polls, 1-256; 0 polls until ENTER (0)\n"
+     "  SetRate       SR  seconds between polls, 0 or 5-300 (5)\n"
+     "  LogToFile     LF  CSV file of the ports' lines; the targets' lines go to\n"
+     "                    FILE with \"_targets\" before its extension\n"
+     "  PromFile      PF  file rewritten after each poll in the Prometheus text\n"
+     "                    format (for a textfile collector)\n",
+     4, true, nullptr, nullptr, LinkStatusReport},
     {TARN_CMD_TARGET_BEACON, {"tb"}, "[hba]", "Target beacon", nullptr, kAny, true, nullptr, nullptr, nullptr},
     {TARN_CMD_TRANSCEIVER, {"dm"}, "[hba]", "Transceiver diagnostics", nullptr, kAny, true, nullptr, nullptr, nullptr},
     {TARN_CMD_TOPOLOGY, {"tp", "topology"}, "[hba]", "SAN topology", nullptr, kAny, true, nullptr, nullptr, nullptr},
