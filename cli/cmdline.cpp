@@ -9,6 +9,8 @@
 
 #include <ctime>
 
+#include <algorithm>
+
 #include <cctype>
 #include <cstdarg>
 #include <clocale>
@@ -18,6 +20,7 @@
 #include <fstream>
 #include <sstream>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "cli/cli.h"
@@ -53,9 +56,17 @@ bool IsWord(const std::string &arg, const char *word) {
 }
 
 // A word the command takes as its first argument that is never a port
-// selector: "-i vpd" is "-i all vpd".
+// selector: "-i vpd" is "-i all vpd".  `keyword` lists them separated by '|'.
 bool IsKeywordArgument(const CommandSpec &c, const std::string &arg) {
-    return c.keyword != nullptr && strcasecmp(arg.c_str(), c.keyword) == 0;
+    if (c.keyword == nullptr) return false;
+    const std::string_view words = c.keyword;
+    for (size_t at = 0; at <= words.size();) {
+        const size_t end = std::min(words.find('|', at), words.size());
+        const std::string_view word = words.substr(at, end - at);
+        if (word.size() == arg.size() && strncasecmp(arg.c_str(), word.data(), word.size()) == 0) return true;
+        at = end + 1;
+    }
+    return false;
 }
 
 // Any word of the usage list, switches included.
@@ -447,11 +458,17 @@ VTAPI_EXPORT uint32_t SecondPassParseArg(int32_t argc, char **argv) {
             g_command.Instance = static_cast<uint32_t>(std::strtoul(sel.c_str(), nullptr, 10));
         } else if (TarnParseWWN(sel.c_str(), g_command.WWPN) == 0) {
             g_command.Selection = TARN_SELECT_WWPN;
-        } else {
+        } else if (sel.empty() || sel.size() >= sizeof g_command.Alias) {
             SetParseError(TARN_STATUS_BAD_VALUE,
-                          "Error: Invalid HBA '%s' for option %s! Give an instance number, a WWPN or \"all\".",
+                          "Error: Invalid HBA '%s' for option %s! Give an instance number, a WWPN, an alias or "
+                          "\"all\".",
                           sel.c_str(), words[0].c_str());
             return TARN_STATUS_BAD_VALUE;
+        } else {
+            // Any other word may be an alias; the aliases are read once the
+            // ports are known, when the command chooses its ports.
+            g_command.Selection = TARN_SELECT_ALIAS;
+            std::snprintf(g_command.Alias, sizeof g_command.Alias, "%s", sel.c_str());
         }
     }
     for (; next < words.size(); ++next) {
