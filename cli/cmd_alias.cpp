@@ -45,7 +45,12 @@ void ShowAlias(Sink &sink, const SDMDevice &d, uint32_t type) {
     sink.Xml([&d, type] { DisplayAdapterAlias(&d, type); });
 }
 
+// The command line keeps aliases in the host's global alias file, copied to
+// the local one of the installation directory.
+void UseHostAliasFiles() { SetAliasPathVar(1); }
+
 Result AliasReport(const TarnCommand &cmd, Sink &sink, uint32_t type) {
+    UseHostAliasFiles();
     const bool adapter = type == TARN_ALIAS_ADAPTER;
     enum class Action { Show, Set, Delete } action = Action::Show;
     std::string alias;
@@ -96,6 +101,7 @@ std::vector<const SDMDevice *> SelectPortsByAlias(const TarnCommand &cmd, const 
                                                   Result &result) {
     // A port alias names its port; else an adapter alias names every port
     // of its card.
+    UseHostAliasFiles();
     std::vector<const SDMDevice *> ports;
     for (const SDMDevice *d : all)
         if (AliasOf(*d, 1) == cmd.Alias) ports.push_back(d);

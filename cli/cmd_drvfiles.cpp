@@ -19,6 +19,7 @@
 #include "cli/xml_binding.h"
 #include "core/core.h"
 #include "drvfiles/drvfiles.h"
+#include "drvfiles/drvtext.h"
 #include "vtsdm.h"
 
 namespace vt::cli {
@@ -139,18 +140,24 @@ Result SetDriverSettingsReport(const TarnCommand &cmd, Sink &sink) {
     if (ports.empty()) return NoPhysicalPort(cmd);
     std::set<std::string> modules;
     for (const SDMDevice *d : ports) modules.insert(ModuleOf(*d));
-    for (const std::string &module : modules)
-        for (const auto &[name, value] : changes) {
-            const uint32_t rc =
-                vtlapi_set_drv_param(module.c_str(), name.c_str(), value.empty() ? nullptr : value.c_str());
-            if (rc == VTAPI_FILE_NOT_FOUND)
-                return {TARN_STATUS_NOT_PERMITTED,
-                        "Error: No module option file found (/etc/conf.modules, /etc/modprobe.conf.local, "
-                        "/etc/modprobe.conf, /etc/modules.conf)!"};
-            if (rc != 0 && !(rc == SDERR_NOT_FOUND && value.empty()))
-                return {TARN_STATUS_NOT_PERMITTED,
-                        "Error: Unable to set driver parameter " + name + " of module " + module + "!"};
-        }
+    // Every change of a module goes into one rewrite of its line, so that
+    // the file holds all of them or none.
+    for (const std::string &module : modules) {
+        std::vector<char> buffer(VTLAPI_OPTLINE_MAX + 1);
+        uint32_t rc = vtlapi_get_drv_param_optline(module.c_str(), buffer.data(), uint32_t(buffer.size()));
+        if (rc != 0 && rc != SDERR_NOT_FOUND && rc != VTAPI_FILE_NOT_FOUND)
+            return {TARN_STATUS_NOT_PERMITTED, "Error: Unable to read the option line of module " + module + "!"};
+        const std::string line = rc == 0 ? buffer.data() : std::string();
+        std::string updated = line;
+        for (const auto &[name, value] : changes)
+            updated = vt::drv::SetOptionParam(updated, module, name, value.empty() ? nullptr : &value);
+        rc = updated == line ? 0 : vtlapi_set_drv_param_optline(module.c_str(), updated.c_str());
+        if (rc == VTAPI_FILE_NOT_FOUND)
+            return {TARN_STATUS_NOT_PERMITTED,
+                    "Error: No module option file found (/etc/conf.modules, /etc/modprobe.conf.local, "
+                    "/etc/modprobe.conf, /etc/modules.conf)!"};
+        if (rc != 0) return {TARN_STATUS_NOT_PERMITTED, "Error: Unable to rewrite the option line of module " + module + "!"};
+    }
     sink.Open();
     sink.Note("Driver settings changed; they take effect when the driver is loaded again.");
     ListScope list(sink, "ports");
@@ -169,6 +176,14 @@ std::vector<FoTargetData> Bindings(const SDMDevice &d, uint32_t &rc) {
     if (rc == VTAPI_FILE_NOT_FOUND) rc = 0, count = 0;
     out.resize(rc == 0 ? count : 0);
     return out;
+}
+
+// The bindings of every port, in the order of the ports.
+Result AllBindings(const std::vector<const SDMDevice *> &ports, std::vector<std::vector<FoTargetData>> &all);
+
+std::vector<FoTargetData>::iterator FindBinding(std::vector<FoTargetData> &bindings, const uint8_t *wwpn) {
+    return std::find_if(bindings.begin(), bindings.end(),
+                        [wwpn](const FoTargetData &b) { return std::memcmp(b.WWPN, wwpn, 8) == 0; });
 }
 
 const TargetEntry *FindTarget(const SDMDevice &d, const uint8_t *wwpn) {
@@ -190,6 +205,15 @@ const char *StateText(int32_t state) {
 Result ReadFailed(const SDMDevice &d, uint32_t rc) {
     return {CliStatus(rc), "Error: Unable to read the persistent bindings of HBA " + std::to_string(d.Instance) + " (" +
                                SDGetErrorString(rc) + ")!"};
+}
+
+Result AllBindings(const std::vector<const SDMDevice *> &ports, std::vector<std::vector<FoTargetData>> &all) {
+    for (const SDMDevice *d : ports) {
+        uint32_t rc = 0;
+        all.push_back(Bindings(*d, rc));
+        if (rc != 0) return ReadFailed(*d, rc);
+    }
+    return {};
 }
 
 void ShowBindings(Sink &sink, const SDMDevice &d, const std::vector<FoTargetData> &bindings) {
@@ -261,8 +285,7 @@ Result BindTargets(const TarnCommand &cmd, const SDMDevice &d, bool bind) {
                                            : "Error: Target " + which + " not found on HBA " + std::to_string(d.Instance) + "!"};
     for (const TargetEntry *t : targets) {
         FoTargetData data{};
-        auto bound = std::find_if(bindings.begin(), bindings.end(),
-                                  [t](const FoTargetData &b) { return std::memcmp(b.WWPN, t->WWPN, 8) == 0; });
+        auto bound = FindBinding(bindings, t->WWPN);
         if (bound != bindings.end() && number < 0) continue;  // already bound
         if (number >= 0) {
             for (const FoTargetData &b : bindings)
@@ -307,11 +330,7 @@ Result PersistentBindingReport(const TarnCommand &cmd, Sink &sink) {
         if (Result changed = BindTargets(cmd, *ports.front(), bind); changed.status != 0) return changed;
     }
     std::vector<std::vector<FoTargetData>> all;
-    for (const SDMDevice *d : ports) {
-        uint32_t rc = 0;
-        all.push_back(Bindings(*d, rc));
-        if (rc != 0) return ReadFailed(*d, rc);
-    }
+    if (Result read = AllBindings(ports, all); read.status != 0) return read;
     sink.Open();
     ListScope list(sink, "ports");
     for (size_t i = 0; i < ports.size(); ++i) ShowBindings(sink, *ports[i], all[i]);
@@ -347,7 +366,7 @@ bool ParseLuns(const std::string &text, const TargetEntry &t, std::vector<uint32
     return !luns.empty();
 }
 
-void ShowLunSelection(Sink &sink, const SDMDevice &d, const std::vector<FoTargetData> &bindings, const uint8_t *only) {
+void ShowLunSelection(Sink &sink, const SDMDevice &d, std::vector<FoTargetData> &bindings, const uint8_t *only) {
     PortScope port(sink, d, PortStyle::Heading);
     ListScope targets(sink, "targets");
     bool any = false;
@@ -355,8 +374,7 @@ void ShowLunSelection(Sink &sink, const SDMDevice &d, const std::vector<FoTarget
         if (only != nullptr && std::memcmp(t->WWPN, only, 8) != 0) continue;
         any = true;
         FoLunData masks{};
-        const auto bound = std::find_if(bindings.begin(), bindings.end(),
-                                        [t](const FoTargetData &b) { return std::memcmp(b.WWPN, t->WWPN, 8) == 0; });
+        const auto bound = FindBinding(bindings, t->WWPN);
         if (bound != bindings.end())
             ISDFoGetLunData(d.DeviceHandle, bound->TargetNumber, bound->DeviceInstance, &masks);
         TargetScope target(sink, *t, TargetStyle::Block);
@@ -369,10 +387,11 @@ void ShowLunSelection(Sink &sink, const SDMDevice &d, const std::vector<FoTarget
         else sink.Columns(kLuns);
         for (const LunEntry *l = t->Luns.First; l; l = l->next) {
             const bool selected = !MaskHas(masks.DisabledLuns, l->LunNumber);
-            std::string product = FieldText(l->VendorProduct);
+            const std::string inquiry = FieldText(l->VendorProduct);
+            const std::string product =
+                Trim(Trim(inquiry.substr(0, 8)) + " " + (inquiry.size() > 8 ? Trim(inquiry.substr(8)) : ""));
             ItemScope item(sink);
-            sink.Row(kLuns, {Value::Number(l->LunNumber), Value::Text(selected ? "Yes" : "No"),
-                             Value::Text(Trim(product))});
+            sink.Row(kLuns, {Value::Number(l->LunNumber), Value::Text(selected ? "Yes" : "No"), Value::Text(product)});
             sink.Xml([selected, l] {
                 if (selected) XML_EmitSelectedLun(l->LunNumber, l);
                 else XML_EmitUnselectedLun(l->LunNumber, l);
@@ -393,8 +412,7 @@ Result ChangeLunSelection(const TarnCommand &cmd, const SDMDevice &d, const uint
     uint32_t rc = 0;
     auto bindings = Bindings(d, rc);
     if (rc != 0) return ReadFailed(d, rc);
-    auto bound = std::find_if(bindings.begin(), bindings.end(),
-                              [t](const FoTargetData &b) { return std::memcmp(b.WWPN, t->WWPN, 8) == 0; });
+    auto bound = FindBinding(bindings, t->WWPN);
     FoTargetData binding{};
     if (bound == bindings.end()) {
         // LUN masks belong to a binding: bind the target first.
@@ -450,11 +468,7 @@ Result SelectiveLunsReport(const TarnCommand &cmd, Sink &sink) {
         if (Result changed = ChangeLunSelection(cmd, *ports.front(), wwpn, enable); changed.status != 0) return changed;
     }
     std::vector<std::vector<FoTargetData>> all;
-    for (const SDMDevice *d : ports) {
-        uint32_t rc = 0;
-        all.push_back(Bindings(*d, rc));
-        if (rc != 0) return ReadFailed(*d, rc);
-    }
+    if (Result read = AllBindings(ports, all); read.status != 0) return read;
     sink.Open();
     ListScope list(sink, "ports");
     for (size_t i = 0; i < ports.size(); ++i) {

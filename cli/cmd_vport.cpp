@@ -69,7 +69,7 @@ uint32_t VportInstance(const uint8_t *wwpn) {
     return 0xFFFFFFFFu;
 }
 
-void XmlVport(const SDMDevice &d, const VPortQoSEntry &e, const Value &bandwidth, uint32_t instance) {
+void XmlVport(const VPortQoSEntry &e, const Value &bandwidth, uint32_t instance) {
     XmlLine("\t<vPort>");
     XML_PrintElement("\t\t", "vPortID", std::to_string(e.VPortId).c_str());
     XML_PrintElement("\t\t", "WWPN", WwnText(e.WWPN).c_str());
@@ -79,28 +79,22 @@ void XmlVport(const SDMDevice &d, const VPortQoSEntry &e, const Value &bandwidth
     XML_PrintElement("\t\t", "QoSEnabled", e.QoSEnabled ? "1" : "0");
     XML_PrintElement("\t\t", "Bandwidth", bandwidth.text().c_str());
     XmlLine("\t</vPort>");
-    (void)d;
 }
 
 // The vPorts of one physical port with their shares.
 void ListVports(Sink &sink, const SDMDevice &d) {
     PortScope port(sink, d, PortStyle::Heading);
     VPortQoSList list;
-    if (GetMaxVportsSupportQOS(&d) == 0 && d.DeviceDriverProperty.MaxVports == 0) {
-        sink.Note("Virtual ports are not supported on this port.");
-        sink.JsonField("supported", Value::Number(0, "no"));
-        return;
-    }
     if (GetVirtualPortQoSList(&d, &list) != 0) {
         sink.Note("Virtual ports are not supported on this port.");
-        sink.JsonField("supported", Value::Number(0, "no"));
+        sink.JsonField("virtual_ports", Value::None());
         return;
     }
     sink.Field("virtual_ports", "Virtual Ports", Value::Number(list.Count));
     sink.Field("max_virtual_ports", "Maximum", Value::Number(d.DeviceDriverProperty.MaxVports));
     sink.Field("max_qos_virtual_ports", "With QoS", Value::Number(GetMaxVportsSupportQOS(&d)));
     sink.Field("available_virtual_ports", "Available", Value::Number(GetNumberOfAvailableVports(&d)));
-    sink.Field("available_percent", "Unassigned Share",
+    sink.Field("available_percent", "Share Available",
                Value::Number(list.MaxRemainingPercentageBW, std::to_string(list.MaxRemainingPercentageBW) + " %"));
     static const Table kVports = {
         {"virtual_port_id", "ID", 4, 0, true},
@@ -123,9 +117,11 @@ void ListVports(Sink &sink, const SDMDevice &d) {
                            instance == 0xFFFFFFFFu ? Value::None() : Value::Number(instance),
                            Value::Text(WwnText(e->WWPN)), Value::Text(QoSTypeText(e->QoSType)),
                            Value::Number(e->QoSVal, e->QoSEnabled ? value : value + "*"), bandwidth});
-        sink.Xml([&d, e, bandwidth, instance] { XmlVport(d, *e, bandwidth, instance); });
+        sink.Xml([e, &bandwidth, instance] { XmlVport(*e, bandwidth, instance); });
     }
-    if (list.Count > 0) sink.Note("(* QoS cannot be set on this virtual port)");
+    bool disabled = false;
+    for (const VPortQoSEntry *e = list.First; e; e = e->next) disabled = disabled || !e->QoSEnabled;
+    if (disabled) sink.Note("(* QoS cannot be set on this virtual port)");
     FreeVirtualPortQoSList(&list);
 }
 
@@ -249,10 +245,15 @@ Result VirtualPortsReport(const TarnCommand &cmd, Sink &sink) {
     auto ports = SelectPorts(cmd, result);
     if (result.status != 0) return result;
     if (is("list")) {
+        std::vector<const SDMDevice *> physical;
+        for (const SDMDevice *d : ports)
+            if (!isVirtualPortHBA(d)) physical.push_back(d);
+        if (physical.empty())
+            return {TARN_STATUS_NOT_SUPPORTED, std::string("Error: Option ") + cmd.Option +
+                                                   " lists the virtual ports of a physical port; choose that port!"};
         sink.Open();
         ListScope list(sink, "ports");
-        for (const SDMDevice *d : ports)
-            if (!isVirtualPortHBA(d)) ListVports(sink, *d);
+        for (const SDMDevice *d : physical) ListVports(sink, *d);
         return result;
     }
 

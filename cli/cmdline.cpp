@@ -484,6 +484,11 @@ VTAPI_EXPORT uint32_t SecondPassParseArg(int32_t argc, char **argv) {
                           words[0].c_str());
             return TARN_STATUS_UNKNOWN_PARAM;
         }
+        if (w.size() >= TARN_SUBARG_SIZE) {
+            SetParseError(TARN_STATUS_BAD_VALUE, "Error: Argument %u of option %s is too long!",
+                          g_command.SubArgCount + 1, words[0].c_str());
+            return TARN_STATUS_BAD_VALUE;
+        }
         std::snprintf(g_command.SubArgs[g_command.SubArgCount++], TARN_SUBARG_SIZE, "%s", w.c_str());
     }
     bOptionEnable = c->enableKey == nullptr || TarnPreferenceGetKeyValue(c->enableKey, 0) != 0 ? 1 : 0;

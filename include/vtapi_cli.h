@@ -90,7 +90,7 @@ typedef enum TarnCommandId {
 #define TARN_OUTPUT_JSON 3   /* -j */
 
 #define TARN_MAX_SUBARGS  16
-#define TARN_SUBARG_SIZE  256
+#define TARN_SUBARG_SIZE  512   /* holds an alias of 256 characters and more */
 #define TARN_MAX_ARGS     255
 
 typedef struct TarnCommand {

@@ -62,7 +62,7 @@ protected:
     }
     // The listed instance of the port with this WWPN.
     int Instance(const std::string &wwpn) {
-        for (const auto &p : Json({"-g"}).at("ports"))
+        for (const nlohmann::json listed = Json({"-g"}); const auto &p : listed.at("ports"))
             if (p.at("wwpn") == wwpn) return p.at("instance").get<int>();
         ADD_FAILURE() << "no port " << wwpn;
         return -1;

@@ -69,7 +69,7 @@ TEST_F(TarncliVportTest, ListMatchesInEveryForm) {
     }
     // A port without vPorts says so; "all" lists physical ports only.
     EXPECT_NE(Tarn({"-vp", kFcoePort}).out.find("Virtual ports are not supported on this port."), std::string::npos);
-    for (const json &p : Json({"-vp"}).at("ports")) EXPECT_NE(p.at("wwpn"), kVport1);
+    for (const nlohmann::json listed = Json({"-vp"}); const json &p : listed.at("ports")) EXPECT_NE(p.at("wwpn"), kVport1);
 }
 
 TEST_F(TarncliVportTest, CreateSetQoSRebalanceAndDelete) {
@@ -112,7 +112,7 @@ TEST_F(TarncliVportTest, CreateSetQoSRebalanceAndDelete) {
 
     // A speed, shown with its bandwidth.
     ASSERT_EQ(Tarn({"-vp", kPort0, "qos", created, "8G"}).status, 0);
-    for (const json &v : Json({"-vp", kPort0}).at("ports").at(0).at("vports"))
+    for (const nlohmann::json listed = Json({"-vp", kPort0}); const json &v : listed.at("ports").at(0).at("vports"))
         if (v.at("wwpn") == created) {
             EXPECT_EQ(v.at("qos_type"), "Speed");
             EXPECT_EQ(v.at("bandwidth_mbps"), 8000);
@@ -159,6 +159,7 @@ TEST_F(TarncliVportTest, FaultsAndLimitsGiveTheirStatuses) {
     // Ports that take no vPorts, and a virtual port itself.
     EXPECT_EQ(Tarn({"-vp", kFcoePort, "create"}).status, 61);
     EXPECT_EQ(Tarn({"-vp", kVport1, "create"}).status, 61);
+    EXPECT_EQ(Tarn({"-vp", kVport1}).status, 61) << "a virtual port has no virtual ports";
     EXPECT_EQ(Tarn({"-vp", kFcoePort, "rebalance"}).status, 61);
     // One port per change, and arguments checked before anything runs.
     EXPECT_EQ(Tarn({"-vp", "all", "create"}).status, 48);
