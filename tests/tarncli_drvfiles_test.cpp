@@ -5,11 +5,20 @@
 #include <sys/stat.h>
 
 #include <cstdio>
+#include <cstring>
 #include <regex>
 #include <set>
 #include <string>
 
+#include "cli/xml_binding.h"
 #include "tarncli_config_fixture.h"
+#include "vtapi_cli.h"
+
+// The emitters' lines, caught in this process.
+namespace {
+std::string gPrinted;
+}  // namespace
+extern "C" void scfxPrint(const char *text) { gPrinted += text; }
 
 namespace {
 
@@ -160,6 +169,42 @@ TEST_F(TarncliDrvfilesTest, LunSelectionAboveLun255) {
     EXPECT_EQ(Tarn({"-m", kPort0, kDisks, "disable", "5-2"}).status, 48);
     EXPECT_EQ(Tarn({"-m", kPort0, kDisks, "hide", "1"}).status, 48);
     EXPECT_EQ(Tarn({"-m", kPort0, "50:00:00:00:00:00:00:99"}).status, 48);
+}
+
+// The format-1 binding emitter hands over to format 2, and the one-binding
+// variant writes a whole tab-indented port block.
+TEST(BindingEmitters, FormatTwoAndTheOneBindingBlock) {
+    FoTargetData b{};
+    b.TargetNumber = 7;
+    b.DeviceInstance = 1;
+    b.Control = 0x2a;
+    for (uint8_t i = 0; i < 8; ++i) b.WWNN[i] = b.WWPN[i] = uint8_t(0x50 + i);
+    b.WWPN[7] = 0xff;
+    b.PortId[0] = 0x0a;
+    const std::string body =
+        "\t<PersistentBinding>\n\t\t<TargetID>7</TargetID>\n\t\t<DeviceInstance>1</DeviceInstance>\n"
+        "\t\t<WWNN>50:51:52:53:54:55:56:57</WWNN>\n\t\t<WWPN>50:51:52:53:54:55:56:ff</WWPN>\n"
+        "\t\t<PortID>0a:00:00</PortID>\n\t\t<Control>2a</Control>\n\t\t<Status>Offline</Status>\n"
+        "\t</PersistentBinding>\n";
+    bXmlOutPut2 = 1;
+    gPrinted.clear();
+    XML_EmitHBATargetPersistBinding(&b, TARN_BINDING_OFFLINE);
+    EXPECT_EQ(gPrinted, body);
+    gPrinted.clear();
+    XML_EmitUnselectedLun(300, nullptr);
+    EXPECT_EQ(gPrinted, "\t\t<UnselectedLUN>\n\t\t\t<LUN>300</LUN>\n\t\t</UnselectedLUN>\n");
+    bXmlOutPut2 = 0;
+
+    SDMDevice device{};
+    device.Instance = 3;
+    std::memcpy(device.DeviceNodeProperty.Model, "VT2912", 6);
+    gPrinted.clear();
+    XML_3_EmitJustOneHBATargetPersistBinding(&device, &b, TARN_BINDING_OFFLINE);
+    EXPECT_TRUE(std::regex_match(gPrinted, std::regex("\t<HBA>\n\t<HBA Instance=\"3\" HBAModel=\"VT2912\" HBAPort=\"-?\\d+\" "
+                                                      "WWNN=\"00(:00){7}\" WWPN=\"00(:00){7}\" />\n"
+                                                      "(.|\n)*\t</HBA>\n")))
+        << gPrinted;
+    EXPECT_NE(gPrinted.find(body), std::string::npos) << gPrinted;
 }
 
 // A tarncli killed at any point while it rewrites the option file leaves it
