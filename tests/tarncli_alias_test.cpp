@@ -71,6 +71,8 @@ TEST_F(TarncliAliasTest, AdapterAliasBelongsToTheCard) {
     const json doc = Json({"-ha", kPort0});
     EXPECT_EQ(doc.at("ports").at(0).at("alias"), "cardA");
     EXPECT_EQ(doc.at("ports").at(0).at("serial"), "VTK24110A7");
+    EXPECT_NE(Tarn({"-x2", "-ha", kPort0}).out.find("        <HBAAlias>cardA</HBAAlias>\n     </HBA> \n"),
+              std::string::npos);
     // A change names one adapter; "all" names several.
     const RunResult many = Tarn({"-ha", "all", "set", "x"});
     EXPECT_EQ(many.status, 48);

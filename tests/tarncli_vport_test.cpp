@@ -130,6 +130,16 @@ TEST_F(TarncliVportTest, CreateSetQoSRebalanceAndDelete) {
     EXPECT_EQ(r.err, "Specified vPort " + created + " does not exist (HBA " + std::to_string(hba) + ")!\n");
     EXPECT_EQ(Shares(kPort0), (std::map<std::string, int>{{kVport1, 50}}));
 
+    // A change in XML: its message, then the port's list.
+    r = Tarn({"-x", "-vp", kPort0, "create", "0d"});
+    EXPECT_EQ(r.status, 0) << r.out;
+    EXPECT_TRUE(vttest::WellFormedXml(r.out)) << r.out;
+    EXPECT_NE(r.out.find("    <Message>New vPort 21:0d:00:24:ff:7c:50:10 of HBA " + std::to_string(hba) +
+                         " was created successfully</Message>\n     <HBA> \n"),
+              std::string::npos)
+        << r.out;
+    ASSERT_EQ(Tarn({"-vp", kPort0, "delete", "21:0d:00:24:ff:7c:50:10"}).status, 0);
+
     // Delete all, in JSON: then the port has none.
     const json all = Json({"-vp", kPort0, "delete", "all"});
     EXPECT_EQ(all.at("message"), "Configuration changed, 1 vPort(s) of HBA " + std::to_string(hba) + " - VT2912 have been deleted.");
