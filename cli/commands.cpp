@@ -23,7 +23,7 @@ constexpr const char kStatuses[] =
 
 constexpr const char kHbaHelp[] =
     "\nhba: an instance number (see tarncli -g), a WWPN written\n"
-    "xx:xx:xx:xx:xx:xx:xx:xx, or \"all\" (the default).\n"
+    "xx:xx:xx:xx:xx:xx:xx:xx, an alias (-ha, -pa), or \"all\" (the default).\n"
     "Add -x or -x2 for XML output, -j for JSON, -o FILE to append the report\n"
     "to a file.\n";
 
@@ -63,7 +63,14 @@ const std::vector<CommandSpec> kCommands = {
      "counts a LUN seen through several paths once.\n",
      0, true, nullptr, nullptr, SummaryReport},
     {TARN_CMD_MODIFY_PARAMS, {"n"}, "[hba]", "Modify HBA parameters", nullptr, kAny, true, nullptr, nullptr, nullptr},
-    {TARN_CMD_PERSIST_BIND, {"p"}, "[hba]", "Persistent binding", nullptr, kAny, true, nullptr, nullptr, nullptr},
+    {TARN_CMD_PERSIST_BIND, {"p"}, "[hba] [bind|unbind target-wwpn|all [target]]", "Persistent binding",
+     "Lists the persistent target bindings of each selected port in the driver's\n"
+     "configuration file: target number, device instance, WWPN, WWNN, port ID and\n"
+     "whether the port sees the target now.  \"bind\" binds a target the port sees\n"
+     "(or all of them) to the lowest free target number or to the one given;\n"
+     "\"unbind\" removes the binding of a target (or all).  A change names one\n"
+     "port and takes effect when the driver is loaded again.\n",
+     3, true, "bind|unbind", nullptr, PersistentBindingReport},
     {TARN_CMD_FLASH, {"b"}, "hba file [-y]", "Boot code/firmware update from an image file",
      "Checks an image file (a multi-image file, bare or in a PLDM package, or a\n"
      "boot code file) against the card of each selected port and lists, per\n"
@@ -76,7 +83,12 @@ const std::vector<CommandSpec> kCommands = {
      "Enabled by node.hba.utility.flash.enable=1 in tgcli.properties.\n",
      2, true, nullptr, "node.hba.utility.flash.enable", FlashUpdateReport},
     {TARN_CMD_DRIVER_UPDATE, {"d"}, "", "Driver update", nullptr, kAny, false, nullptr, nullptr, nullptr},
-    {TARN_CMD_SELECT_LUNS, {"m"}, "[hba]", "Selective LUNs", nullptr, kAny, true, nullptr, nullptr, nullptr},
+    {TARN_CMD_SELECT_LUNS, {"m"}, "[hba] [target-wwpn [enable|disable luns]]", "Selective LUNs",
+     "Shows, for the targets of each selected port, which LUNs the driver presents\n"
+     "to the host (selected) and which it masks.  \"enable\" or \"disable\" with LUN\n"
+     "numbers (0,2,5-7) or \"all\" changes the selection of one target of one port;\n"
+     "a target that is not bound yet is bound first (see -p).\n",
+     3, true, nullptr, nullptr, SelectiveLunsReport},
     {TARN_CMD_BOOT_DEVICES, {"e"}, "[hba]", "Boot devices", nullptr, kAny, true, nullptr, nullptr, nullptr},
     {TARN_CMD_LED, {"a"}, "[hba]", "Port LED state and locate", nullptr, kAny, true, nullptr, nullptr, nullptr},
     {TARN_CMD_LOOPBACK, {"kl"}, "[hba] [NAME=VALUE ...]", "Loopback test",
@@ -108,10 +120,16 @@ const std::vector<CommandSpec> kCommands = {
      "  OnError       OE  0 ignore, 1 stop, 2 loop on error (0)\n"
      "A miscompare or a failed target ends with status 1.\n",
      5, true, nullptr, nullptr, ReadWriteBufferReport},
-    {TARN_CMD_DRV_SETTINGS_GET, {"fg"}, "[hba]", "Driver settings (display)", nullptr, kAny, true, nullptr, nullptr,
-     nullptr},
-    {TARN_CMD_DRV_SETTINGS_SET, {"fs"}, "[hba]", "Driver settings (change)", nullptr, kAny, true, nullptr, nullptr,
-     nullptr},
+    {TARN_CMD_DRV_SETTINGS_GET, {"fg"}, "[hba]", "Driver settings (display)",
+     "Shows the driver module of each selected port, its \"options\" line in the\n"
+     "module option file and the parameters set on it.\n",
+     0, true, nullptr, nullptr, DriverSettingsReport},
+    {TARN_CMD_DRV_SETTINGS_SET, {"fs"}, "[hba] name=value...", "Driver settings (change)",
+     "Sets parameters on the \"options\" line of the driver module of the selected\n"
+     "ports (the line is added when there is none; a commented-out line stays as\n"
+     "it is); \"name=\" removes a parameter.  Then shows the settings as -fg does.\n"
+     "They take effect when the driver is loaded again.\n",
+     TARN_MAX_SUBARGS, true, nullptr, nullptr, SetDriverSettingsReport},
     {TARN_CMD_STATISTICS, {"gs"}, "[hba] [NAME=VALUE ...]", "Statistics",
      "Polls the statistics of the selected ports (one table a poll: errors,\n"
      "device errors, resets, I/O count, I/O per second, bytes per second) and\n"
@@ -141,13 +159,36 @@ const std::vector<CommandSpec> kCommands = {
     {TARN_CMD_TARGET_BEACON, {"tb"}, "[hba]", "Target beacon", nullptr, kAny, true, nullptr, nullptr, nullptr},
     {TARN_CMD_TRANSCEIVER, {"dm"}, "[hba]", "Transceiver diagnostics", nullptr, kAny, true, nullptr, nullptr, nullptr},
     {TARN_CMD_TOPOLOGY, {"tp", "topology"}, "[hba]", "SAN topology", nullptr, kAny, true, nullptr, nullptr, nullptr},
-    {TARN_CMD_HBA_ALIAS, {"ha"}, "[hba]", "HBA alias", nullptr, kAny, true, nullptr, nullptr, nullptr},
-    {TARN_CMD_PORT_ALIAS, {"pa"}, "[hba]", "Port alias", nullptr, kAny, true, nullptr, nullptr, nullptr},
+    {TARN_CMD_HBA_ALIAS, {"ha"}, "[hba] [set alias|delete]", "HBA alias",
+     "Shows the alias of the adapter of each selected port, or sets (\"set\") or\n"
+     "deletes (\"delete\") the alias of one adapter.  An alias has at most 256\n"
+     "characters; setting a single blank clears it.  An alias may name the HBA of\n"
+     "any command: a port alias its port, an adapter alias all ports of its card.\n",
+     2, true, "set|delete", nullptr, HbaAliasReport},
+    {TARN_CMD_PORT_ALIAS, {"pa"}, "[hba] [set alias|delete]", "Port alias",
+     "Shows the alias of each selected port, or sets (\"set\") or deletes\n"
+     "(\"delete\") the alias of one port.  An alias has at most 256 characters;\n"
+     "setting a single blank clears it.\n",
+     2, true, "set|delete", nullptr, PortAliasReport},
     {TARN_CMD_IIDMA, {"q"}, "[hba]", "iiDMA settings", nullptr, kAny, true, nullptr, nullptr, nullptr},
     {TARN_CMD_PL, {"pl"}, "[hba]", "Port link settings", nullptr, kAny, true, nullptr, nullptr, nullptr},
     {TARN_CMD_TM, {"tm"}, "[hba]", "Target mode settings", nullptr, kAny, true, nullptr, nullptr, nullptr},
-    {TARN_CMD_VPORTS, {"vp"}, "[hba]", "Virtual ports", nullptr, kAny, true, nullptr, "node.hba.virtual.vport.enable",
-     nullptr},
+    {TARN_CMD_VPORTS, {"vp"}, "[hba] [list|create|delete|qos|rebalance ...]", "Virtual ports",
+     "Lists the virtual ports of each selected physical port with their QoS share\n"
+     "(a percentage of the port, or a speed) and the bandwidth it gives.  On one\n"
+     "port:\n"
+     "  create [byte]          a new vPort; its WWPN is the port's with the second\n"
+     "                         byte replaced (the hexadecimal byte given, above 03)\n"
+     "  delete vport|all       delete a vPort (WWPN or vPort ID) or all of them\n"
+     "  qos vport N[%]|NG [lock id...]\n"
+     "                         set a percentage (taken from the other unlocked\n"
+     "                         vPorts) or a speed in Gb/s\n"
+     "  rebalance              share the port equally among its QoS vPorts\n"
+     "Needs node.hba.virtual.vport.enable=1 in tgcli.properties.  Statuses: 61 the\n"
+     "port takes no (more) vPorts or no QoS; 8 no such vPort; 48 a bad value; 66\n"
+     "the adapter refused (link down, busy).\n",
+     TARN_MAX_SUBARGS, true, "list|create|delete|qos|rebalance", "node.hba.virtual.vport.enable",
+     VirtualPortsReport},
     {TARN_CMD_U, {"u"}, "[hba]", "Utilities", nullptr, kAny, true, nullptr, nullptr, nullptr},
     {TARN_CMD_SP, {"sp"}, "[hba]", "Security settings", nullptr, kAny, true, nullptr, nullptr, nullptr},
     {TARN_CMD_PC, {"pc"}, "[hba]", "Port congestion settings", nullptr, kAny, true, nullptr, nullptr, nullptr},
@@ -199,7 +240,7 @@ std::string UsageText() {
         text += synopsis + c.summary + "\n";
     }
     text +=
-        "  hba: an instance number (see -g), a WWPN, or \"all\" (the default).\n"
+        "  hba: an instance number (see -g), a WWPN, an alias, or \"all\" (the default).\n"
         "\n"
         "Switches (at the beginning or the end of the command line):\n"
         "  -x, -x2     XML output, format 1 or format 2\n"

@@ -44,7 +44,7 @@ struct CommandSpec {
     const char *help;            // the help of the command; null while it has no walk
     uint32_t maxSubArgs;         // arguments after the port selector
     bool selectsPorts;           // the first argument may be a port selector
-    const char *keyword;         // a first argument that is never a selector ("vpd")
+    const char *keyword;         // first arguments that are never a selector ("vpd", "set|delete")
     const char *enableKey;       // reference-file switch that enables it, or null
     Walk walk;                   // null: not available in this version
 };
