@@ -47,7 +47,7 @@ int32_t g_bIA64Host;
 
 namespace {
 
-using vt::cli::CommandSpec;
+using vt::cli::CommandEntry;
 using vt::cli::FindCommand;
 
 // "-t" or "/t" (any case) names the command word "t".
@@ -58,7 +58,7 @@ bool IsWord(const std::string &arg, const char *word) {
 // A word the command takes as its first argument that is never a port
 // selector: "-i vpd" is "-i all vpd", and a NAME=VALUE parameter
 // ("-kl TC=5" is "-kl all TC=5").  `keyword` lists them separated by '|'.
-bool IsKeywordArgument(const CommandSpec &c, const std::string &arg) {
+bool IsKeywordArgument(const CommandEntry &c, const std::string &arg) {
     if (arg.find('=') != std::string::npos) return true;  // a NAME=VALUE parameter
     if (c.keyword == nullptr) return false;
     const std::string_view words = c.keyword;
@@ -426,7 +426,7 @@ VTAPI_EXPORT uint32_t SecondPassParseArg(int32_t argc, char **argv) {
     g_command.Selection = TARN_SELECT_ALL;
     if (bHelp) {
         if (!words.empty()) {
-            const CommandSpec *c = FindCommand(words[0]);
+            const CommandEntry *c = FindCommand(words[0]);
             if (c == nullptr) {
                 bHelp = 0;
                 SetParseError(TARN_STATUS_UNKNOWN_PARAM, "Error: Unknown option '%s'!", words[0].c_str());
@@ -440,7 +440,7 @@ VTAPI_EXPORT uint32_t SecondPassParseArg(int32_t argc, char **argv) {
     }
     if (words.empty()) return 0;
 
-    const CommandSpec *c = FindCommand(words[0]);
+    const CommandEntry *c = FindCommand(words[0]);
     if (c == nullptr) {
         SetParseError(TARN_STATUS_UNKNOWN_PARAM, "Error: Unknown option '%s'!", words[0].c_str());
         return TARN_STATUS_UNKNOWN_PARAM;

@@ -30,7 +30,7 @@ constexpr const char kHbaHelp[] =
 constexpr uint32_t kAny = TARN_MAX_SUBARGS;  // a command not yet available takes any arguments
 
 // The commands of the usage list, in usage order.
-const std::vector<CommandSpec> kCommands = {
+const std::vector<CommandEntry> kCommands = {
     {TARN_CMD_GENERAL, {"g"}, "[hba]", "General host information",
      "Shows the host (name, operating system, device library and the backend\n"
      "that answers it) and one line per selected adapter port: instance, model,\n"
@@ -203,9 +203,9 @@ const std::vector<CommandSpec> kCommands = {
 void Print(const std::string &text) { scfxPrint(text.c_str()); }
 
 // Shown in the usage's list of commands: what this version runs, and help.
-bool Listed(const CommandSpec &c) { return c.walk != nullptr || c.id == TARN_CMD_HELP; }
+bool Listed(const CommandEntry &c) { return c.walk != nullptr || c.id == TARN_CMD_HELP; }
 
-std::string Words(const CommandSpec &c, const char *separator) {
+std::string Words(const CommandEntry &c, const char *separator) {
     std::string words;
     for (const char *w : c.words) words += (words.empty() ? "-" : std::string(separator) + "-") + w;
     return words;
@@ -213,27 +213,27 @@ std::string Words(const CommandSpec &c, const char *separator) {
 
 }  // namespace
 
-const std::vector<CommandSpec> &Commands() { return kCommands; }
+const std::vector<CommandEntry> &Commands() { return kCommands; }
 
-const CommandSpec *FindCommand(const std::string &arg) {
+const CommandEntry *FindCommand(const std::string &arg) {
     if (arg.size() < 2 || (arg[0] != '-' && arg[0] != '/')) return nullptr;
-    for (const CommandSpec &c : kCommands)
+    for (const CommandEntry &c : kCommands)
         for (const char *w : c.words)
             if (strcasecmp(arg.c_str() + 1, w) == 0) return &c;
     return nullptr;
 }
 
-const CommandSpec *FindCommandById(int32_t id) {
-    for (const CommandSpec &c : kCommands)
+const CommandEntry *FindCommandById(int32_t id) {
+    for (const CommandEntry &c : kCommands)
         if (c.id == id) return &c;
     return nullptr;
 }
 
-std::string OptionWords(const CommandSpec &c) { return Words(c, "/"); }
+std::string OptionWords(const CommandEntry &c) { return Words(c, "/"); }
 
 std::string UsageText() {
     std::string text = "Usage: tarncli [switches] <command> [hba] [arguments]\n\nCommands:\n";
-    for (const CommandSpec &c : kCommands) {
+    for (const CommandEntry &c : kCommands) {
         if (!Listed(c)) continue;
         std::string synopsis = "  " + Words(c, ", ") + (c.grammar[0] != '\0' ? " " : "") + c.grammar;
         synopsis.resize(std::max<size_t>(synopsis.size() + 2, 32), ' ');
@@ -251,7 +251,7 @@ std::string UsageText() {
         "Options may also be written with \"/\" in place of \"-\".\n"
         "\n";
     std::string line = "Not available in this version:";
-    for (const CommandSpec &c : kCommands) {
+    for (const CommandEntry &c : kCommands) {
         if (Listed(c)) continue;
         const std::string word = " " + OptionWords(c);
         if (line.size() + word.size() > Sink::kWidth) {
@@ -260,12 +260,18 @@ std::string UsageText() {
         }
         line += word;
     }
-    text += line + ",\n  and the interactive menu (int).\n\n";
+    // The menu goes on the last line when it fits there.
+    const std::string menu = ", and the interactive menu (int).";
+    if (line.size() + menu.size() > Sink::kWidth) {
+        text += line + "\n";
+        line = " ";
+    }
+    text += line + menu + "\n\n";
     return text + kStatuses;
 }
 
 std::string CommandHelpText(int32_t id) {
-    const CommandSpec *c = FindCommandById(id);
+    const CommandEntry *c = FindCommandById(id);
     if (c == nullptr) return "";
     if (c->help == nullptr || (c->walk == nullptr && c->id != TARN_CMD_HELP))
         return OptionWords(*c) + "  " + c->summary + "\n\nThis command is not available in this version of tarncli.\n";
@@ -297,15 +303,15 @@ int32_t ProcessCommand(const TarnCommand *command) {
         ReportFailure(cmd.Output, TARN_STATUS_UNKNOWN_PARAM, "Error: No command given! Run 'tarncli -h' for the usage.");
         return TARN_STATUS_UNKNOWN_PARAM;
     }
-    const CommandSpec *spec = FindCommandById(cmd.Command);
-    if (spec == nullptr || spec->walk == nullptr) {
+    const CommandEntry *entry = FindCommandById(cmd.Command);
+    if (entry == nullptr || entry->walk == nullptr) {
         ReportFailure(cmd.Output, TARN_STATUS_NOT_PERMITTED,
-                      std::string(cmd.Option) + " (" + (spec != nullptr ? spec->summary : "") +
+                      std::string(cmd.Option) + " (" + (entry != nullptr ? entry->summary : "") +
                           "): not available in this version of tarncli.");
         return TARN_STATUS_NOT_PERMITTED;
     }
     const std::unique_ptr<Sink> sink = MakeSink(cmd.Output);
-    const Result result = spec->walk(cmd, *sink);
+    const Result result = entry->walk(cmd, *sink);
     if (result.status != 0) sink->Fail(result.status, result.message);
     else sink->Close();
     return result.status;

@@ -36,7 +36,7 @@ struct Result {
 
 using Walk = Result (*)(const TarnCommand &command, Sink &sink);
 
-struct CommandSpec {
+struct CommandEntry {
     int32_t id;                  // TarnCommandId
     std::vector<const char *> words;  // option words without '-' ("tp", "topology")
     const char *grammar;         // arguments, e.g. "[hba] [target-wwpn]"
@@ -49,12 +49,12 @@ struct CommandSpec {
     Walk walk;                   // null: not available in this version
 };
 
-const std::vector<CommandSpec> &Commands();
+const std::vector<CommandEntry> &Commands();
 // The command named by "-t" or "/t" (any case), or null.
-const CommandSpec *FindCommand(const std::string &argument);
-const CommandSpec *FindCommandById(int32_t id);
+const CommandEntry *FindCommand(const std::string &argument);
+const CommandEntry *FindCommandById(int32_t id);
 // "-t", or "-tp/-topology" for a command with two words.
-std::string OptionWords(const CommandSpec &command);
+std::string OptionWords(const CommandEntry &command);
 
 std::string UsageText();
 std::string CommandHelpText(int32_t id);

@@ -30,17 +30,17 @@ constexpr img::CardEntry kWrenCard{0x1077, 0x6A10, 0x1077, 0x0A16};
 // FCode 4.30, EFI 7.50 (the default host's card holds 9.12.01 and 3.67,
 // 4.21, 7.34).
 std::vector<uint8_t> NewerKiteImage() {
-    img::MultiImageSpec spec = img::SampleImage(img::ImageFamily::kKite, kKiteCard);
-    img::Component &fw = spec.components.at(img::ComponentIndex(spec, 0x01));
+    img::MultiImageRecipe recipe = img::SampleImage(img::ImageFamily::kKite, kKiteCard);
+    img::Component &fw = recipe.components.at(img::ComponentIndex(recipe, 0x01));
     fw.version = {9, 20, 5};
     fw.payload = img::BuildRiscFirmware(fw.version, 32, fw.payload.size());
-    img::Component &boot = spec.components.at(img::ComponentIndex(spec, 0x07));
+    img::Component &boot = recipe.components.at(img::ComponentIndex(recipe, 0x07));
     img::BootImages b;
     b.bios = img::BootImage{{3, 80, 0}, 0};
     b.fcode = img::BootImage{{4, 30, 0}, 0};
     b.efi = img::BootImage{{7, 50, 0}, 0};
     boot.payload = img::BuildExpansionRomChain(b, img::kVendorId, kKiteCard.deviceId);
-    return img::BuildMultiImage(spec);
+    return img::BuildMultiImage(recipe);
 }
 
 std::string Field(const std::string &text, const std::string &label) {
