@@ -43,7 +43,12 @@ const std::vector<CommandSpec> kCommands = {
      "PCI location and IDs, fabric name) followed by the vital product data of\n"
      "the card.  With \"vpd\", only the vital product data.\n",
      1, true, "vpd", nullptr, InfoReport},
-    {TARN_CMD_PARAMS, {"c"}, "[hba]", "HBA parameter settings", nullptr, kAny, true, nullptr, nullptr, nullptr},
+    {TARN_CMD_PARAMS, {"c"}, "[hba]", "HBA parameter settings",
+     "Shows the HBA parameters held in the NVRAM of each selected port, one line a\n"
+     "parameter: its display name and value, coded values with their meaning\n"
+     "(\"2 - Auto\").  Parameters the port's chip does not have are left out.\n"
+     "Virtual ports share their physical port's NVRAM and are passed over.\n",
+     0, true, nullptr, nullptr, HBAParamsReport},
     {TARN_CMD_TARGETS, {"t"}, "[hba] [target-wwpn]", "Attached devices (disks or tapes)",
      "Lists the targets each selected port sees: target number, WWPN, WWNN, port\n"
      "ID, type (Disk, Tape, NVMe, Array, ...), login status and LUN count, with\n"
@@ -62,13 +67,37 @@ const std::vector<CommandSpec> kCommands = {
      "and a total line.  Targets and LUNs count their paths; the total capacity\n"
      "counts a LUN seen through several paths once.\n",
      0, true, nullptr, nullptr, SummaryReport},
-    {TARN_CMD_MODIFY_PARAMS, {"n"}, "[hba]", "Modify HBA parameters", nullptr, kAny, true, nullptr, nullptr, nullptr},
+    {TARN_CMD_MODIFY_PARAMS, {"n"}, "hba NAME VALUE [NAME VALUE ...] | hba ACTION [FILE|OEM]",
+     "Modify HBA parameters",
+     "Changes the HBA parameters in the NVRAM of the selected ports.  NAME is a\n"
+     "parameter name or its two-letter alias (DataRate or DR, ConnectionOption or\n"
+     "CO, ...; see tarncli -c for the names); a switch may be given as Enable or\n"
+     "Disable.  Every name and value is checked before anything is written.\n"
+     "Actions:\n"
+     "  template [OEM]        load the port's NVRAM template (the board's OEM by\n"
+     "                        default)\n"
+     "  template-file FILE    load a template file\n"
+     "  restore-defaults      restore the default settings, keeping the port's\n"
+     "                        names and boot settings\n"
+     "  reset-defaults        reset to the defaults, keeping only the port's names\n"
+     "  save FILE             save the NVRAM image to FILE\n"
+     "  restore FILE          write an NVRAM image saved before\n"
+     "  global FILE           write the port's global NVRAM from FILE\n"
+     "A change that takes effect only after a reboot says so (XML: Reboot 1,\n"
+     "JSON: \"reboot_required\": true).  The exit status is 0 when the change was\n"
+     "written, else the status of the refusal (nothing written).\n",
+     TARN_MAX_SUBARGS, true, nullptr, nullptr, ModifyParamsReport},
     {TARN_CMD_PERSIST_BIND, {"p"}, "[hba]", "Persistent binding", nullptr, kAny, true, nullptr, nullptr, nullptr},
     {TARN_CMD_FLASH, {"b"}, "[hba]", "Boot code/firmware update from an image file", nullptr, kAny, true, nullptr,
      "node.hba.utility.flash.enable", nullptr},
     {TARN_CMD_DRIVER_UPDATE, {"d"}, "", "Driver update", nullptr, kAny, false, nullptr, nullptr, nullptr},
     {TARN_CMD_SELECT_LUNS, {"m"}, "[hba]", "Selective LUNs", nullptr, kAny, true, nullptr, nullptr, nullptr},
-    {TARN_CMD_BOOT_DEVICES, {"e"}, "[hba]", "Boot devices", nullptr, kAny, true, nullptr, nullptr, nullptr},
+    {TARN_CMD_BOOT_DEVICES, {"e"}, "[hba] [target lun [drive]]", "Boot devices",
+     "Shows the boot settings of each selected port (BIOS, selectable boot,\n"
+     "selective login, ...) and its FCP boot drives: drive number, target WWPN\n"
+     "and LUN.  With a target (its WWPN or its number in tarncli -t) and a LUN,\n"
+     "sets boot drive DRIVE (0-7, default 0, the primary) of one port.\n",
+     3, true, nullptr, nullptr, BootDevicesReport},
     {TARN_CMD_LED, {"a"}, "[hba]", "Port LED state and locate", nullptr, kAny, true, nullptr, nullptr, nullptr},
     {TARN_CMD_LOOPBACK, {"kl"}, "[hba]", "Loopback test", nullptr, kAny, true, nullptr, nullptr, nullptr},
     {TARN_CMD_RWBUFFER, {"kr"}, "[hba]", "Read/write buffer test", nullptr, kAny, true, nullptr, nullptr, nullptr},

@@ -126,6 +126,10 @@ public:
     virtual void Columns(const Table &) {}
     virtual void Row(const Table &table, const std::vector<Value> &cells) = 0;
     virtual void Xml(const std::function<void()> &) {}
+    // The command changed something that takes effect after a reboot: said
+    // when the document closes or fails (XML's Reboot element, JSON's
+    // "reboot_required").
+    virtual void Reboot() {}
 
     virtual void BeginObject(const char *) {}
     virtual void EndObject() {}

@@ -64,14 +64,17 @@ public:
     }
 
     void Close() override {
+        RebootMember();
         Member("status");
         line_ += "0";
         CloseAll();
     }
+    void Reboot() override { reboot_ = true; }
 
     void Fail(int32_t status, const std::string &message) override {
         if (levels_.empty()) Open();
         while (levels_.size() > 1) End();
+        RebootMember();
         Member("status");
         line_ += std::to_string(status);
         Member("error");
@@ -127,6 +130,14 @@ public:
     void EndTarget() override { EndItem(); }
 
 private:
+    bool reboot_ = false;
+
+    void RebootMember() {
+        if (!reboot_) return;
+        Member("reboot_required");
+        line_ += "true";
+    }
+
     struct Level {
         char close = '}';
         int members = 0;

@@ -14,9 +14,10 @@ public:
         XML_EmitMainHeader();
         open_ = true;
     }
-    void Close() override { XML_EmitStatusMessage(0, nullptr, 0, 0, 1); }
+    void Close() override { XML_EmitStatusMessage(0, nullptr, reboot_ ? 1 : 0, 0, 1); }
+    void Reboot() override { reboot_ = true; }
     void Fail(int32_t status, const std::string &message) override {
-        XML_EmitStatusMessage(status, message.c_str(), 0, open_ ? 0 : 1, 1);
+        XML_EmitStatusMessage(status, message.c_str(), reboot_ ? 1 : 0, open_ ? 0 : 1, 1);
     }
 
     void Field(const char *, const char *, const Value &, int) override {}
@@ -31,6 +32,7 @@ public:
 
 private:
     bool open_ = false;
+    bool reboot_ = false;
 };
 
 }  // namespace

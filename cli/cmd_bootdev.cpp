@@ -1,0 +1,145 @@
+// The boot-device command -e: shows the boot switches and FCP boot drives
+// of the selected ports, or sets one boot drive of one port.
+#include <cstring>
+#include <string>
+#include <vector>
+
+#include "cli/cmd_hbaparams.h"
+#include "cli/reports.h"
+#include "cli/xml.h"
+#include "config/nvram_config.h"
+#include "core/core.h"
+
+namespace vt::cli {
+
+uint64_t RowNumber(const config::ReportRow &row);  // cmd_hbaparams.cpp
+
+namespace {
+
+constexpr int kBootLabelWidth = 24;
+
+bool IsDriveRow(const config::ReportRow &row) { return row.element.rfind("BootDrive", 0) == 0; }
+
+std::string FailureText(uint32_t status) {
+    const char *text = config::ConfigErrorText();
+    return text != nullptr && text[0] != '\0' ? std::string(text) : "Error: status " + std::to_string(status);
+}
+
+// Sets drive `drive` (0 when null) of the one selected port to target and LUN.
+Result SetBootDrive(const TarnCommand &cmd, const SDMDevice *port) {
+    auto *d = const_cast<SDMDevice *>(port);
+    VTAPI_BootDeviceInfo info{};
+    config::ClearConfigErrorText();
+    uint32_t rc = GetBootDeviceInfo(d, &info, 1);
+    if (rc == 0)
+        rc = ParseBootDeviceParameters(d, cmd.SubArgs[0], cmd.SubArgs[1], cmd.SubArgCount > 2 ? cmd.SubArgs[2] : nullptr,
+                                       &info);
+    if (rc == 0) rc = SetBootDeviceInfo(d, &info);
+    if (rc != 0) return {int32_t(rc), FailureText(rc)};
+    return {};
+}
+
+}  // namespace
+
+Result BootDevicesReport(const TarnCommand &cmd, Sink &sink) {
+    if (cmd.SubArgCount == 1)
+        return {TARN_STATUS_UNKNOWN_PARAM, std::string("Error: Option ") + cmd.Option + " needs a LUN after the target!"};
+    Result result;
+    std::vector<const SDMDevice *> ports;
+    for (const SDMDevice *d : SelectPorts(cmd, result)) {
+        if (!isVirtualPortHBA(d)) ports.push_back(d);
+        else if (cmd.Selection != TARN_SELECT_ALL)
+            result = {int32_t(config::kVirtualPort),
+                      "Ignored virtual HBA (" + WwnText(d->DevicePortProperty.WWPN) + ")!"};
+    }
+    if (result.status != 0) return result;
+    if (ports.empty()) return {TARN_STATUS_NO_ADAPTER, "No compatible HBA(s) found in current system !"};
+    const bool setting = cmd.SubArgCount >= 2;
+    if (setting) {
+        if (cmd.Selection == TARN_SELECT_ALL)
+            return {TARN_STATUS_BAD_VALUE,
+                    std::string("Error: Option ") + cmd.Option + " sets the boot drive of one port: name the HBA!"};
+        result = SetBootDrive(cmd, ports[0]);
+        if (result.status != 0) return result;
+    }
+
+    std::vector<VTAPI_BootDeviceInfo> infos(ports.size());
+    for (size_t i = 0; i < ports.size(); ++i) {
+        auto *d = const_cast<SDMDevice *>(ports[i]);
+        config::ClearConfigErrorText();
+        uint32_t rc = GetBootDeviceInfo(d, &infos[i], 1);
+        std::vector<std::string> lines;
+        if (rc == 0) rc = config::BootDriveLines(d, infos[i], lines);  // refuses a port without ROM BIOS
+        if (rc != 0) return {int32_t(rc), FailureText(rc)};
+    }
+
+    static const Table kDrives = {
+        {"drive", "Drive", 5, 0, true},
+        {"name", "Use", 11, 2},
+        {"wwpn", "WWPN", 23, 2},
+        {"lun", "LUN", 5, 2, true},
+    };
+    static const char *kUse[] = {"Primary", "Alternate 1", "Alternate 2", "Alternate 3",
+                                 "Drive 4", "Drive 5", "Drive 6", "Drive 7"};
+    sink.Open();
+    if (setting) sink.Note("Boot device settings saved to HBA " + std::to_string(ports[0]->Instance) + ".");
+    ListScope list(sink, "ports");
+    for (size_t i = 0; i < ports.size(); ++i) {
+        const SDMDevice &d = *ports[i];
+        const VTAPI_BootDeviceInfo &info = infos[i];
+        PortScope port(sink, d, PortStyle::Heading);
+        {
+            ObjectScope settings(sink, "settings");
+            for (const config::ReportRow &row : config::BootDeviceReport(&d, info))
+                if (!IsDriveRow(row))
+                    sink.Field(row.element.c_str(), row.label.c_str(), Value::Number(RowNumber(row), row.value),
+                               kBootLabelWidth);
+        }
+        sink.Blank();
+        sink.Columns(kDrives);
+        sink.Rule('-');
+        {
+            ListScope drives(sink, "boot_drives");
+            for (uint32_t n = 0; n < info.DriveCount && n < 8; ++n) {
+                ItemScope item(sink);
+                sink.Row(kDrives, {Value::Number(n), Value::Text(kUse[n]), Value::Text(WwnText(info.Drives[n].WWPN)),
+                                   Value::Number(info.Drives[n].LUN)});
+            }
+        }
+        sink.Xml([&d, &info] { XML_EmitBootDeviceInfo(&d, &info); });
+    }
+    return result;
+}
+
+}  // namespace vt::cli
+
+/* ------------------------------------------------------------- XML emitters */
+
+namespace {
+
+void BootDeviceBody(const SDMDevice *device, const VTAPI_BootDeviceInfo *info) {
+    for (const vt::config::ReportRow &row : vt::config::BootDeviceReport(device, *info))
+        if (!vt::cli::IsDriveRow(row))
+            XML_PrintElement("\t", row.element.c_str(), std::to_string(vt::cli::RowNumber(row)).c_str());
+    for (uint32_t n = 0; n < info->DriveCount && n < 8; ++n)
+        vt::cli::XmlLine("\t<BootDevice Drive=\"%u\" WWPN=\"%s\" LUN=\"%u\" />", n,
+                         vt::cli::WwnText(info->Drives[n].WWPN).c_str(), info->Drives[n].LUN);
+}
+
+}  // namespace
+
+extern "C" {
+
+VTAPI_EXPORT void XML_EmitBootDeviceInfo(const SDMDevice *device, const VTAPI_BootDeviceInfo *info) {
+    if (bXmlOutPut2) {
+        XML_2_EmitBootDeviceInfo(device, info);
+        return;
+    }
+    if (device != nullptr && info != nullptr) BootDeviceBody(device, info);
+}
+
+VTAPI_EXPORT void XML_2_EmitBootDeviceInfo(const SDMDevice *device, const VTAPI_BootDeviceInfo *info) {
+    if (device != nullptr && info != nullptr) BootDeviceBody(device, info);
+}
+
+}  // extern "C"

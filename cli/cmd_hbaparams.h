@@ -1,0 +1,28 @@
+/*
+ * cli/cmd_hbaparams.h - XML emitters of the HBA-parameter (-c) and
+ * boot-device (-e) displays.  As every XML_Emit<Name>, the format-1 name
+ * hands over to its format-2 twin when bXmlOutPut2 is set.
+ */
+#ifndef VT_CLI_CMD_HBAPARAMS_H
+#define VT_CLI_CMD_HBAPARAMS_H
+
+#include "vtapi.h"
+#include "vtapi_api.h"
+#include "vtapi_cli.h"
+
+#ifdef __cplusplus
+extern "C" {
+#endif
+
+/* One element a parameter, "\t<Name>value</Name>", value as a number. */
+VTAPI_EXPORT void XML_EmitHBAParamSettings(const SDMDevice *device, const VTAPI_HBAParams *record);
+VTAPI_EXPORT void XML_2_EmitHBAParamSettings(const SDMDevice *device, const VTAPI_HBAParams *record);
+/* The boot switches as elements, then one BootDevice element a drive. */
+VTAPI_EXPORT void XML_EmitBootDeviceInfo(const SDMDevice *device, const VTAPI_BootDeviceInfo *info);
+VTAPI_EXPORT void XML_2_EmitBootDeviceInfo(const SDMDevice *device, const VTAPI_BootDeviceInfo *info);
+
+#ifdef __cplusplus
+}
+#endif
+
+#endif /* VT_CLI_CMD_HBAPARAMS_H */

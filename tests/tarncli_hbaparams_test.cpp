@@ -1,0 +1,299 @@
+// tarncli's NVRAM commands on the default simulated host: -c shows the HBA
+// parameters in text, XML 1, XML 2 and JSON with the same values; -n
+// changes them in one process and -c shows the change in the next; refusals
+// keep their statuses and messages and write nothing; save and restore give
+// the image back; -e shows and sets boot drives; and a tarncli -n killed at
+// any moment never leaves an NVRAM image with a wrong checksum.
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <time.h>
+#include <unistd.h>
+
+#include <map>
+#include <nlohmann/json.hpp>
+#include <random>
+#include <regex>
+#include <string>
+#include <vector>
+
+#include "testutil.h"
+#include "vtsdm.h"
+
+namespace {
+
+using nlohmann::json;
+using vttest::RunResult;
+
+constexpr const char kPort[] = "21:00:00:24:ff:7c:50:10";  // instance 0 of the default host
+
+// "Label : value" lines of a text report.
+std::map<std::string, std::string> TextFields(const std::string &out) {
+    std::map<std::string, std::string> fields;
+    for (const std::string &line : vttest::Lines(out)) {
+        const size_t colon = line.find(" : ");
+        if (colon == std::string::npos) continue;
+        std::string label = line.substr(0, colon);
+        while (!label.empty() && label.back() == ' ') label.pop_back();
+        fields.emplace(label, line.substr(colon + 3));
+    }
+    return fields;
+}
+
+// "\t<Name>value</Name>" elements of an XML report.
+std::map<std::string, std::string> XmlElements(const std::string &out) {
+    std::map<std::string, std::string> elements;
+    static const std::regex element(R"(^\t<(\w+)>([^<]*)</\1>$)");
+    std::smatch m;
+    for (const std::string &line : vttest::Lines(out))
+        if (std::regex_match(line, m, element)) elements.emplace(m[1].str(), m[2].str());
+    return elements;
+}
+
+class TarncliParamsTest : public ::testing::Test {
+protected:
+    void SetUp() override { setenv("VTSDM_HOST", vttest::BuildPath("data/default_host.json").c_str(), 1); }
+    void TearDown() override { unsetenv("VTSDM_HOST"); }
+
+    RunResult Tarn(std::vector<std::string> args) {
+        args.insert(args.begin(), vttest::BuildPath("bin/tarncli"));
+        return vttest::Run(args);
+    }
+    json Json(std::vector<std::string> args, int status = 0) {
+        args.insert(args.begin(), "-j");
+        const RunResult r = Tarn(args);
+        EXPECT_EQ(r.status, status) << r.out << r.err;
+        try {
+            return json::parse(r.out);
+        } catch (const json::exception &e) {
+            ADD_FAILURE() << e.what() << "\n" << r.out;
+            return json();
+        }
+    }
+    // The parameters of the port in all four forms, checked against each
+    // other; the JSON object is returned.
+    json ParamsInAllForms() {
+        const RunResult text = Tarn({"-c", kPort});
+        EXPECT_EQ(text.status, 0) << text.err;
+        const json doc = Json({"-c", kPort});
+        const RunResult xml1 = Tarn({"-x", "-c", kPort}), xml2 = Tarn({"-x2", "-c", kPort});
+        EXPECT_EQ(xml1.status, 0);
+        EXPECT_EQ(xml2.status, 0);
+        EXPECT_NE(xml1.out.find("WWPN=\"21:00:00:24:ff:7c:50:10\""), std::string::npos) << xml1.out;
+        EXPECT_NE(xml2.out.find("<AppXmlVersion>2.0</AppXmlVersion>"), std::string::npos);
+        EXPECT_NE(xml2.out.find("<HBA Instance=\"0\""), std::string::npos) << xml2.out;
+        EXPECT_NE(xml1.out.find("    <Status> 0 </Status>\n    <Reboot> 0 </Reboot>\n</Vantor>"), std::string::npos);
+
+        const json &params = doc.at("ports").at(0).at("parameters");
+        const auto fields = TextFields(text.out);
+        const auto x1 = XmlElements(xml1.out), x2 = XmlElements(xml2.out);
+        EXPECT_EQ(x1, x2);
+        EXPECT_EQ(x1.size(), params.size());
+        for (const auto &[name, value] : params.items()) {
+            ASSERT_TRUE(value.is_number()) << name;
+            EXPECT_EQ(x1.count(name), 1u) << name;
+            if (x1.count(name)) EXPECT_EQ(x1.at(name), std::to_string(value.get<int64_t>())) << name;
+        }
+        // Text: the same number of rows, and each value the number stands for.
+        EXPECT_GE(fields.size(), params.size());
+        const std::map<std::string, std::string> labels = {
+            {"Login Retry Count", "LoginRetryCount"}, {"Execution Throttle", "ExecutionThrottle"},
+            {"Port Down Retry Count", "PortDownRetryCount"}, {"Frame Size", "FrameSize"}};
+        for (const auto &[label, key] : labels) {
+            EXPECT_EQ(fields.at(label), std::to_string(params.at(key).get<int>())) << label;
+        }
+        EXPECT_EQ(fields.at("Data Rate").substr(0, fields.at("Data Rate").find(' ')),
+                  std::to_string(params.at("DataRate").get<int>()));
+        EXPECT_EQ(fields.at("Enable Host HBA BIOS"), params.at("EnableBIOS").get<int>() ? "Enabled" : "Disabled");
+        return params;
+    }
+    std::vector<uint8_t> Nvram() {
+        uint32_t h = 0;
+        std::vector<uint8_t> image(512);
+        EXPECT_EQ(SDOpenDevice(0, &h), SDERR_NONE);
+        EXPECT_EQ(SDGetNVRam(h, 0, 1, image.data(), 512), SDERR_NONE);
+        SDCloseDevice(h);
+        return image;
+    }
+    static bool ChecksumOk(const std::vector<uint8_t> &img) {
+        uint32_t sum = 0;
+        for (size_t i = 0; i < 512; i += 4)
+            sum += uint32_t(img[i]) | uint32_t(img[i + 1]) << 8 | uint32_t(img[i + 2]) << 16 | uint32_t(img[i + 3]) << 24;
+        return sum == 0;
+    }
+
+    vttest::SysrootScope sysroot_;
+};
+
+TEST_F(TarncliParamsTest, ChangeByNameAndAliasShowsInTheNextProcessInEveryForm) {
+    const json before = ParamsInAllForms();
+    ASSERT_NE(before.at("LoginRetryCount").get<int>(), 17);
+
+    RunResult r = Tarn({"-n", kPort, "LR", "17", "ExecutionThrottle", "99", "enablebios", "Disable"});
+    EXPECT_EQ(r.status, 0) << r.out << r.err;
+    EXPECT_NE(r.out.find("HBA Parameters update complete. Changes have been saved to HBA 0."), std::string::npos)
+        << r.out;
+    const json after = ParamsInAllForms();
+    EXPECT_EQ(after.at("LoginRetryCount"), 17);
+    EXPECT_EQ(after.at("ExecutionThrottle"), 99);
+    EXPECT_EQ(after.at("EnableBIOS"), 0);
+    // Nothing else moved.
+    json rest = after, old = before;
+    for (const char *k : {"LoginRetryCount", "ExecutionThrottle", "EnableBIOS"}) {
+        rest.erase(k);
+        old.erase(k);
+    }
+    EXPECT_EQ(rest, old);
+    EXPECT_TRUE(ChecksumOk(Nvram()));
+
+    // The change in the JSON and XML forms of -n itself.
+    const json doc = Json({"-n", kPort, "LoginRetryCount", "18"});
+    EXPECT_EQ(doc.at("status"), 0);
+    EXPECT_FALSE(doc.contains("reboot_required"));
+    r = Tarn({"-x2", "-n", kPort, "LR", "19"});
+    EXPECT_EQ(r.status, 0);
+    EXPECT_NE(r.out.find("    <Status> 0 </Status>\n    <Reboot> 0 </Reboot>\n</Vantor>\n"), std::string::npos) << r.out;
+    EXPECT_EQ(Json({"-c", kPort}).at("ports").at(0).at("parameters").at("LoginRetryCount"), 19);
+}
+
+TEST_F(TarncliParamsTest, RebootNeedingChangeSaysSoAndStillSucceeds) {
+    RunResult r = Tarn({"-n", kPort, "DR", "2"});
+    EXPECT_EQ(r.status, 0) << r.out << r.err;
+    EXPECT_NE(r.out.find("Changes have been saved to HBA 0 and a reboot is required."), std::string::npos) << r.out;
+    r = Tarn({"-x", "-n", kPort, "DataRate", "4"});
+    EXPECT_EQ(r.status, 0);
+    EXPECT_NE(r.out.find("    <Status> 0 </Status>\n    <Reboot> 1 </Reboot>\n</Vantor>\n"), std::string::npos) << r.out;
+    const json doc = Json({"-n", kPort, "DR", "2"});
+    EXPECT_EQ(doc.at("reboot_required"), true);
+    EXPECT_EQ(Json({"-c", kPort}).at("ports").at(0).at("parameters").at("DataRate"), 2);
+}
+
+// Every refusal keeps its status and message in every form, and the NVRAM
+// is not touched, even when a valid pair came first.
+TEST_F(TarncliParamsTest, RefusalsKeepStatusAndMessageAndWriteNothing) {
+    const std::vector<uint8_t> image = Nvram();
+    struct Case {
+        std::vector<std::string> args;
+        int status;
+        std::string message;
+    };
+    const std::vector<Case> cases = {
+        {{"LR", "5", "Bogus", "1"}, 60, "Invalid option 'Bogus'!"},
+        {{"LR", "5", "FE", "1"}, 60, "Unsupported HBA parameter 'Fast Error Reporting' (Driver/OS limitation)!"},
+        {{"LinkDownError", "0"}, 60, "Unsupported HBA parameter 'Link Down Error' (Driver/OS limitation)!"},
+        // The message says 0 to 5 although 6 and 7 pass the value check.
+        {{"LR", "5", "DR", "8"}, 48, "Invalid input, data rate must be from 0 to 5!"},
+        {{"FrameSize", "4096"}, 48, "Frame size"},
+        {{"HardLoopID", "Enable"}, 48, "Invalid HBA parameter name/value!"},
+        // Passes the name check, then every value is refused without a message of its own.
+        {{"EO", "1"}, 48, "Invalid HBA parameter name/value!"},
+        {{"LR"}, 60, "Error: Parameter 'LR' has no value!"},
+        {{"save"}, 60, "Error: Wrong number of arguments for 'save'"},
+    };
+    for (const Case &c : cases) {
+        std::vector<std::string> args = {"-n", kPort};
+        args.insert(args.end(), c.args.begin(), c.args.end());
+        const RunResult text = Tarn(args);
+        EXPECT_EQ(text.status, c.status) << c.args[0] << "\n" << text.out << text.err;
+        EXPECT_NE((text.out + text.err).find(c.message), std::string::npos) << c.message << "\n" << text.out << text.err;
+        const json doc = Json(args, c.status);
+        EXPECT_EQ(doc.value("status", -1), c.status);
+        EXPECT_NE(doc.value("error", std::string()).find(c.message), std::string::npos) << doc.dump();
+        args.insert(args.begin(), "-x");
+        const RunResult xml = Tarn(args);
+        EXPECT_EQ(xml.status, c.status);
+        EXPECT_NE(xml.out.find("    <Status> " + std::to_string(c.status) + " </Status>"), std::string::npos) << xml.out;
+        EXPECT_NE(xml.out.find("    <ErrorMsg> "), std::string::npos);
+    }
+    EXPECT_EQ(Nvram(), image);
+}
+
+// The alias "PD" names two rows of the table and sets both; the parser's
+// own "PS" sets only PortDisable.
+TEST_F(TarncliParamsTest, SharedAliasPDSetsBothRows) {
+    const json before = Json({"-c", kPort}).at("ports").at(0).at("parameters");
+    ASSERT_TRUE(before.contains("PortDisable"));
+    ASSERT_EQ(before.at("PortDisable"), 0);
+    RunResult r = Tarn({"-n", kPort, "PD", "1"});
+    EXPECT_EQ(r.status, 0) << r.out << r.err;
+    json after = Json({"-c", kPort}).at("ports").at(0).at("parameters");
+    EXPECT_EQ(after.at("PortDownRetryCount"), 1);
+    EXPECT_EQ(after.at("PortDisable"), 1);
+
+    r = Tarn({"-n", kPort, "PS", "0", "PortDownRetryCount", "30"});
+    EXPECT_EQ(r.status, 0) << r.out << r.err;
+    after = Json({"-c", kPort}).at("ports").at(0).at("parameters");
+    EXPECT_EQ(after.at("PortDownRetryCount"), 30);
+    EXPECT_EQ(after.at("PortDisable"), 0);
+}
+
+TEST_F(TarncliParamsTest, SaveChangeRestoreGivesTheImageBack) {
+    const std::string file = sysroot_.path("/tmp/port0.nvram");
+    const std::vector<uint8_t> original = Nvram();
+    RunResult r = Tarn({"-n", kPort, "save", file});
+    EXPECT_EQ(r.status, 0) << r.out << r.err;
+    EXPECT_NE(r.out.find("HBA Parameters saved successfully (HBA 0 - "), std::string::npos) << r.out;
+    const std::string saved = vttest::ReadFile(file);
+    ASSERT_EQ(saved.size(), 512u);
+    EXPECT_EQ(std::vector<uint8_t>(saved.begin(), saved.end()), original);
+
+    ASSERT_EQ(Tarn({"-n", kPort, "LR", "3", "ET", "7"}).status, 0);
+    EXPECT_NE(Nvram(), original);
+    r = Tarn({"-n", kPort, "restore", file});
+    EXPECT_EQ(r.status, 0) << r.out << r.err;
+    EXPECT_EQ(Nvram(), original);
+
+    // A file of the wrong size is refused and writes nothing.
+    vttest::WriteFile(sysroot_.path("/tmp/short.nvram"), std::string(300, '\0'));
+    r = Tarn({"-n", kPort, "restore", sysroot_.path("/tmp/short.nvram")});
+    EXPECT_EQ(r.status, 13);
+    EXPECT_NE(r.err.find("NVRAM file must be 256 or 512 bytes"), std::string::npos) << r.err;
+    EXPECT_EQ(Nvram(), original);
+}
+
+TEST_F(TarncliParamsTest, BootDevicesShowAndSet) {
+    const json targets = Json({"-t", kPort}).at("ports").at(0).at("targets");
+    ASSERT_FALSE(targets.empty());
+    const std::string target = targets.at(0).at("wwpn");
+
+    RunResult r = Tarn({"-e", kPort, target, "3", "1"});
+    EXPECT_EQ(r.status, 0) << r.out << r.err;
+    const json doc = Json({"-e", kPort});
+    const json &drives = doc.at("ports").at(0).at("boot_drives");
+    ASSERT_GE(drives.size(), 4u);
+    EXPECT_EQ(drives.at(1).at("wwpn"), target);
+    EXPECT_EQ(drives.at(1).at("lun"), 3);
+    const RunResult xml = Tarn({"-x2", "-e", kPort});
+    EXPECT_NE(xml.out.find("\t<BootDevice Drive=\"1\" WWPN=\"" + target + "\" LUN=\"3\" />"), std::string::npos)
+        << xml.out;
+    const RunResult text = Tarn({"-e", kPort});
+    EXPECT_TRUE(std::regex_search(text.out, std::regex("\n +1  Alternate 1 +" + target + " +3\n"))) << text.out;
+
+    r = Tarn({"-e", kPort, "22:00:00:00:00:00:00:99", "0"});
+    EXPECT_NE(r.status, 0);
+    EXPECT_EQ(Json({"-e", kPort}).at("ports").at(0).at("boot_drives"), drives);
+}
+
+// tarncli -n killed with SIGKILL at random moments, 200 times: the port's
+// image always has a valid checksum, and many of the runs changed it.
+TEST_F(TarncliParamsTest, KilledModifyNeverLeavesABadChecksum) {
+    std::mt19937 random(20261123);
+    std::uniform_int_distribution<int> delayUs(0, 60000);
+    int changed = 0;
+    std::vector<uint8_t> last = Nvram();
+    ASSERT_TRUE(ChecksumOk(last));
+    for (int run = 0; run < 200; ++run) {
+        vttest::ChildGuard child = vttest::Spawn(
+            {vttest::BuildPath("bin/tarncli"), "-s", "-n", kPort, "LR", std::to_string(run % 250), "ET",
+             std::to_string(run + 1)});
+        const struct timespec pause = {0, long(delayUs(random)) * 1000L};
+        nanosleep(&pause, nullptr);
+        child.Kill();
+        const std::vector<uint8_t> image = Nvram();
+        ASSERT_TRUE(ChecksumOk(image)) << "run " << run;
+        changed += image != last;
+        last = image;
+    }
+    EXPECT_GT(changed, 20);
+}
+
+}  // namespace
