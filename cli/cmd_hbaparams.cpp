@@ -205,6 +205,8 @@ Result ModifyParamsReport(const TarnCommand &cmd, Sink &sink) {
         const uint32_t rc = Apply(req, Writable(d), message);
         if (rc != 0) return {int32_t(rc), message};
         PortScope port(sink, *d, PortStyle::Row);
+        sink.JsonField("instance", Value::Number(d->Instance));
+        sink.JsonField("wwpn", Value::Text(WwnText(d->DevicePortProperty.WWPN)));
         sink.Line({{"message", "", Value::Text(message)}});
         if (NeedsReboot(req, message)) sink.Reboot();
     }
