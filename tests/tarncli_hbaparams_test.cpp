@@ -6,6 +6,8 @@
 // any moment never leaves an NVRAM image with a wrong checksum.
 #include <fcntl.h>
 #include <gtest/gtest.h>
+#include <signal.h>
+#include <sys/wait.h>
 #include <time.h>
 #include <unistd.h>
 
@@ -220,6 +222,40 @@ TEST_F(TarncliParamsTest, RefusalsKeepStatusAndMessageAndWriteNothing) {
     EXPECT_EQ(Nvram(), image);
 }
 
+// A locked port, a port in maintenance mode and a failing NVRAM write refuse
+// the change with their statuses and leave the image as it was.
+TEST_F(TarncliParamsTest, LockedOrFailingPortKeepsItsNvram) {
+    const std::vector<uint8_t> image = Nvram();
+    const auto sim = [](std::vector<std::string> args) {
+        args.insert(args.begin(), vttest::BuildPath("bin/vtsdm-sim"));
+        const RunResult r = vttest::Run(args);
+        ASSERT_EQ(r.status, 0) << r.err;
+    };
+    sim({"flags", "0", "lockdown=on"});
+    RunResult r = Tarn({"-n", kPort, "LR", "5"});
+    EXPECT_EQ(r.status, 66);
+    EXPECT_NE(r.err.find("Unable to apply new settings to HBA HBA 0 (VT2912). Change is not permitted!"),
+              std::string::npos)
+        << r.err;
+    const json doc = Json({"-n", kPort, "restore-defaults"}, 66);
+    EXPECT_EQ(doc.value("status", -1), 66);
+    sim({"flags", "0", "lockdown=off", "maintenance=on"});
+    r = Tarn({"-n", kPort, "LR", "5"});
+    EXPECT_EQ(r.status, 66);
+    EXPECT_NE(r.err.find("Command not supported when adapter port in maintenance mode (HBA 0 - VT2912)!"),
+              std::string::npos)
+        << r.err;
+    sim({"flags", "0", "maintenance=off"});
+    sim({"nvram", "0", "write-faults", "1"});
+    r = Tarn({"-n", kPort, "LR", "5"});
+    EXPECT_NE(r.status, 0);
+    EXPECT_NE(r.err.find("Failed to update HBA parameters of selected HBA 0!"), std::string::npos) << r.err;
+    EXPECT_EQ(Nvram(), image);
+    // The fault was used up: the same change now goes through.
+    EXPECT_EQ(Tarn({"-n", kPort, "LR", "5"}).status, 0);
+    EXPECT_NE(Nvram(), image);
+}
+
 // The alias "PD" names two rows of the table and sets both; the parser's
 // own "PS" sets only PortDisable.
 TEST_F(TarncliParamsTest, SharedAliasPDSetsBothRows) {
@@ -291,7 +327,7 @@ TEST_F(TarncliParamsTest, BootDevicesShowAndSet) {
 TEST_F(TarncliParamsTest, KilledModifyNeverLeavesABadChecksum) {
     std::mt19937 random(20261123);
     std::uniform_int_distribution<int> delayUs(0, 60000);
-    int changed = 0;
+    int changed = 0, killed = 0;
     std::vector<uint8_t> last = Nvram();
     ASSERT_TRUE(ChecksumOk(last));
     for (int run = 0; run < 200; ++run) {
@@ -300,13 +336,16 @@ TEST_F(TarncliParamsTest, KilledModifyNeverLeavesABadChecksum) {
              std::to_string(run + 1)});
         const struct timespec pause = {0, long(delayUs(random)) * 1000L};
         nanosleep(&pause, nullptr);
-        child.Kill();
+        const int status = child.Kill();
+        killed += WIFSIGNALED(status) && WTERMSIG(status) == SIGKILL;
         const std::vector<uint8_t> image = Nvram();
         ASSERT_TRUE(ChecksumOk(image)) << "run " << run;
         changed += image != last;
         last = image;
     }
+    // Both kinds of run happened: killed on the way, and finished.
     EXPECT_GT(changed, 20);
+    EXPECT_GT(killed, 20);
 }
 
 }  // namespace
