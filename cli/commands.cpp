@@ -67,7 +67,7 @@ const std::vector<CommandSpec> kCommands = {
      "and a total line.  Targets and LUNs count their paths; the total capacity\n"
      "counts a LUN seen through several paths once.\n",
      0, true, nullptr, nullptr, SummaryReport},
-    {TARN_CMD_MODIFY_PARAMS, {"n"}, "hba NAME VALUE [NAME VALUE ...] | hba ACTION [FILE|OEM]",
+    {TARN_CMD_MODIFY_PARAMS, {"n"}, "hba NAME VALUE [NAME VALUE ...] | hba ACTION",
      "Modify HBA parameters",
      "Changes the HBA parameters in the NVRAM of the selected ports.  NAME is a\n"
      "parameter name or its two-letter alias (DataRate or DR, ConnectionOption or\n"
