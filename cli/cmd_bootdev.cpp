@@ -12,18 +12,11 @@
 
 namespace vt::cli {
 
-uint64_t RowNumber(const config::ReportRow &row);  // cmd_hbaparams.cpp
-
 namespace {
 
 constexpr int kBootLabelWidth = 24;
 
 bool IsDriveRow(const config::ReportRow &row) { return row.element.rfind("BootDrive", 0) == 0; }
-
-std::string FailureText(uint32_t status) {
-    const char *text = config::ConfigErrorText();
-    return text != nullptr && text[0] != '\0' ? std::string(text) : "Error: status " + std::to_string(status);
-}
 
 // Sets drive `drive` (0 when null) of the one selected port to target and LUN.
 Result SetBootDrive(const TarnCommand &cmd, const SDMDevice *port) {
@@ -35,7 +28,7 @@ Result SetBootDrive(const TarnCommand &cmd, const SDMDevice *port) {
         rc = ParseBootDeviceParameters(d, cmd.SubArgs[0], cmd.SubArgs[1], cmd.SubArgCount > 2 ? cmd.SubArgs[2] : nullptr,
                                        &info);
     if (rc == 0) rc = SetBootDeviceInfo(d, &info);
-    if (rc != 0) return {int32_t(rc), FailureText(rc)};
+    if (rc != 0) return {int32_t(rc), ConfigFailureText(rc)};
     return {};
 }
 
@@ -45,15 +38,8 @@ Result BootDevicesReport(const TarnCommand &cmd, Sink &sink) {
     if (cmd.SubArgCount == 1)
         return {TARN_STATUS_UNKNOWN_PARAM, std::string("Error: Option ") + cmd.Option + " needs a LUN after the target!"};
     Result result;
-    std::vector<const SDMDevice *> ports;
-    for (const SDMDevice *d : SelectPorts(cmd, result)) {
-        if (!isVirtualPortHBA(d)) ports.push_back(d);
-        else if (cmd.Selection != TARN_SELECT_ALL)
-            result = {int32_t(config::kVirtualPort),
-                      "Ignored virtual HBA (" + WwnText(d->DevicePortProperty.WWPN) + ")!"};
-    }
+    const auto ports = NvramPorts(cmd, result);
     if (result.status != 0) return result;
-    if (ports.empty()) return {TARN_STATUS_NO_ADAPTER, "No compatible HBA(s) found in current system !"};
     const bool setting = cmd.SubArgCount >= 2;
     if (setting) {
         if (cmd.Selection == TARN_SELECT_ALL)
@@ -70,7 +56,7 @@ Result BootDevicesReport(const TarnCommand &cmd, Sink &sink) {
         uint32_t rc = GetBootDeviceInfo(d, &infos[i], 1);
         std::vector<std::string> lines;
         if (rc == 0) rc = config::BootDriveLines(d, infos[i], lines);  // refuses a port without ROM BIOS
-        if (rc != 0) return {int32_t(rc), FailureText(rc)};
+        if (rc != 0) return {int32_t(rc), ConfigFailureText(rc)};
     }
 
     static const Table kDrives = {

@@ -18,12 +18,28 @@ namespace vt::cli {
 
 using config::ReportRow;
 
-// The number a display row stands for: switches as 1 or 0, coded values
-// ("2 - Auto") by their code.
 uint64_t RowNumber(const ReportRow &row) {
     if (row.value == "Enabled") return 1;
     if (row.value == "Disabled") return 0;
     return std::strtoull(row.value.c_str(), nullptr, 10);
+}
+
+std::vector<const SDMDevice *> NvramPorts(const TarnCommand &cmd, Result &result) {
+    std::vector<const SDMDevice *> ports;
+    for (const SDMDevice *d : SelectPorts(cmd, result)) {
+        if (!isVirtualPortHBA(d)) ports.push_back(d);
+        else if (cmd.Selection != TARN_SELECT_ALL)
+            result = {int32_t(config::kVirtualPort),
+                      "Ignored virtual HBA (" + WwnText(d->DevicePortProperty.WWPN) + ")!"};
+    }
+    if (result.status == 0 && ports.empty())
+        result = {TARN_STATUS_NO_ADAPTER, "No compatible HBA(s) found in current system !"};
+    return ports;
+}
+
+std::string ConfigFailureText(uint32_t status) {
+    const char *text = config::ConfigErrorText();
+    return text != nullptr && text[0] != '\0' ? std::string(text) : "Error: status " + std::to_string(status);
 }
 
 namespace {
@@ -31,28 +47,6 @@ namespace {
 constexpr int kParamLabelWidth = 40;
 
 SDMDevice *Writable(const SDMDevice *d) { return const_cast<SDMDevice *>(d); }
-
-std::string VirtualPortText(const SDMDevice &d) {
-    return "Ignored virtual HBA (" + WwnText(d.DevicePortProperty.WWPN) + ")!";
-}
-
-// The ports a configuration command works on: virtual ports share their
-// physical port's NVRAM, so "all" passes over them and naming one fails.
-std::vector<const SDMDevice *> PhysicalPorts(const TarnCommand &cmd, Result &result) {
-    std::vector<const SDMDevice *> ports;
-    for (const SDMDevice *d : SelectPorts(cmd, result)) {
-        if (!isVirtualPortHBA(d)) ports.push_back(d);
-        else if (cmd.Selection != TARN_SELECT_ALL) result = {int32_t(config::kVirtualPort), VirtualPortText(*d)};
-    }
-    if (result.status == 0 && ports.empty())
-        result = {TARN_STATUS_NO_ADAPTER, "No compatible HBA(s) found in current system !"};
-    return ports;
-}
-
-std::string ErrorText(uint32_t status) {
-    const char *text = config::ConfigErrorText();
-    return text != nullptr && text[0] != '\0' ? std::string(text) : "Error: status " + std::to_string(status);
-}
 
 /* ------------------------------------------------------------------ -n */
 
@@ -123,7 +117,7 @@ uint32_t Apply(const Request &req, SDMDevice *d, std::string &message) {
     switch (req.action) {
     case Action::Set:
         rc = UpdateUserNVRAMConfig(d, User_NVRam_Entry, 0);
-        message = rc == 0 ? config::ConfigCompletionText(d) : ErrorText(rc);
+        message = rc == 0 ? config::ConfigCompletionText(d) : ConfigFailureText(rc);
         return rc;
     case Action::Template:
     case Action::TemplateFile: {
@@ -131,7 +125,7 @@ uint32_t Apply(const Request &req, SDMDevice *d, std::string &message) {
                                                                             : config::OemOfDevice(d);
         rc = req.action == Action::Template ? LoadHBAParametersFromTemplateFile(d, oem)
                                             : UpdateHBAParametersFromTemplateFile(d, req.file.c_str(), oem);
-        message = rc == 0 ? config::TemplateResultText(0, d, req.file) : ErrorText(rc);
+        message = rc == 0 ? config::TemplateResultText(0, d, req.file) : ConfigFailureText(rc);
         return rc;
     }
     case Action::RestoreDefaults: rc = RestoreDefaultNVRAM(d); break;
@@ -146,7 +140,7 @@ uint32_t Apply(const Request &req, SDMDevice *d, std::string &message) {
         break;
     case Action::Global: rc = UpdateAdapterGlobalNVRAMFromFile(d, req.file.c_str()); break;
     }
-    message = ErrorText(rc);
+    message = ConfigFailureText(rc);
     return rc;
 }
 
@@ -166,7 +160,7 @@ Result HBAParamsReport(const TarnCommand &cmd, Sink &sink) {
         return {TARN_STATUS_UNKNOWN_PARAM,
                 std::string("Error: Unexpected argument '") + cmd.SubArgs[0] + "' for option " + cmd.Option + "!"};
     Result result;
-    const auto ports = PhysicalPorts(cmd, result);
+    const auto ports = NvramPorts(cmd, result);
     if (result.status != 0) return result;
     // Every port is read before anything is shown, so that a failure is a
     // document of its own.
@@ -174,7 +168,7 @@ Result HBAParamsReport(const TarnCommand &cmd, Sink &sink) {
     for (size_t i = 0; i < ports.size(); ++i) {
         config::ClearConfigErrorText();
         const uint32_t rc = GetHBAParamsInfo(Writable(ports[i]), &records[i], nullptr, 0);
-        if (rc != 0) return {int32_t(rc), ErrorText(rc)};
+        if (rc != 0) return {int32_t(rc), ConfigFailureText(rc)};
     }
     sink.Open();
     ListScope list(sink, "ports");
@@ -196,7 +190,7 @@ Result ModifyParamsReport(const TarnCommand &cmd, Sink &sink) {
     Request req;
     Result result = ParseRequest(cmd, req);
     if (result.status != 0) return result;
-    const auto ports = PhysicalPorts(cmd, result);
+    const auto ports = NvramPorts(cmd, result);
     if (result.status != 0) return result;
     sink.Open();
     ListScope list(sink, "ports");

@@ -23,6 +23,25 @@ VTAPI_EXPORT void XML_2_EmitBootDeviceInfo(const SDMDevice *device, const VTAPI_
 
 #ifdef __cplusplus
 }
+
+#include <string>
+#include <vector>
+
+#include "cli/commands.h"
+#include "config/nvram_config.h"
+
+namespace vt::cli {
+
+// The number a display row stands for: switches as 1 or 0, coded values
+// ("2 - Auto") by their code.
+uint64_t RowNumber(const config::ReportRow &row);
+// The ports an NVRAM command works on: virtual ports share their physical
+// port's NVRAM, so "all" passes over them and naming one fails (286).
+std::vector<const SDMDevice *> NvramPorts(const TarnCommand &command, Result &result);
+// The configuration layer's text for a failure, or the status as text.
+std::string ConfigFailureText(uint32_t status);
+
+}  // namespace vt::cli
 #endif
 
 #endif /* VT_CLI_CMD_HBAPARAMS_H */
