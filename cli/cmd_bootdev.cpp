@@ -37,6 +37,7 @@ Result SetBootDrive(const TarnCommand &cmd, const SDMDevice *port) {
 Result BootDevicesReport(const TarnCommand &cmd, Sink &sink) {
     if (cmd.SubArgCount == 1)
         return {TARN_STATUS_UNKNOWN_PARAM, std::string("Error: Option ") + cmd.Option + " needs a LUN after the target!"};
+    const DocumentQuiet quiet(cmd);
     Result result;
     const auto ports = NvramPorts(cmd, result);
     if (result.status != 0) return result;

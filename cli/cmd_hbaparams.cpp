@@ -13,6 +13,7 @@
 #include "cli/xml.h"
 #include "config/nvram_config.h"
 #include "core/core.h"
+#include "oss/oss.h"
 
 namespace vt::cli {
 
@@ -41,6 +42,12 @@ std::string ConfigFailureText(uint32_t status) {
     const char *text = config::ConfigErrorText();
     return text != nullptr && text[0] != '\0' ? std::string(text) : "Error: status " + std::to_string(status);
 }
+
+DocumentQuiet::DocumentQuiet(const TarnCommand &cmd) : saved_(g_bOperateInQuietMode) {
+    if (cmd.Output != TARN_OUTPUT_TEXT) g_bOperateInQuietMode = 1;
+}
+
+DocumentQuiet::~DocumentQuiet() { g_bOperateInQuietMode = saved_; }
 
 namespace {
 
@@ -159,6 +166,7 @@ Result HBAParamsReport(const TarnCommand &cmd, Sink &sink) {
     if (cmd.SubArgCount > 0)
         return {TARN_STATUS_UNKNOWN_PARAM,
                 std::string("Error: Unexpected argument '") + cmd.SubArgs[0] + "' for option " + cmd.Option + "!"};
+    const DocumentQuiet quiet(cmd);
     Result result;
     const auto ports = NvramPorts(cmd, result);
     if (result.status != 0) return result;
@@ -187,6 +195,7 @@ Result HBAParamsReport(const TarnCommand &cmd, Sink &sink) {
 }
 
 Result ModifyParamsReport(const TarnCommand &cmd, Sink &sink) {
+    const DocumentQuiet quiet(cmd);
     Request req;
     Result result = ParseRequest(cmd, req);
     if (result.status != 0) return result;

@@ -41,6 +41,19 @@ std::vector<const SDMDevice *> NvramPorts(const TarnCommand &command, Result &re
 // The configuration layer's text for a failure, or the status as text.
 std::string ConfigFailureText(uint32_t status);
 
+// Keeps the configuration layer's progress lines ("Info: Updating ...")
+// out of an XML or JSON document while it lives.
+class DocumentQuiet {
+public:
+    explicit DocumentQuiet(const TarnCommand &command);
+    ~DocumentQuiet();
+    DocumentQuiet(const DocumentQuiet &) = delete;
+    DocumentQuiet &operator=(const DocumentQuiet &) = delete;
+
+private:
+    int32_t saved_;
+};
+
 }  // namespace vt::cli
 #endif
 

@@ -220,6 +220,15 @@ TEST_F(TarncliParamsTest, RefusalsKeepStatusAndMessageAndWriteNothing) {
         EXPECT_NE(xml.out.find("    <ErrorMsg> "), std::string::npos);
     }
     EXPECT_EQ(Nvram(), image);
+
+    // A virtual port shares its physical port's NVRAM: named, it is refused
+    // (286, an exit status of 1); "all" passes over it.
+    const json vport = Json({"-n", "21:04:00:24:ff:7c:50:10", "LR", "5"}, 1);
+    EXPECT_EQ(vport.value("status", -1), 286);
+    EXPECT_EQ(vport.value("error", std::string()), "Ignored virtual HBA (21:04:00:24:ff:7c:50:10)!");
+    const json all = Json({"-c"}).at("ports");
+    EXPECT_EQ(all.size(), 6u);
+    for (const json &p : all) EXPECT_NE(p.at("wwpn"), "21:04:00:24:ff:7c:50:10");
 }
 
 // A locked port, a port in maintenance mode and a failing NVRAM write refuse
@@ -254,6 +263,42 @@ TEST_F(TarncliParamsTest, LockedOrFailingPortKeepsItsNvram) {
     // The fault was used up: the same change now goes through.
     EXPECT_EQ(Tarn({"-n", kPort, "LR", "5"}).status, 0);
     EXPECT_NE(Nvram(), image);
+}
+
+// On the host whose boards load NVRAM templates: loading the board's
+// template and restoring the defaults bring the template's values back; an
+// OEM name that matches none is the last table entry and is refused for this
+// chip; the progress line shows in text and stays out of XML and JSON.
+TEST_F(TarncliParamsTest, TemplateAndDefaultsOnATemplateBoard) {
+    setenv("VTSDM_HOST", vttest::BuildPath("data/hosts/nvram_templates.json").c_str(), 1);
+    const std::string port = "21:00:00:1b:32:16:00:00";
+    const auto value = [&](const char *key) {
+        return Json({"-c", port}).at("ports").at(0).at("parameters").at(key).get<int>();
+    };
+    const int defaultRetries = value("LoginRetryCount");
+    ASSERT_EQ(Tarn({"-n", port, "LR", std::to_string(defaultRetries + 1)}).status, 0);
+
+    RunResult r = Tarn({"-n", port, "template"});
+    EXPECT_EQ(r.status, 0) << r.out << r.err;
+    EXPECT_NE(r.out.find("Info: Updating HBA Parameters on HBA 0 - "), std::string::npos) << r.out;
+    EXPECT_NE(r.out.find("HBA Parameters update complete. Changes have been saved to HBA 0."), std::string::npos);
+    EXPECT_EQ(value("LoginRetryCount"), defaultRetries);
+
+    ASSERT_EQ(Tarn({"-n", port, "LR", std::to_string(defaultRetries + 2)}).status, 0);
+    r = Tarn({"-x", "-n", port, "restore-defaults"});
+    EXPECT_EQ(r.status, 0);
+    EXPECT_EQ(r.out.find("Info:"), std::string::npos) << r.out;
+    EXPECT_EQ(r.out.rfind("<?xml", 0), 0u) << r.out;
+    const json doc = Json({"-n", port, "LR", "3"});
+    EXPECT_EQ(doc.at("ports").at(0).at("message"), "HBA Parameters update complete. Changes have been saved to HBA 0.");
+    // The missing blank in "toHBA" is the message's own.
+    EXPECT_EQ(Json({"-n", port, "restore-defaults"}).at("ports").at(0).at("message"),
+              "HBA Parameters Restore Defaults Complete. Changes have been saved toHBA 0.");
+    EXPECT_EQ(value("LoginRetryCount"), defaultRetries);
+
+    r = Tarn({"-n", port, "template", "NoSuchOem"});
+    EXPECT_EQ(r.status, 61);
+    EXPECT_NE(r.err.find("Operation is not supported with current HBA 0 (VT1600)!"), std::string::npos) << r.err;
 }
 
 // The alias "PD" names two rows of the table and sets both; the parser's
