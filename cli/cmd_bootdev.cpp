@@ -32,6 +32,36 @@ Result SetBootDrive(const TarnCommand &cmd, const SDMDevice *port) {
     return {};
 }
 
+// The FC-NVMe boot drives in use, on ports whose adapter keeps a valid
+// FC-NVMe boot block (others show nothing of it).
+void NVMeBootDrives(Sink &sink, const SDMDevice &d) {
+    static const Table kNvme = {
+        {"drive", "NVMe Drive", 10, 0, true},
+        {"target_wwpn", "Target WWPN", 23, 2},
+        {"namespace_id", "Namespace", 9, 2, true},
+        {"nqn", "Subsystem NQN", 0, 2},
+    };
+    VTAPI_NVMeBootDeviceEntries block{};
+    if (GetNVMeBootDeviceEntries(const_cast<SDMDevice *>(&d), &block) != 0) return;
+    sink.Blank();
+    sink.Columns(kNvme);
+    sink.Rule('-');
+    uint32_t used = 0;
+    {
+        ListScope drives(sink, "nvme_boot_drives");
+        for (uint32_t n = 0; n < 8; ++n) {
+            const VTAPI_NVMeBootDrive &drive = block.Drives[n];
+            if ((drive.Flags & VTAPI_NVME_DRIVE_VALID) == 0) continue;
+            ++used;
+            ItemScope item(sink);
+            sink.Row(kNvme, {Value::Number(n), Value::Text(WwnText(drive.TargetWWPN)), Value::Number(drive.NamespaceID),
+                             Value::Text(FieldText(drive.NQN))});
+        }
+    }
+    if (used == 0) sink.Note("  (no FC-NVMe boot drives)");
+    sink.Xml([&d, &block] { XML_EmitNVMeBootDevices(&d, &block); });
+}
+
 }  // namespace
 
 Result BootDevicesReport(const TarnCommand &cmd, Sink &sink) {
@@ -94,6 +124,7 @@ Result BootDevicesReport(const TarnCommand &cmd, Sink &sink) {
             }
         }
         sink.Xml([&d, &info] { XML_EmitBootDeviceInfo(&d, &info); });
+        NVMeBootDrives(sink, d);
     }
     return result;
 }
@@ -113,6 +144,16 @@ void BootDeviceBody(const SDMDevice *device, const VTAPI_BootDeviceInfo *info) {
                          vt::cli::WwnText(info->Drives[n].WWPN).c_str(), info->Drives[n].LUN);
 }
 
+void NVMeBootBody(const VTAPI_NVMeBootDeviceEntries *block) {
+    for (uint32_t n = 0; n < 8; ++n) {
+        const VTAPI_NVMeBootDrive &drive = block->Drives[n];
+        if ((drive.Flags & VTAPI_NVME_DRIVE_VALID) == 0) continue;
+        vt::cli::XmlLine("\t<NVMeBootDevice Drive=\"%u\" WWPN=\"%s\" NamespaceID=\"%u\" NQN=\"%s\" />", n,
+                         vt::cli::WwnText(drive.TargetWWPN).c_str(), drive.NamespaceID,
+                         vt::cli::FieldText(drive.NQN).c_str());
+    }
+}
+
 }  // namespace
 
 extern "C" {
@@ -127,6 +168,18 @@ VTAPI_EXPORT void XML_EmitBootDeviceInfo(const SDMDevice *device, const VTAPI_Bo
 
 VTAPI_EXPORT void XML_2_EmitBootDeviceInfo(const SDMDevice *device, const VTAPI_BootDeviceInfo *info) {
     if (device != nullptr && info != nullptr) BootDeviceBody(device, info);
+}
+
+VTAPI_EXPORT void XML_EmitNVMeBootDevices(const SDMDevice *device, const VTAPI_NVMeBootDeviceEntries *block) {
+    if (bXmlOutPut2) {
+        XML_2_EmitNVMeBootDevices(device, block);
+        return;
+    }
+    if (block != nullptr) NVMeBootBody(block);
+}
+
+VTAPI_EXPORT void XML_2_EmitNVMeBootDevices(const SDMDevice *, const VTAPI_NVMeBootDeviceEntries *block) {
+    if (block != nullptr) NVMeBootBody(block);
 }
 
 }  // extern "C"

@@ -20,6 +20,9 @@ VTAPI_EXPORT void XML_2_EmitHBAParamSettings(const SDMDevice *device, const VTAP
 /* The boot switches as elements, then one BootDevice element a drive. */
 VTAPI_EXPORT void XML_EmitBootDeviceInfo(const SDMDevice *device, const VTAPI_BootDeviceInfo *info);
 VTAPI_EXPORT void XML_2_EmitBootDeviceInfo(const SDMDevice *device, const VTAPI_BootDeviceInfo *info);
+/* One NVMeBootDevice element a drive in use of the FC-NVMe boot block. */
+VTAPI_EXPORT void XML_EmitNVMeBootDevices(const SDMDevice *device, const VTAPI_NVMeBootDeviceEntries *block);
+VTAPI_EXPORT void XML_2_EmitNVMeBootDevices(const SDMDevice *device, const VTAPI_NVMeBootDeviceEntries *block);
 
 #ifdef __cplusplus
 }

@@ -362,6 +362,12 @@ TEST_F(TarncliParamsTest, BootDevicesShowAndSet) {
     const RunResult text = Tarn({"-e", kPort});
     EXPECT_TRUE(std::regex_search(text.out, std::regex("\n +1  Alternate 1 +" + target + " +3\n"))) << text.out;
 
+    // FC-NVMe boot drives: listed (none yet) where the adapter keeps the
+    // block, left out on older chips.
+    EXPECT_EQ(doc.at("ports").at(0).at("nvme_boot_drives"), json::array());
+    EXPECT_NE(text.out.find("(no FC-NVMe boot drives)"), std::string::npos);
+    EXPECT_FALSE(Json({"-e", "3"}).at("ports").at(0).contains("nvme_boot_drives"));
+
     r = Tarn({"-e", kPort, "22:00:00:00:00:00:00:99", "0"});
     EXPECT_NE(r.status, 0);
     EXPECT_EQ(Json({"-e", kPort}).at("ports").at(0).at("boot_drives"), drives);
