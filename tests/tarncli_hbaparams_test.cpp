@@ -299,6 +299,28 @@ TEST_F(TarncliParamsTest, TemplateAndDefaultsOnATemplateBoard) {
     r = Tarn({"-n", port, "template", "NoSuchOem"});
     EXPECT_EQ(r.status, 61);
     EXPECT_NE(r.err.find("Operation is not supported with current HBA 0 (VT1600)!"), std::string::npos) << r.err;
+
+    // Files the user names: the board's own template, another board's, a
+    // missing one, and a global NVRAM file of the wrong size.
+    const std::vector<uint8_t> image = Nvram();
+    r = Tarn({"-n", port, "template-file", vttest::BuildPath("data/templates_ISP5380/VNTR5380.dat")});
+    EXPECT_EQ(r.status, 0) << r.out << r.err;
+    r = Tarn({"-n", port, "template-file", vttest::BuildPath("data/templates_ISP5380/DARROW5380.dat")});
+    EXPECT_EQ(r.status, 5);
+    EXPECT_NE(r.err.find("Update aborted (Invalid file). Please select a different file for this HBA 0 (VT1600)!"),
+              std::string::npos)
+        << r.err;
+    r = Tarn({"-n", port, "template-file", "/nonexistent.dat"});
+    EXPECT_EQ(r.status, 84);
+    EXPECT_NE(r.err.find("Unable to open NVRAM template file (/nonexistent.dat)!"), std::string::npos) << r.err;
+    const std::string global = sysroot_.path("/tmp/global.bin");
+    vttest::WriteFile(global, std::string(300, '\0'));
+    r = Tarn({"-n", port, "global", global});
+    EXPECT_EQ(r.status, 13);
+    EXPECT_NE(r.err.find("Global NVRAM file must be 512 bytes (" + global + " has 300)!"), std::string::npos) << r.err;
+    EXPECT_EQ(Nvram(), image);
+    ASSERT_EQ(Tarn({"-n", port, "LR", "9"}).status, 0);
+    EXPECT_NE(Nvram(), image);  // the image watched is this port's
 }
 
 // The alias "PD" names two rows of the table and sets both; the parser's
