@@ -201,6 +201,10 @@ Result ModifyParamsReport(const TarnCommand &cmd, Sink &sink) {
     if (result.status != 0) return result;
     const auto ports = NvramPorts(cmd, result);
     if (result.status != 0) return result;
+    // One file holds one port's image.
+    if ((req.action == Action::Save || req.action == Action::Restore) && ports.size() > 1)
+        return {TARN_STATUS_BAD_VALUE, std::string("Error: Option ") + cmd.Option + " " + cmd.SubArgs[0] +
+                                           " works on one port: name the HBA!"};
     sink.Open();
     ListScope list(sink, "ports");
     for (const SDMDevice *d : ports) {

@@ -358,6 +358,10 @@ TEST_F(TarncliParamsTest, SaveChangeRestoreGivesTheImageBack) {
     EXPECT_EQ(r.status, 0) << r.out << r.err;
     EXPECT_EQ(Nvram(), original);
 
+    // One file holds one port's image.
+    r = Tarn({"-n", "all", "save", file});
+    EXPECT_EQ(r.status, 48);
+    EXPECT_NE(r.err.find("Error: Option -n save works on one port: name the HBA!"), std::string::npos) << r.err;
     // A file of the wrong size is refused and writes nothing.
     vttest::WriteFile(sysroot_.path("/tmp/short.nvram"), std::string(300, '\0'));
     r = Tarn({"-n", kPort, "restore", sysroot_.path("/tmp/short.nvram")});
