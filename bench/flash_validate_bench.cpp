@@ -29,7 +29,7 @@ std::vector<std::pair<uint32_t, uint32_t>> gLayout;
 
 // A chain of the largest boot images (127 units each) filling `bytes`.
 Bytes BootChain(size_t bytes, uint8_t majorBase) {
-    std::vector<img::RomImageSpec> images;
+    std::vector<img::RomImageRecipe> images;
     const size_t image = 127 * 512;
     for (size_t at = 0; at + image <= bytes; at += image)
         images.push_back({uint8_t(images.size() % 2 == 0 ? 0 : 3), {majorBase, uint8_t(images.size()), 0}, image,
@@ -38,14 +38,14 @@ Bytes BootChain(size_t bytes, uint8_t majorBase) {
 }
 
 struct Image {
-    img::MultiImageSpec spec;
+    img::MultiImageRecipe recipe;
     Bytes bytes;
 };
 
 const Image &File() {
     static const Image file = [] {
         Image f;
-        img::MultiImageSpec &m = f.spec;
+        img::MultiImageRecipe &m = f.recipe;
         m.imageVersion = {4, 1, 0};
         m.cardLists = {{1, {kCard}}, {0, {kCard}}};
         const img::Version fw{9, 20, 1};

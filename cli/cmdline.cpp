@@ -9,6 +9,8 @@
 
 #include <ctime>
 
+#include <algorithm>
+
 #include <cctype>
 #include <cstdarg>
 #include <clocale>
@@ -18,6 +20,7 @@
 #include <fstream>
 #include <sstream>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "cli/cli.h"
@@ -44,7 +47,7 @@ int32_t g_bIA64Host;
 
 namespace {
 
-using vt::cli::CommandSpec;
+using vt::cli::CommandEntry;
 using vt::cli::FindCommand;
 
 // "-t" or "/t" (any case) names the command word "t".
@@ -53,9 +56,19 @@ bool IsWord(const std::string &arg, const char *word) {
 }
 
 // A word the command takes as its first argument that is never a port
-// selector: "-i vpd" is "-i all vpd".
-bool IsKeywordArgument(const CommandSpec &c, const std::string &arg) {
-    return c.keyword != nullptr && strcasecmp(arg.c_str(), c.keyword) == 0;
+// selector: "-i vpd" is "-i all vpd", and a NAME=VALUE parameter
+// ("-kl TC=5" is "-kl all TC=5").  `keyword` lists them separated by '|'.
+bool IsKeywordArgument(const CommandEntry &c, const std::string &arg) {
+    if (arg.find('=') != std::string::npos) return true;  // a NAME=VALUE parameter
+    if (c.keyword == nullptr) return false;
+    const std::string_view words = c.keyword;
+    for (size_t at = 0; at <= words.size();) {
+        const size_t end = std::min(words.find('|', at), words.size());
+        const std::string_view word = words.substr(at, end - at);
+        if (word.size() == arg.size() && strncasecmp(arg.c_str(), word.data(), word.size()) == 0) return true;
+        at = end + 1;
+    }
+    return false;
 }
 
 // Any word of the usage list, switches included.
@@ -413,7 +426,7 @@ VTAPI_EXPORT uint32_t SecondPassParseArg(int32_t argc, char **argv) {
     g_command.Selection = TARN_SELECT_ALL;
     if (bHelp) {
         if (!words.empty()) {
-            const CommandSpec *c = FindCommand(words[0]);
+            const CommandEntry *c = FindCommand(words[0]);
             if (c == nullptr) {
                 bHelp = 0;
                 SetParseError(TARN_STATUS_UNKNOWN_PARAM, "Error: Unknown option '%s'!", words[0].c_str());
@@ -427,7 +440,7 @@ VTAPI_EXPORT uint32_t SecondPassParseArg(int32_t argc, char **argv) {
     }
     if (words.empty()) return 0;
 
-    const CommandSpec *c = FindCommand(words[0]);
+    const CommandEntry *c = FindCommand(words[0]);
     if (c == nullptr) {
         SetParseError(TARN_STATUS_UNKNOWN_PARAM, "Error: Unknown option '%s'!", words[0].c_str());
         return TARN_STATUS_UNKNOWN_PARAM;
@@ -447,11 +460,17 @@ VTAPI_EXPORT uint32_t SecondPassParseArg(int32_t argc, char **argv) {
             g_command.Instance = static_cast<uint32_t>(std::strtoul(sel.c_str(), nullptr, 10));
         } else if (TarnParseWWN(sel.c_str(), g_command.WWPN) == 0) {
             g_command.Selection = TARN_SELECT_WWPN;
-        } else {
+        } else if (sel.empty() || sel.size() >= sizeof g_command.Alias) {
             SetParseError(TARN_STATUS_BAD_VALUE,
-                          "Error: Invalid HBA '%s' for option %s! Give an instance number, a WWPN or \"all\".",
+                          "Error: Invalid HBA '%s' for option %s! Give an instance number, a WWPN, an alias or "
+                          "\"all\".",
                           sel.c_str(), words[0].c_str());
             return TARN_STATUS_BAD_VALUE;
+        } else {
+            // Any other word may be an alias; the aliases are read once the
+            // ports are known, when the command chooses its ports.
+            g_command.Selection = TARN_SELECT_ALIAS;
+            std::snprintf(g_command.Alias, sizeof g_command.Alias, "%s", sel.c_str());
         }
     }
     for (; next < words.size(); ++next) {
@@ -466,6 +485,11 @@ VTAPI_EXPORT uint32_t SecondPassParseArg(int32_t argc, char **argv) {
             SetParseError(TARN_STATUS_UNKNOWN_PARAM, "Error: Unexpected argument '%s' for option %s!", w.c_str(),
                           words[0].c_str());
             return TARN_STATUS_UNKNOWN_PARAM;
+        }
+        if (w.size() >= TARN_SUBARG_SIZE) {
+            SetParseError(TARN_STATUS_BAD_VALUE, "Error: Argument %u of option %s is too long!",
+                          g_command.SubArgCount + 1, words[0].c_str());
+            return TARN_STATUS_BAD_VALUE;
         }
         std::snprintf(g_command.SubArgs[g_command.SubArgCount++], TARN_SUBARG_SIZE, "%s", w.c_str());
     }

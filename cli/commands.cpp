@@ -23,14 +23,14 @@ constexpr const char kStatuses[] =
 
 constexpr const char kHbaHelp[] =
     "\nhba: an instance number (see tarncli -g), a WWPN written\n"
-    "xx:xx:xx:xx:xx:xx:xx:xx, or \"all\" (the default).\n"
+    "xx:xx:xx:xx:xx:xx:xx:xx, an alias (-ha, -pa), or \"all\" (the default).\n"
     "Add -x or -x2 for XML output, -j for JSON, -o FILE to append the report\n"
     "to a file.\n";
 
 constexpr uint32_t kAny = TARN_MAX_SUBARGS;  // a command not yet available takes any arguments
 
 // The commands of the usage list, in usage order.
-const std::vector<CommandSpec> kCommands = {
+const std::vector<CommandEntry> kCommands = {
     {TARN_CMD_GENERAL, {"g"}, "[hba]", "General host information",
      "Shows the host (name, operating system, device library and the backend\n"
      "that answers it) and one line per selected adapter port: instance, model,\n"
@@ -87,11 +87,32 @@ const std::vector<CommandSpec> kCommands = {
      "JSON: \"reboot_required\": true).  The exit status is 0 when the change was\n"
      "written, else the status of the refusal (nothing written).\n",
      TARN_MAX_SUBARGS, true, nullptr, nullptr, ModifyParamsReport},
-    {TARN_CMD_PERSIST_BIND, {"p"}, "[hba]", "Persistent binding", nullptr, kAny, true, nullptr, nullptr, nullptr},
-    {TARN_CMD_FLASH, {"b"}, "[hba]", "Boot code/firmware update from an image file", nullptr, kAny, true, nullptr,
-     "node.hba.utility.flash.enable", nullptr},
+    {TARN_CMD_PERSIST_BIND, {"p"}, "[hba] [bind|unbind target-wwpn|all [target]]", "Persistent binding",
+     "Lists the persistent target bindings of each selected port in the driver's\n"
+     "configuration file: target number, device instance, WWPN, WWNN, port ID and\n"
+     "whether the port sees the target now.  \"bind\" binds a target the port sees\n"
+     "(or all of them) to the lowest free target number or to the one given;\n"
+     "\"unbind\" removes the binding of a target (or all).  A change names one\n"
+     "port and takes effect when the driver is loaded again.\n",
+     3, true, "bind|unbind", nullptr, PersistentBindingReport},
+    {TARN_CMD_FLASH, {"b"}, "hba file [-y]", "Boot code/firmware update from an image file",
+     "Checks an image file (a multi-image file, bare or in a PLDM package, or a\n"
+     "boot code file) against the card of each selected port and lists, per\n"
+     "component, the version in the card's flash and the one the file brings.\n"
+     "Then it asks for confirmation on standard error (answer y; -y does not ask)\n"
+     "and writes each card's components in one step; the vital product data and\n"
+     "NVRAM are kept.  The card runs the new image after a reboot.  Nothing is\n"
+     "written when the file does not fit every selected card, or when the answer\n"
+     "is not y (exit status 66).  The hba must be given (\"all\": every card).\n"
+     "Enabled by node.hba.utility.flash.enable=1 in tgcli.properties.\n",
+     2, true, nullptr, "node.hba.utility.flash.enable", FlashUpdateReport},
     {TARN_CMD_DRIVER_UPDATE, {"d"}, "", "Driver update", nullptr, kAny, false, nullptr, nullptr, nullptr},
-    {TARN_CMD_SELECT_LUNS, {"m"}, "[hba]", "Selective LUNs", nullptr, kAny, true, nullptr, nullptr, nullptr},
+    {TARN_CMD_SELECT_LUNS, {"m"}, "[hba] [target-wwpn [enable|disable luns]]", "Selective LUNs",
+     "Shows, for the targets of each selected port, which LUNs the driver presents\n"
+     "to the host (selected) and which it masks.  \"enable\" or \"disable\" with LUN\n"
+     "numbers (0,2,5-7) or \"all\" changes the selection of one target of one port;\n"
+     "a target that is not bound yet is bound first (see -p).\n",
+     3, true, nullptr, nullptr, SelectiveLunsReport},
     {TARN_CMD_BOOT_DEVICES, {"e"}, "[hba] [target lun [drive]]", "Boot devices",
      "Shows the boot settings of each selected port (BIOS, selectable boot,\n"
      "selective login, ...) and its FCP boot drives: drive number, target WWPN\n"
@@ -99,24 +120,104 @@ const std::vector<CommandSpec> kCommands = {
      "sets boot drive DRIVE (0-7, default 0, the primary) of one port.\n",
      3, true, nullptr, nullptr, BootDevicesReport},
     {TARN_CMD_LED, {"a"}, "[hba]", "Port LED state and locate", nullptr, kAny, true, nullptr, nullptr, nullptr},
-    {TARN_CMD_LOOPBACK, {"kl"}, "[hba]", "Loopback test", nullptr, kAny, true, nullptr, nullptr, nullptr},
-    {TARN_CMD_RWBUFFER, {"kr"}, "[hba]", "Read/write buffer test", nullptr, kAny, true, nullptr, nullptr, nullptr},
-    {TARN_CMD_DRV_SETTINGS_GET, {"fg"}, "[hba]", "Driver settings (display)", nullptr, kAny, true, nullptr, nullptr,
-     nullptr},
-    {TARN_CMD_DRV_SETTINGS_SET, {"fs"}, "[hba]", "Driver settings (change)", nullptr, kAny, true, nullptr, nullptr,
-     nullptr},
-    {TARN_CMD_STATISTICS, {"gs"}, "[hba]", "Statistics", nullptr, kAny, true, nullptr, nullptr, nullptr},
-    {TARN_CMD_LINK_STATUS, {"ls"}, "[hba]", "Link status", nullptr, kAny, true, nullptr, nullptr, nullptr},
+    {TARN_CMD_LOOPBACK, {"kl"}, "[hba] [NAME=VALUE ...]", "Loopback test",
+     "Runs the loopback test on each selected physical port at once (\"all\"\n"
+     "leaves the virtual ports out) and reports each port's outcome: test\n"
+     "status, runs, failed runs, iterations, whether it was stopped, and the CRC,\n"
+     "disparity and frame length errors.  ENTER or Ctrl-C stops the test.\n"
+     "Parameters (name or alias, any case):\n"
+     "  DataPattern   DP  Random (default), CRPAT, CSPAT, CJTPAT, 16 hex digits,\n"
+     "                    or a hex byte (only the first two hex digits count)\n"
+     "  DataSize      DS  8, 16, ... 32768, 65535 or 65536 bytes (512)\n"
+     "  TestCount     TC  0-65535; 0 runs until stopped (10)\n"
+     "  TestIncrement TI  iterations per run, less than TestCount (1)\n"
+     "  OnError       OE  0 ignore, 1 stop, 2 loop on error (0)\n"
+     "  LoopbackType  LT  0 internal 10 bit, 1 or 4 internal 1 bit, 2 external\n"
+     "                    or echo, 3 FCoE echo (0)\n"
+     "A failed test ends with the result code of its first failed run: 40\n"
+     "parameter error, 41 loop down, 42 frame errors, 61 not supported, 1 other.\n",
+     6, true, nullptr, nullptr, LoopbackReport},
+    {TARN_CMD_RWBUFFER, {"kr"}, "[hba] [NAME=VALUE ...]", "Read/write buffer test",
+     "Runs WRITE BUFFER / READ BUFFER pairs to LUN 0 of every logged-in FCP\n"
+     "target of each selected port, compares the data, and reports per target\n"
+     "the status, runs, data miscompares and the target's link error counters.\n"
+     "ENTER or Ctrl-C stops the test.  Parameters (name or alias, any case):\n"
+     "  DataPattern   DP  Random (default) or a hex pattern\n"
+     "  DataSize      DS  8, 16, 32, 64 or 128 bytes (8)\n"
+     "  TestCount     TC  0-10000; 0 runs until stopped (10)\n"
+     "  TestIncrement TI  1-10000, less than TestCount (1)\n"
+     "  OnError       OE  0 ignore, 1 stop, 2 loop on error (0)\n"
+     "A miscompare or a failed target ends with status 1.\n",
+     5, true, nullptr, nullptr, ReadWriteBufferReport},
+    {TARN_CMD_DRV_SETTINGS_GET, {"fg"}, "[hba]", "Driver settings (display)",
+     "Shows the driver module of each selected port, its \"options\" line in the\n"
+     "module option file and the parameters set on it.\n",
+     0, true, nullptr, nullptr, DriverSettingsReport},
+    {TARN_CMD_DRV_SETTINGS_SET, {"fs"}, "[hba] name=value...", "Driver settings (change)",
+     "Sets parameters on the \"options\" line of the driver module of the selected\n"
+     "ports (the line is added when there is none; a commented-out line stays as\n"
+     "it is); \"name=\" removes a parameter.  Then shows the settings as -fg does.\n"
+     "They take effect when the driver is loaded again.\n",
+     TARN_MAX_SUBARGS, true, nullptr, nullptr, SetDriverSettingsReport},
+    {TARN_CMD_STATISTICS, {"gs"}, "[hba] [NAME=VALUE ...]", "Statistics",
+     "Polls the statistics of the selected ports (one table a poll: errors,\n"
+     "device errors, resets, I/O count, I/O per second, bytes per second) and\n"
+     "reports the last poll of each port.  R clears the counters at the next\n"
+     "poll; ENTER stops.  Parameters (name or alias, any case):\n"
+     "  AutoPoll      AP  number of polls, 1-256; 0 polls until ENTER (0)\n"
+     "  SetRate       SR  seconds between polls, 0 or 5-300 (5)\n"
+     "  LogToFile     LF  CSV file each poll is appended to\n"
+     "  DeviceFilter  DF  1 only the selected ports, 0 every port (1 when a\n"
+     "                    port is selected, else 0)\n"
+     "  PromFile      PF  file rewritten after each poll in the Prometheus text\n"
+     "                    format (for a textfile collector)\n",
+     5, true, nullptr, nullptr, StatisticsReport},
+    {TARN_CMD_LINK_STATUS, {"ls"}, "[hba] [NAME=VALUE ...]", "Link status",
+     "Polls the link error counters of each selected port and of the targets it\n"
+     "sees (link failure, loss of sync, loss of signal, invalid CRC, primitive\n"
+     "sequence protocol errors, invalid transmission words) and reports the\n"
+     "totals.  R resets the current counters, C shows them, T shows the totals,\n"
+     "ENTER stops.  Parameters (name or alias, any case):\n"
+     "  AutoPoll      AP  number of polls, 1-256; 0 polls until ENTER (0)\n"
+     "  SetRate       SR  seconds between polls, 0 or 5-300 (5)\n"
+     "  LogToFile     LF  CSV file of the ports' lines; the targets' lines go to\n"
+     "                    FILE with \"_targets\" before its extension\n"
+     "  PromFile      PF  file rewritten after each poll in the Prometheus text\n"
+     "                    format (for a textfile collector)\n",
+     4, true, nullptr, nullptr, LinkStatusReport},
     {TARN_CMD_TARGET_BEACON, {"tb"}, "[hba]", "Target beacon", nullptr, kAny, true, nullptr, nullptr, nullptr},
     {TARN_CMD_TRANSCEIVER, {"dm"}, "[hba]", "Transceiver diagnostics", nullptr, kAny, true, nullptr, nullptr, nullptr},
     {TARN_CMD_TOPOLOGY, {"tp", "topology"}, "[hba]", "SAN topology", nullptr, kAny, true, nullptr, nullptr, nullptr},
-    {TARN_CMD_HBA_ALIAS, {"ha"}, "[hba]", "HBA alias", nullptr, kAny, true, nullptr, nullptr, nullptr},
-    {TARN_CMD_PORT_ALIAS, {"pa"}, "[hba]", "Port alias", nullptr, kAny, true, nullptr, nullptr, nullptr},
+    {TARN_CMD_HBA_ALIAS, {"ha"}, "[hba] [set alias|delete]", "HBA alias",
+     "Shows the alias of the adapter of each selected port, or sets (\"set\") or\n"
+     "deletes (\"delete\") the alias of one adapter.  An alias has at most 256\n"
+     "characters; setting a single blank clears it.  An alias may name the HBA of\n"
+     "any command: a port alias its port, an adapter alias all ports of its card.\n",
+     2, true, "set|delete", nullptr, HbaAliasReport},
+    {TARN_CMD_PORT_ALIAS, {"pa"}, "[hba] [set alias|delete]", "Port alias",
+     "Shows the alias of each selected port, or sets (\"set\") or deletes\n"
+     "(\"delete\") the alias of one port.  An alias has at most 256 characters;\n"
+     "setting a single blank clears it.\n",
+     2, true, "set|delete", nullptr, PortAliasReport},
     {TARN_CMD_IIDMA, {"q"}, "[hba]", "iiDMA settings", nullptr, kAny, true, nullptr, nullptr, nullptr},
     {TARN_CMD_PL, {"pl"}, "[hba]", "Port link settings", nullptr, kAny, true, nullptr, nullptr, nullptr},
     {TARN_CMD_TM, {"tm"}, "[hba]", "Target mode settings", nullptr, kAny, true, nullptr, nullptr, nullptr},
-    {TARN_CMD_VPORTS, {"vp"}, "[hba]", "Virtual ports", nullptr, kAny, true, nullptr, "node.hba.virtual.vport.enable",
-     nullptr},
+    {TARN_CMD_VPORTS, {"vp"}, "[hba] [list|create|delete|qos|rebalance ...]", "Virtual ports",
+     "Lists the virtual ports of each selected physical port with their QoS share\n"
+     "(a percentage of the port, or a speed) and the bandwidth it gives.  On one\n"
+     "port:\n"
+     "  create [byte]          a new vPort; its WWPN is the port's with the second\n"
+     "                         byte replaced (the hexadecimal byte given, above 03)\n"
+     "  delete vport|all       delete a vPort (WWPN or vPort ID) or all of them\n"
+     "  qos vport N[%]|NG [lock id...]\n"
+     "                         set a percentage (taken from the other unlocked\n"
+     "                         vPorts) or a speed in Gb/s\n"
+     "  rebalance              share the port equally among its QoS vPorts\n"
+     "Needs node.hba.virtual.vport.enable=1 in tgcli.properties.  Statuses: 61 the\n"
+     "port takes no (more) vPorts or no QoS; 8 no such vPort; 48 a bad value; 66\n"
+     "the adapter refused (link down, busy).\n",
+     TARN_MAX_SUBARGS, true, "list|create|delete|qos|rebalance", "node.hba.virtual.vport.enable",
+     VirtualPortsReport},
     {TARN_CMD_U, {"u"}, "[hba]", "Utilities", nullptr, kAny, true, nullptr, nullptr, nullptr},
     {TARN_CMD_SP, {"sp"}, "[hba]", "Security settings", nullptr, kAny, true, nullptr, nullptr, nullptr},
     {TARN_CMD_PC, {"pc"}, "[hba]", "Port congestion settings", nullptr, kAny, true, nullptr, nullptr, nullptr},
@@ -131,9 +232,9 @@ const std::vector<CommandSpec> kCommands = {
 void Print(const std::string &text) { scfxPrint(text.c_str()); }
 
 // Shown in the usage's list of commands: what this version runs, and help.
-bool Listed(const CommandSpec &c) { return c.walk != nullptr || c.id == TARN_CMD_HELP; }
+bool Listed(const CommandEntry &c) { return c.walk != nullptr || c.id == TARN_CMD_HELP; }
 
-std::string Words(const CommandSpec &c, const char *separator) {
+std::string Words(const CommandEntry &c, const char *separator) {
     std::string words;
     for (const char *w : c.words) words += (words.empty() ? "-" : std::string(separator) + "-") + w;
     return words;
@@ -141,34 +242,34 @@ std::string Words(const CommandSpec &c, const char *separator) {
 
 }  // namespace
 
-const std::vector<CommandSpec> &Commands() { return kCommands; }
+const std::vector<CommandEntry> &Commands() { return kCommands; }
 
-const CommandSpec *FindCommand(const std::string &arg) {
+const CommandEntry *FindCommand(const std::string &arg) {
     if (arg.size() < 2 || (arg[0] != '-' && arg[0] != '/')) return nullptr;
-    for (const CommandSpec &c : kCommands)
+    for (const CommandEntry &c : kCommands)
         for (const char *w : c.words)
             if (strcasecmp(arg.c_str() + 1, w) == 0) return &c;
     return nullptr;
 }
 
-const CommandSpec *FindCommandById(int32_t id) {
-    for (const CommandSpec &c : kCommands)
+const CommandEntry *FindCommandById(int32_t id) {
+    for (const CommandEntry &c : kCommands)
         if (c.id == id) return &c;
     return nullptr;
 }
 
-std::string OptionWords(const CommandSpec &c) { return Words(c, "/"); }
+std::string OptionWords(const CommandEntry &c) { return Words(c, "/"); }
 
 std::string UsageText() {
     std::string text = "Usage: tarncli [switches] <command> [hba] [arguments]\n\nCommands:\n";
-    for (const CommandSpec &c : kCommands) {
+    for (const CommandEntry &c : kCommands) {
         if (!Listed(c)) continue;
         std::string synopsis = "  " + Words(c, ", ") + (c.grammar[0] != '\0' ? " " : "") + c.grammar;
         synopsis.resize(std::max<size_t>(synopsis.size() + 2, 32), ' ');
         text += synopsis + c.summary + "\n";
     }
     text +=
-        "  hba: an instance number (see -g), a WWPN, or \"all\" (the default).\n"
+        "  hba: an instance number (see -g), a WWPN, an alias, or \"all\" (the default).\n"
         "\n"
         "Switches (at the beginning or the end of the command line):\n"
         "  -x, -x2     XML output, format 1 or format 2\n"
@@ -179,7 +280,7 @@ std::string UsageText() {
         "Options may also be written with \"/\" in place of \"-\".\n"
         "\n";
     std::string line = "Not available in this version:";
-    for (const CommandSpec &c : kCommands) {
+    for (const CommandEntry &c : kCommands) {
         if (Listed(c)) continue;
         const std::string word = " " + OptionWords(c);
         if (line.size() + word.size() > Sink::kWidth) {
@@ -188,12 +289,18 @@ std::string UsageText() {
         }
         line += word;
     }
-    text += line + ",\n  and the interactive menu (int).\n\n";
+    // The menu goes on the last line when it fits there.
+    const std::string menu = ", and the interactive menu (int).";
+    if (line.size() + menu.size() > Sink::kWidth) {
+        text += line + "\n";
+        line = " ";
+    }
+    text += line + menu + "\n\n";
     return text + kStatuses;
 }
 
 std::string CommandHelpText(int32_t id) {
-    const CommandSpec *c = FindCommandById(id);
+    const CommandEntry *c = FindCommandById(id);
     if (c == nullptr) return "";
     if (c->help == nullptr || (c->walk == nullptr && c->id != TARN_CMD_HELP))
         return OptionWords(*c) + "  " + c->summary + "\n\nThis command is not available in this version of tarncli.\n";
@@ -225,15 +332,15 @@ int32_t ProcessCommand(const TarnCommand *command) {
         ReportFailure(cmd.Output, TARN_STATUS_UNKNOWN_PARAM, "Error: No command given! Run 'tarncli -h' for the usage.");
         return TARN_STATUS_UNKNOWN_PARAM;
     }
-    const CommandSpec *spec = FindCommandById(cmd.Command);
-    if (spec == nullptr || spec->walk == nullptr) {
+    const CommandEntry *entry = FindCommandById(cmd.Command);
+    if (entry == nullptr || entry->walk == nullptr) {
         ReportFailure(cmd.Output, TARN_STATUS_NOT_PERMITTED,
-                      std::string(cmd.Option) + " (" + (spec != nullptr ? spec->summary : "") +
+                      std::string(cmd.Option) + " (" + (entry != nullptr ? entry->summary : "") +
                           "): not available in this version of tarncli.");
         return TARN_STATUS_NOT_PERMITTED;
     }
     const std::unique_ptr<Sink> sink = MakeSink(cmd.Output);
-    const Result result = spec->walk(cmd, *sink);
+    const Result result = entry->walk(cmd, *sink);
     if (result.status != 0) sink->Fail(result.status, result.message);
     else sink->Close();
     return result.status;

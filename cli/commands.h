@@ -36,7 +36,7 @@ struct Result {
 
 using Walk = Result (*)(const TarnCommand &command, Sink &sink);
 
-struct CommandSpec {
+struct CommandEntry {
     int32_t id;                  // TarnCommandId
     std::vector<const char *> words;  // option words without '-' ("tp", "topology")
     const char *grammar;         // arguments, e.g. "[hba] [target-wwpn]"
@@ -44,17 +44,17 @@ struct CommandSpec {
     const char *help;            // the help of the command; null while it has no walk
     uint32_t maxSubArgs;         // arguments after the port selector
     bool selectsPorts;           // the first argument may be a port selector
-    const char *keyword;         // a first argument that is never a selector ("vpd")
+    const char *keyword;         // first arguments that are never a selector ("vpd", "set|delete")
     const char *enableKey;       // reference-file switch that enables it, or null
     Walk walk;                   // null: not available in this version
 };
 
-const std::vector<CommandSpec> &Commands();
+const std::vector<CommandEntry> &Commands();
 // The command named by "-t" or "/t" (any case), or null.
-const CommandSpec *FindCommand(const std::string &argument);
-const CommandSpec *FindCommandById(int32_t id);
+const CommandEntry *FindCommand(const std::string &argument);
+const CommandEntry *FindCommandById(int32_t id);
 // "-t", or "-tp/-topology" for a command with two words.
-std::string OptionWords(const CommandSpec &command);
+std::string OptionWords(const CommandEntry &command);
 
 std::string UsageText();
 std::string CommandHelpText(int32_t id);

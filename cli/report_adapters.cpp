@@ -41,6 +41,9 @@ void GeneralInfo(Sink &sink, const SDMDevice &d) {
     }
     sink.Field("port_id", "Port ID", Value::Text(PortIdText(d.DevicePortProperty.PortId)));
     sink.Field("state", "Port State", Value::Text(PortState(d)));
+    if (!vport)
+        sink.Field("reboot_required", "Reboot Required",
+                   Value::Text(d.DevicePortProperty.StateFlags & SD_PORTFLAG_REBOOT_REQUIRED ? "Yes" : "No"));
     sink.Field("speed_gbps", "Port Speed", PortSpeed(d));
     sink.Field("supported_speeds_gbps", "Supported Speeds", SupportedSpeeds(d));
     const std::string driver = FieldText(d.DeviceDriverProperty.DriverName);

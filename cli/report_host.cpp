@@ -100,6 +100,7 @@ std::vector<const SDMDevice *> SelectPorts(const TarnCommand &cmd, Result &resul
         result = {TARN_STATUS_NO_ADAPTER, "Error: No Fibre Channel adapter port found in this host!"};
         return ports;
     }
+    if (cmd.Selection == TARN_SELECT_ALIAS) return SelectPortsByAlias(cmd, all, result);
     for (const SDMDevice *d : all) {
         if (cmd.Selection == TARN_SELECT_INSTANCE && d->Instance != cmd.Instance) continue;
         if (cmd.Selection == TARN_SELECT_WWPN && std::memcmp(d->DevicePortProperty.WWPN, cmd.WWPN, 8) != 0) continue;

@@ -57,6 +57,17 @@ MonitorSettings ReadMonitorSettings(uint32_t kind);
 // port's counters go to *counters when it is not null.
 HBAStatisticsSample *PollStatistics(const SDMDevice *adapter, bool waitInSameSecond, SDStatistics *counters);
 
+// What a front end sees of each monitor poll besides the screen and the CSV
+// files (e.g. to write the poll elsewhere): called on the calling thread of
+// the monitor with the ports polled and what each one read (link status:
+// the counters as the port and targets report them).  Empty: none.
+using StatisticsPollObserver =
+    std::function<void(const std::vector<const SDMDevice *> &, const std::vector<HBAStatisticsSample> &)>;
+using LinkStatusPollObserver =
+    std::function<void(const std::vector<const SDMDevice *> &, const std::vector<std::vector<LinkStatusEntry>> &)>;
+void SetStatisticsPollObserver(StatisticsPollObserver observer);
+void SetLinkStatusPollObserver(LinkStatusPollObserver observer);
+
 // Link status monitor pieces (monitor_link.cpp).
 std::vector<LinkStatusEntry> MergeLinkStatus(const std::vector<LinkStatusEntry> &read);
 void PrintLinkStatusRow(const LinkStatusEntry &e);

@@ -15,6 +15,8 @@ namespace {
 
 using vt::diag::Print;
 
+vt::diag::LinkStatusPollObserver g_pollObserver;
+
 void PrintColumns(const char *view) {
     if (view) Print("\n%s\n", view);
     Print("%-23s %8s %8s %8s %8s %9s %13s\n", "", "Link", "Sync", "Signal", "Invalid", "Seq Proto", "Invalid Trans");
@@ -56,6 +58,10 @@ VTAPI_LinkStatusResultList *CopyList(const VTAPI_LinkStatusResultList &from) {
 }
 
 }  // namespace
+
+namespace vt::diag {
+void SetLinkStatusPollObserver(LinkStatusPollObserver observer) { g_pollObserver = std::move(observer); }
+}  // namespace vt::diag
 
 extern "C" {
 
@@ -104,9 +110,15 @@ VTAPI_EXPORT uint32_t CreateThreadForLinkStatus(SDMDevice *const *ports, uint32_
     auto show = [&](uint32_t, std::vector<std::optional<std::vector<LinkStatusEntry>>> &polls) {
         char stamp[32];
         DiagFormatTime(DiagGetTime(), stamp, sizeof stamp);
+        std::vector<const SDMDevice *> polled;
+        std::vector<std::vector<LinkStatusEntry>> read;
         for (size_t i = 0; i < polls.size(); ++i) {
             if (!polls[i]) continue;
             std::vector<LinkStatusEntry> current = MergeLinkStatus(*polls[i]);
+            if (g_pollObserver) {
+                polled.push_back(targets[i]);
+                read.push_back(*polls[i]);  // the counters as read, not since a reset
+            }
             for (const LinkStatusEntry &e : current)
                 PrintLinkStatusRow(totals ? *FindDeviceInLinkStatusList(GetLinkStatusResultSavedList(), e.PortName)
                                           : e);
@@ -122,6 +134,7 @@ VTAPI_EXPORT uint32_t CreateThreadForLinkStatus(SDMDevice *const *ports, uint32_
                 ExportFcTargetLinkStatusResultToCsvFile(CompanionCsvName(settings.logFile, "targets").c_str(),
                                                         &list, stamp);
         }
+        if (g_pollObserver && !polled.empty()) g_pollObserver(polled, read);
     };
     session.wait(
         [&](int32_t key) {

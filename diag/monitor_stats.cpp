@@ -31,6 +31,8 @@ struct StatEntry {
     bool fromReset = false;  // the previous values are a reset's, not a poll's
 };
 
+vt::diag::StatisticsPollObserver g_pollObserver;
+
 std::mutex g_statsMutex;
 std::map<uint64_t, std::unique_ptr<StatEntry>> g_stats;  // by WWPN
 
@@ -115,6 +117,8 @@ HBAStatisticsSample *PollStatistics(const SDMDevice *adapter, bool waitInSameSec
     s.Status = 0;
     return &s;
 }
+
+void SetStatisticsPollObserver(StatisticsPollObserver observer) { g_pollObserver = std::move(observer); }
 
 FILE *OpenCsvFile(const char *fileName, bool append) {
     if (!fileName || !*fileName) return nullptr;
@@ -241,8 +245,10 @@ VTAPI_EXPORT uint32_t CreateThreadForHBAStatistics(SDMDevice *const *ports, uint
 
     auto show = [&](uint32_t, const std::vector<std::optional<HBAStatisticsSample>> &samples) {
         std::vector<HBAStatisticsSample> logged;
+        std::vector<const SDMDevice *> polled;
         for (size_t i = 0; i < samples.size(); ++i) {
             if (!samples[i]) continue;
+            polled.push_back(targets[i]);
             const HBAStatisticsSample &s = *samples[i];
             latest[i] = s;
             Print("%3d %11ld %13ld %5ld %10ld %5ld %10ld %11s\n", int(targets[i]->Instance), long(s.Errors),
@@ -252,6 +258,7 @@ VTAPI_EXPORT uint32_t CreateThreadForHBAStatistics(SDMDevice *const *ports, uint
         }
         if (!settings.logFile.empty() && !logged.empty())
             ExportHBAStatisticsToCsvFile(settings.logFile.c_str(), logged.data(), uint32_t(logged.size()));
+        if (g_pollObserver && !logged.empty()) g_pollObserver(polled, logged);
     };
     session.wait(
         [&](int32_t key) {

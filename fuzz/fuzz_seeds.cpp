@@ -92,14 +92,14 @@ void IltSeeds() {
             Save("ilt", std::string(f.name) + "_" + name, WithFacts(b, f.card.subSystemId, f.revision, f.device));
         }
     }
-    img::MultiImageSpec empty;
+    img::MultiImageRecipe empty;
     Save("ilt", "empty_table", img::BuildMultiImage(empty));
     Save("ilt", "locator", img::BuildFltLocator(0x3F1000));
 }
 
 void RomSeeds() {
     auto one = [](uint8_t type, img::Version v, uint16_t device = 0) {
-        return img::RomImageSpec{type, v, 512, 0x1077, device, "", {}};
+        return img::RomImageRecipe{type, v, 512, 0x1077, device, "", {}};
     };
     Save("romchain", "bios_fcode_efi", img::BuildRomChain({one(0, {3, 67}), one(1, {4, 21}), one(3, {7, 34})}));
     Save("romchain", "pxe", img::BuildRomChain({one(0, {2, 10}), one(2, {2, 11})}));
@@ -107,7 +107,7 @@ void RomSeeds() {
     Bytes standard = img::BuildRomChain({{0, {3, 67, 0}, 1024, 0x1077, 0x7C50, "2910", {}}});
     Save("romchain", "standard_2910", standard);
     for (uint8_t code : {0, 3, 4, 5, 6}) {
-        const img::RomImageSpec common{0, {3, 70, 0}, 1024, 0x1077, 0, "", code};
+        const img::RomImageRecipe common{0, {3, 70, 0}, 1024, 0x1077, 0, "", code};
         Save("romchain", "common_code" + std::to_string(code), img::BuildRomChain({common, one(3, {7, 40})}));
     }
     using img::mutate::RomBreak;
@@ -146,16 +146,16 @@ void ComponentSeeds() {
 }
 
 void PldmSeeds() {
-    img::MultiImageSpec m;
+    img::MultiImageRecipe m;
     m.components = {{0x01, {9, 12, 1}, 0, 0, img::BuildRiscFirmware({9, 12, 1}, 32, 256)}};
     m.cardLists = {{0, {{0x1077, 0x7C50, 0x1077, 0x0C60}}}};
     const Bytes mbi = img::BuildMultiImage(m);
     for (uint8_t rev = 1; rev <= 4; ++rev) {
-        img::PldmSpec spec;
-        spec.formatRevision = rev;
-        spec.deviceRecords = rev % 3;
-        spec.components = 1 + rev % 2;
-        Save("pldm", "revision" + std::to_string(rev), img::BuildPldmPackage(mbi, spec));
+        img::PldmRecipe recipe;
+        recipe.formatRevision = rev;
+        recipe.deviceRecords = rev % 3;
+        recipe.components = 1 + rev % 2;
+        Save("pldm", "revision" + std::to_string(rev), img::BuildPldmPackage(mbi, recipe));
     }
     Bytes broken = img::BuildPldmPackage(mbi);
     broken[36] ^= 1;

@@ -81,6 +81,7 @@ typedef enum TarnCommandId {
 #define TARN_SELECT_ALL      0
 #define TARN_SELECT_INSTANCE 1
 #define TARN_SELECT_WWPN     2
+#define TARN_SELECT_ALIAS    3   /* a port alias, else an adapter alias (Alias) */
 
 /* The output form the switches chose. */
 #define TARN_OUTPUT_TEXT 0
@@ -89,7 +90,7 @@ typedef enum TarnCommandId {
 #define TARN_OUTPUT_JSON 3   /* -j */
 
 #define TARN_MAX_SUBARGS  16
-#define TARN_SUBARG_SIZE  256
+#define TARN_SUBARG_SIZE  512   /* holds an alias of 256 characters and more */
 #define TARN_MAX_ARGS     255
 
 typedef struct TarnCommand {
@@ -110,6 +111,7 @@ typedef struct TarnCommand {
     int32_t (*Process)(const struct TarnCommand *command);
     /* For ProcessHelpArg: the usage page, or the help of Command. */
     void (*Help)(const struct TarnCommand *command);
+    char     Alias[TARN_SUBARG_SIZE];  /* with TARN_SELECT_ALIAS */
 } TarnCommand;
 
 /* The command of the last parse; never null. */

@@ -116,7 +116,7 @@ void SetRomChecksum(std::span<uint8_t> rom, size_t start) {
     rom[start + size - 1] = static_cast<uint8_t>(-sum);
 }
 
-void BuildRomImage(std::vector<uint8_t> &out, const RomImageSpec &img, bool last) {
+void BuildRomImage(std::vector<uint8_t> &out, const RomImageRecipe &img, bool last) {
     const bool efi = img.codeType == static_cast<uint8_t>(CodeType::Efi);
     size_t size = img.size != 0 ? RoundUp(img.size, 512) : (efi ? 8192 : 4096);
     // The size byte at offset 2 is read as a signed count of 512-byte units.
@@ -212,7 +212,7 @@ std::vector<uint8_t> BuildRiscFirmware(Version v, uint32_t attributeWord, size_t
     return fw;
 }
 
-std::vector<uint8_t> BuildRomChain(const std::vector<RomImageSpec> &images) {
+std::vector<uint8_t> BuildRomChain(const std::vector<RomImageRecipe> &images) {
     std::vector<uint8_t> out;
     for (size_t i = 0; i < images.size(); ++i)
         BuildRomImage(out, images[i], i + 1 == images.size());
@@ -221,11 +221,11 @@ std::vector<uint8_t> BuildRomChain(const std::vector<RomImageSpec> &images) {
 
 std::vector<uint8_t> BuildExpansionRomChain(const BootImages &b, uint16_t vendorId,
                                             uint16_t deviceId) {
-    std::vector<RomImageSpec> images;
+    std::vector<RomImageRecipe> images;
     auto add = [&](CodeType type, const std::optional<BootImage> &img) {
         if (!img)
             return;
-        RomImageSpec r;
+        RomImageRecipe r;
         r.codeType = static_cast<uint8_t>(type);
         r.version = img->version;
         r.size = img->size;
@@ -300,14 +300,14 @@ bool VpdChecksumOk(const std::vector<uint8_t> &vpd) {
     return false;
 }
 
-size_t MultiImageTableLength(const MultiImageSpec &in) {
+size_t MultiImageTableLength(const MultiImageRecipe &in) {
     size_t len = (in.components.size() + 2) * kIltSlot + 8;
     for (const auto &list : in.cardLists)
         len += 8 + 8 * list.entries.size();
     return len;
 }
 
-std::vector<uint8_t> BuildMultiImage(const MultiImageSpec &in) {
+std::vector<uint8_t> BuildMultiImage(const MultiImageRecipe &in) {
     if (in.signature.size() != 4)
         throw std::invalid_argument("ILT signature must have four characters");
     const size_t n = in.components.size() + 1;  // region entries plus the time stamp
@@ -419,7 +419,7 @@ std::vector<uint8_t> BuildNvmeBootRegion() {
     return out;
 }
 
-std::vector<FlashRegion> BuildFlashSet(const FlashSetSpec &in) {
+std::vector<FlashRegion> BuildFlashSet(const FlashSetRecipe &in) {
     BootImages boot;
     if (in.bios)
         boot.bios = BootImage{*in.bios, 0};
@@ -430,7 +430,7 @@ std::vector<FlashRegion> BuildFlashSet(const FlashSetSpec &in) {
     boot.chipId = in.chipId;
 
     std::vector<FlashRegion> regions;
-    MultiImageSpec mbi;
+    MultiImageRecipe mbi;
     mbi.imageVersion = in.multiboot;
     mbi.buildDate = in.buildDate;
     mbi.ffv = in.ffv;
@@ -572,47 +572,47 @@ uint32_t Crc32(const uint8_t *data, size_t size) {
     return crc ^ 0xFFFFFFFFu;
 }
 
-std::vector<uint8_t> BuildPldmPackage(const std::vector<uint8_t> &payload, const PldmSpec &spec) {
+std::vector<uint8_t> BuildPldmPackage(const std::vector<uint8_t> &payload, const PldmRecipe &recipe) {
     static const uint8_t kIds[4][16] = {
         {0xF0, 0x18, 0x87, 0x8C, 0xCB, 0x7D, 0x49, 0x43, 0x98, 0x00, 0xA0, 0x2F, 0x05, 0x9A, 0xCA, 0x02},
         {0x12, 0x44, 0xD2, 0x64, 0x8D, 0x7D, 0x47, 0x18, 0xA0, 0x30, 0xFC, 0x8A, 0x56, 0x58, 0x7D, 0x5A},
         {0x31, 0x19, 0xCE, 0x2F, 0xE8, 0x0A, 0x4A, 0x99, 0xAF, 0x15, 0xCB, 0xEF, 0x37, 0xED, 0x5A, 0x59},
         {0x7B, 0x29, 0x1C, 0x99, 0x6D, 0xB6, 0x42, 0x08, 0x80, 0x1B, 0x02, 0x02, 0x6E, 0x46, 0x3C, 0x78},
     };
-    if (spec.formatRevision < 1 || spec.formatRevision > 4 || spec.version.size() > 255 || spec.components == 0 ||
-        spec.deviceRecords > 255 || spec.components > 0xFFFF)
+    if (recipe.formatRevision < 1 || recipe.formatRevision > 4 || recipe.version.size() > 255 || recipe.components == 0 ||
+        recipe.deviceRecords > 255 || recipe.components > 0xFFFF)
         throw std::invalid_argument("PLDM package outside its format");
-    std::vector<uint8_t> h(kIds[spec.formatRevision - 1], kIds[spec.formatRevision - 1] + 16);
+    std::vector<uint8_t> h(kIds[recipe.formatRevision - 1], kIds[recipe.formatRevision - 1] + 16);
     auto u8 = [&](uint32_t v) { h.push_back(static_cast<uint8_t>(v)); };
     auto u16 = [&](uint32_t v) { u8(v); u8(v >> 8); };
     auto u32 = [&](uint32_t v) { u16(v); u16(v >> 16); };
     auto text = [&](const std::string &t) { h.insert(h.end(), t.begin(), t.end()); };
-    u8(spec.formatRevision);
+    u8(recipe.formatRevision);
     u16(0);                       // header size, set below
     h.resize(h.size() + 13, 0);   // release date and time
     u16(8);                       // component bitmap: one byte
     u8(1);                        // ASCII version string
-    u8(static_cast<uint32_t>(spec.version.size()));
-    text(spec.version);
-    u8(static_cast<uint32_t>(spec.deviceRecords));
-    for (size_t i = 0; i < spec.deviceRecords; ++i) {
-        u16(static_cast<uint32_t>(18 + spec.version.size()));
+    u8(static_cast<uint32_t>(recipe.version.size()));
+    text(recipe.version);
+    u8(static_cast<uint32_t>(recipe.deviceRecords));
+    for (size_t i = 0; i < recipe.deviceRecords; ++i) {
+        u16(static_cast<uint32_t>(18 + recipe.version.size()));
         u8(1);                    // one descriptor
         u32(0);                   // update option flags
         u8(1);
-        u8(static_cast<uint32_t>(spec.version.size()));
+        u8(static_cast<uint32_t>(recipe.version.size()));
         u16(0);                   // no package data
         u8(1);                    // applies to component 0
-        text(spec.version);
+        text(recipe.version);
         u16(0);                   // descriptor: PCI vendor ID
         u16(2);
         u16(kVendorId);
     }
-    if (spec.formatRevision >= 2)
+    if (recipe.formatRevision >= 2)
         u8(0);                    // no downstream devices
-    u16(static_cast<uint32_t>(spec.components));
+    u16(static_cast<uint32_t>(recipe.components));
     std::vector<size_t> offsetFields;
-    for (size_t i = 0; i < spec.components; ++i) {
+    for (size_t i = 0; i < recipe.components; ++i) {
         u16(0x000A);              // firmware
         u16(static_cast<uint32_t>(i));
         u32(0);
@@ -622,9 +622,9 @@ std::vector<uint8_t> BuildPldmPackage(const std::vector<uint8_t> &payload, const
         u32(0);                   // offset, set below
         u32(static_cast<uint32_t>(payload.size()));
         u8(1);
-        u8(static_cast<uint32_t>(spec.version.size()));
-        text(spec.version);
-        if (spec.formatRevision >= 4)
+        u8(static_cast<uint32_t>(recipe.version.size()));
+        text(recipe.version);
+        if (recipe.formatRevision >= 4)
             u32(0);               // no opaque data
     }
     const size_t headerSize = h.size() + 4;
@@ -640,16 +640,16 @@ std::vector<uint8_t> BuildPldmPackage(const std::vector<uint8_t> &payload, const
 
 // ---- Sample multi-image files ----
 
-size_t ComponentIndex(const MultiImageSpec &spec, uint16_t regionType) {
-    for (size_t i = 0; i < spec.components.size(); ++i)
-        if (spec.components[i].regionType == regionType)
+size_t ComponentIndex(const MultiImageRecipe &recipe, uint16_t regionType) {
+    for (size_t i = 0; i < recipe.components.size(); ++i)
+        if (recipe.components[i].regionType == regionType)
             return i;
     return std::string::npos;
 }
 
-MultiImageSpec SampleImage(ImageFamily family, const CardEntry &card, size_t componentSize) {
+MultiImageRecipe SampleImage(ImageFamily family, const CardEntry &card, size_t componentSize) {
     const size_t n = RoundUp(std::max<size_t>(componentSize, 128), 4);
-    MultiImageSpec m;
+    MultiImageRecipe m;
     m.imageVersion = {3, 4, 5};
     m.buildDate = {2024, 6, 18};
     m.ffv = {10, 2, 3, 4};
@@ -663,8 +663,8 @@ MultiImageSpec SampleImage(ImageFamily family, const CardEntry &card, size_t com
     // Boot images and headerless components no larger than the firmware.
     const size_t rom = RoundUp(std::clamp<size_t>(n, 512, 4096), 512);
     const size_t small = std::min<size_t>(n, 1024);
-    auto chain = [&](std::vector<RomImageSpec> images) {
-        for (RomImageSpec &r : images) {
+    auto chain = [&](std::vector<RomImageRecipe> images) {
+        for (RomImageRecipe &r : images) {
             r.deviceId = card.deviceId;
             r.size = rom;
         }

@@ -79,7 +79,7 @@ struct BootImages {
 // Any expansion-ROM image: the code types of boot code (0 x86 for BIOS and
 // PXE, 1 Open Firmware for FCode, 2 PA-RISC for PXE, 3 EFI) or any other
 // value; device IDs 1 to 3 mark VPD and firmware images rather than drivers.
-struct RomImageSpec {
+struct RomImageRecipe {
     uint8_t codeType = 0;
     Version version;        // the revision field carries major (high byte) and minor
     size_t size = 0;        // bytes, rounded up to 512; 0 chooses 4 KiB (8 KiB for EFI)
@@ -92,7 +92,7 @@ struct RomImageSpec {
 
 // The images in order, the last one carrying the last-image indicator, each
 // ending with its option-ROM checksum byte (see BuildExpansionRomChain).
-std::vector<uint8_t> BuildRomChain(const std::vector<RomImageSpec> &images);
+std::vector<uint8_t> BuildRomChain(const std::vector<RomImageRecipe> &images);
 
 // Images in the order BIOS, FCode, EFI; the last one present carries the
 // last-image indicator.  Each image ends with its option-ROM checksum byte:
@@ -142,7 +142,7 @@ struct Component {
     std::vector<uint8_t> payload;
 };
 
-struct MultiImageSpec {
+struct MultiImageRecipe {
     std::string signature = "VFIM";  // "VFIM" or "VILT"
     uint16_t tableVersion = 2;
     Version imageVersion;
@@ -157,10 +157,10 @@ struct MultiImageSpec {
 
 // The table (header, region entries, time stamp, card-type section) followed
 // by the payloads, each at a 16-byte aligned offset named by its entry.
-std::vector<uint8_t> BuildMultiImage(const MultiImageSpec &in);
+std::vector<uint8_t> BuildMultiImage(const MultiImageRecipe &in);
 
 // Length of the table BuildMultiImage puts in front of the payloads.
-size_t MultiImageTableLength(const MultiImageSpec &in);
+size_t MultiImageTableLength(const MultiImageRecipe &in);
 
 // ---- Other flash structures ----
 // 16-byte flash layout table locator: "VFLT", the table offset as two 16-bit
@@ -217,7 +217,7 @@ std::vector<uint8_t> BuildPepBoardConfig(Version4 v, size_t size);
 std::vector<uint8_t> BuildOpaqueComponent(size_t size, uint32_t seed);
 
 // ---- PLDM firmware-update package ----
-struct PldmSpec {
+struct PldmRecipe {
     uint8_t formatRevision = 1;    // 1 to 4 (1.0 to 1.3)
     std::string version = "1.0";   // package version string
     size_t deviceRecords = 1;
@@ -225,7 +225,7 @@ struct PldmSpec {
 };
 // The package header (identifier of the revision, firmware device records,
 // component image information, CRC-32) followed by the payload.
-std::vector<uint8_t> BuildPldmPackage(const std::vector<uint8_t> &payload, const PldmSpec &spec = {});
+std::vector<uint8_t> BuildPldmPackage(const std::vector<uint8_t> &payload, const PldmRecipe &recipe = {});
 // CRC-32 of the PLDM header checksum (the ISO 3309 polynomial).
 uint32_t Crc32(const uint8_t *data, size_t size);
 
@@ -238,9 +238,9 @@ enum class ImageFamily { kKite, kWren, kOtherFc, kTern, kOrla, kTove };
 // card type 1 and in the default list, in that order.  componentSize sizes
 // the firmware-like components (at least 128 bytes), and bounds the boot
 // images (512 bytes to 4 KiB) and the smaller components (1 KiB at most).
-MultiImageSpec SampleImage(ImageFamily family, const CardEntry &card, size_t componentSize = 4096);
-// Index of the first component of the type in the spec, or npos.
-size_t ComponentIndex(const MultiImageSpec &spec, uint16_t regionType);
+MultiImageRecipe SampleImage(ImageFamily family, const CardEntry &card, size_t componentSize = 4096);
+// Index of the first component of the type in the recipe, or npos.
+size_t ComponentIndex(const MultiImageRecipe &recipe, uint16_t regionType);
 
 // ---- Deliberate faults in a built multi-image file ----
 // Each changes one thing and refreshes the table checksum (except
@@ -277,7 +277,7 @@ void Truncate(std::vector<uint8_t> &bytes, size_t size);
 }  // namespace mutate
 
 // ---- Flash contents of a simulated adapter ----
-struct FlashSetSpec {
+struct FlashSetRecipe {
     std::optional<Version> bios;
     std::optional<Version> fcode;
     std::optional<Version> efi;
@@ -309,6 +309,6 @@ struct FlashRegion {
 // the boot code and firmware (entries 0x07 with the BIOS version and 0x01
 // with the firmware version, card lists: the default list and card type 1,
 // both holding the adapter's exact IDs).
-std::vector<FlashRegion> BuildFlashSet(const FlashSetSpec &in);
+std::vector<FlashRegion> BuildFlashSet(const FlashSetRecipe &in);
 
 }  // namespace vtsdm::image

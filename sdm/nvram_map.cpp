@@ -276,8 +276,8 @@ struct Map {
     }
 
     template <size_t N>
-    Map(size_t imageSize, const FieldDef (&specs)[N]) : size(imageSize) {
-        for (const FieldDef &s : specs) Add(s);
+    Map(size_t imageSize, const FieldDef (&fields)[N]) : size(imageSize) {
+        for (const FieldDef &s : fields) Add(s);
         if (bitPos != size * 8) throw std::logic_error("NVRAM layout does not cover the image");
     }
 };

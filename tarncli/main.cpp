@@ -13,7 +13,14 @@ VTAPI_EXPORT void scfxPrint(const char *text) {
     std::fputs(text, g_fp != nullptr ? g_fp : stdout);
 }
 
+// The running screen of the diagnostics and monitors.  With XML or JSON
+// output it goes to standard error, so that standard output holds only the
+// document.
 VTAPI_EXPORT void scfxDiagnosticsPrint(const char *text) {
+    if (bXmlOutPut || TarnGetCommand()->Output == TARN_OUTPUT_JSON) {
+        if (text != nullptr && !bSilent) std::fputs(text, stderr);
+        return;
+    }
     scfxPrint(text);
     std::fflush(g_fp != nullptr ? g_fp : stdout);
 }

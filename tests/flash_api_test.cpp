@@ -58,8 +58,8 @@ private:
 
 // A Kite image whose regions fit the simulated card's flash: its boot code
 // and firmware in the sizes the simulator gives them.
-img::MultiImageSpec FittingKiteImage() {
-    img::MultiImageSpec m;
+img::MultiImageRecipe FittingKiteImage() {
+    img::MultiImageRecipe m;
     m.imageVersion = {1, 13, 0};
     m.cardLists = {{1, {kKiteCard}}, {0, {kKiteCard}}};
     img::BootImages boot;
@@ -128,7 +128,7 @@ TEST_F(FlashApi, ImageVersionsForThePortsCard) {
 }
 
 TEST_F(FlashApi, SupportedAdaptersListEveryCardEntry) {
-    img::MultiImageSpec m;
+    img::MultiImageRecipe m;
     m.imageVersion = {2, 0, 1};
     m.cardLists = {{4, {kKiteCard, {0x1077, 0x7C40, 0x1077, 0xFFFF}}}, {0, {kWrenCard}}};
     const std::string path = Write("cards.bin", img::BuildMultiImage(m));
@@ -174,7 +174,7 @@ TEST_F(FlashApi, ComponentVersionsFromTheCardsFlash) {
 
     // A region without a header of its own takes the version of its entry in
     // the flash's layout table: rewrite that table (same length) with one.
-    img::MultiImageSpec table;
+    img::MultiImageRecipe table;
     table.components = {{334, {4, 5, 6}, 0, 0, {}}, {0x01, {9, 12, 1}, 0, 0, {}}};
     table.cardLists = {{0, {kKiteCard}}, {1, {kKiteCard}}};
     Bytes ilt = img::BuildMultiImage(table);
@@ -206,7 +206,7 @@ TEST_F(FlashApi, AnalysisAgainstTheSimulatedFlashLayout) {
     EXPECT_EQ(fcVTFUGetFlashLayoutTable(0xBAD, &layout, &size), 1u);
     EXPECT_TRUE(Logged("fcVTFUGetFlashLayoutTable: SDGetOptionRomLayout( ) failed with error "));
 
-    img::MultiImageSpec fitting = FittingKiteImage();
+    img::MultiImageRecipe fitting = FittingKiteImage();
     const Bytes image = img::BuildMultiImage(fitting);
     const std::string path = Write("fit.bin", image);
     EXPECT_EQ(AnalyzeFlashImageFile(card, path.c_str(), Size(image)), 0u);
@@ -219,7 +219,7 @@ TEST_F(FlashApi, AnalysisAgainstTheSimulatedFlashLayout) {
     ClearCapture();
     EXPECT_EQ(AnalyzeFlashImageFile(card, Write("big.bin", larger).c_str(), Size(larger)), FLASH_ST_INCOMPATIBLE);
     EXPECT_TRUE(Logged("ReadFlashImageILT: region 0x1 holds 262144 bytes, the image has 262656"));
-    img::MultiImageSpec foreign = img::SampleImage(ImageFamily::kWren, kKiteCard);
+    img::MultiImageRecipe foreign = img::SampleImage(ImageFamily::kWren, kKiteCard);
     const Bytes full = img::BuildMultiImage(foreign);
     ClearCapture();
     EXPECT_EQ(AnalyzeFlashImageFile(card, Write("full.bin", full).c_str(), Size(full)), FLASH_ST_INCOMPATIBLE);

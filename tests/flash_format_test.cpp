@@ -45,14 +45,14 @@ const ILT_Region_t *Entry(const Bytes &b, uint32_t i) { return vtfuILT_Region_Ge
 // Checks a boot-code chain the way a component check does: as the boot code
 // region of a Kite image.  0 or the complement of 7.
 uint32_t CheckChain(const Bytes &chain, VTAPI_FlashImageVersion *v = nullptr) {
-    img::MultiImageSpec m;
+    img::MultiImageRecipe m;
     m.components = {{0x07, {}, 0, 0, chain}};
     const Bytes b = img::BuildMultiImage(m);
     return ValidateGenericImages(b.data(), Size(b), vtfuILT_Region_GetRegionByIndex(b.data(), Size(b), 0), v);
 }
 
-img::MultiImageSpec TwoListSpec() {
-    img::MultiImageSpec m;
+img::MultiImageRecipe TwoListRecipe() {
+    img::MultiImageRecipe m;
     m.components = {{0x07, {3, 67, 0}, 0, 0, Bytes(64, 1)},
                     {0x01, {9, 1, 2}, 2, 0, Bytes(64, 2)},
                     {0x01, {9, 1, 3}, 4, 7, Bytes(64, 3)},
@@ -127,15 +127,15 @@ TEST_F(FlashFormat, OptionRomChecksumLeavesOutTheByteBeforeTheLast) {
 }
 
 TEST_F(FlashFormat, LayoutTableHeaderRegionsAndTimeStamp) {
-    img::MultiImageSpec spec = TwoListSpec();
-    spec.signature = "VILT";
-    spec.imageVersion = {1, 2, 3};
-    const Bytes b = img::BuildMultiImage(spec);
+    img::MultiImageRecipe recipe = TwoListRecipe();
+    recipe.signature = "VILT";
+    recipe.imageVersion = {1, 2, 3};
+    const Bytes b = img::BuildMultiImage(recipe);
     const auto *h = reinterpret_cast<const ILT_Header_t *>(b.data());
     EXPECT_EQ(vtfuILT_Header_CompareSignature(h), 1u);
     EXPECT_EQ(vtfuILT_Header_GetImageHeaderSize(), 32u);
     EXPECT_EQ(vtfuILT_Header_GetTableVersion(h), 2);
-    EXPECT_EQ(vtfuILT_Header_GetTableLength(h), img::MultiImageTableLength(spec));
+    EXPECT_EQ(vtfuILT_Header_GetTableLength(h), img::MultiImageTableLength(recipe));
     EXPECT_EQ(vtfuILT_Header_GetNumOfRegionEntries(h), 5);
     EXPECT_EQ(vtfuHLPR_Sum16(b.data(), vtfuILT_Header_GetTableLength(h) / 2), 0);
     char text[16];
@@ -191,8 +191,8 @@ TEST_F(FlashFormat, LayoutTableHeaderRegionsAndTimeStamp) {
 }
 
 TEST_F(FlashFormat, StructuralCheckReportsTheFirstMissingPart) {
-    const Bytes b = img::BuildMultiImage(TwoListSpec());
-    const uint32_t table = uint32_t(img::MultiImageTableLength(TwoListSpec()));
+    const Bytes b = img::BuildMultiImage(TwoListRecipe());
+    const uint32_t table = uint32_t(img::MultiImageTableLength(TwoListRecipe()));
     EXPECT_EQ(vtfuILT_ValidateILTHeader(b.data(), table), 1u);
     struct Case {
         uint32_t size;
@@ -234,7 +234,7 @@ TEST_F(FlashFormat, StructuralCheckReportsTheFirstMissingPart) {
         EXPECT_EQ(Logged("missing ILT_Region_t"), n == 2) << n;
     }
     // No card-type lists at all is a valid structure.
-    img::MultiImageSpec empty;
+    img::MultiImageRecipe empty;
     const Bytes e = img::BuildMultiImage(empty);
     EXPECT_EQ(vtfuILT_ValidateILTHeader(e.data(), Size(e)), 1u);
     EXPECT_EQ(vtfuILT_CardType_Header_GetNumOfCardTypeList(e.data(), Size(e)), 0u);
@@ -242,7 +242,7 @@ TEST_F(FlashFormat, StructuralCheckReportsTheFirstMissingPart) {
 }
 
 TEST_F(FlashFormat, CardTypeListsAndTheFamilyCardMatch) {
-    const Bytes b = img::BuildMultiImage(TwoListSpec());
+    const Bytes b = img::BuildMultiImage(TwoListRecipe());
     EXPECT_EQ(vtfuILT_CardType_Header_GetNumOfCardTypeList(b.data(), Size(b)), 2u);
     const ILT_CardTypeList_t *second = vtfuILT_CardTypeList_GetCardTypeListByIndex(b.data(), Size(b), 1);
     ASSERT_NE(second, nullptr);
@@ -283,13 +283,13 @@ TEST_F(FlashFormat, CardTypeListsAndTheFamilyCardMatch) {
     EXPECT_EQ(vtfuILT_TernCardTypeList_GetMyCardTypeFromCardList(b.data(), Size(b), 0x6421, 0x0312, 0x1077), 0u);
     EXPECT_EQ(vtfuILT_CardTypeList_SearchSignatureInDefaultCardList(b.data(), Size(b), 0x6421, 0x0312, 0x1077), 1u);
     EXPECT_EQ(vtfuILT_CardTypeList_SearchSignatureInDefaultCardList(b.data(), Size(b), 0x6311, 0x0320, 0x1077), 0u);
-    img::MultiImageSpec only;
+    img::MultiImageRecipe only;
     only.cardLists = {{0, {kOrlaCard}}};
     const Bytes o = img::BuildMultiImage(only);
     EXPECT_EQ(vtfuILT_CardTypeList_GetMyCardTypeFromCardList(o.data(), Size(o), 0x6421, 0x0312, 0x1077), 0u);
 
     // Entries are counted in 8 bits: the 300th entry of a list is not seen.
-    img::MultiImageSpec big;
+    img::MultiImageRecipe big;
     big.cardLists = {{0, {kTernCard}}, {5, std::vector<img::CardEntry>(300, kTernCard)}};
     big.cardLists[1].entries[299] = kOrlaCard;
     const Bytes g = img::BuildMultiImage(big);
@@ -313,7 +313,7 @@ TEST_F(FlashFormat, CardTypeMaskAndImagesPerCard) {
     EXPECT_TRUE(Logged("CardTypeCompare: 4 vs 3 failed"));
     EXPECT_EQ(vtfuCardTypeCompare(0x8000 | 0x4000, 0x4000), 1u);
 
-    const Bytes b = img::BuildMultiImage(TwoListSpec());
+    const Bytes b = img::BuildMultiImage(TwoListRecipe());
     // Types: 0 for every card, 2, 4 at revision 7, and 2 with the marker.
     EXPECT_EQ(vtfuHowManyImagesForCardType(b.data(), Size(b), 2, 0), 3u);
     EXPECT_EQ(vtfuHowManyImagesForCardType(b.data(), Size(b), 4, 7), 2u);
@@ -370,7 +370,7 @@ TEST_F(FlashFormat, LayoutTableLocatorAndTheRefusedTernOffset) {
 }
 
 TEST_F(FlashFormat, FirmwareHeadersMatchTheirEntries) {
-    img::MultiImageSpec m;
+    img::MultiImageRecipe m;
     m.components = {{0x01, {9, 12, 1}, 0, 0, img::BuildRiscFirmware({9, 12, 1}, 32, 256)},
                     {0x45, {3, 1, 4}, 0, 0, img::BuildEdcFirmware({3, 1, 4}, 64)},
                     {0x40, {1, 5, 2}, 0, 0, img::BuildNicMpiFirmware({1, 5, 2}, 64)},
@@ -404,7 +404,7 @@ TEST_F(FlashFormat, FirmwareHeadersMatchTheirEntries) {
 }
 
 TEST_F(FlashFormat, MpiConfigurationTrailersAndNicFirmwareSum) {
-    img::MultiImageSpec m;
+    img::MultiImageRecipe m;
     m.components = {{0x41, {}, 0, 0, img::BuildMpiConfig(2048)}, {0x41, {}, 0, 0, img::BuildMpiConfig(2048)},
                     {0x41, {}, 0, 0, img::BuildMpiConfig(2048)}, {0x41, {}, 0, 0, Bytes(65537, 0)}};
     Bytes b = img::BuildMultiImage(m);
@@ -446,7 +446,7 @@ TEST_F(FlashFormat, MpiConfigurationTrailersAndNicFirmwareSum) {
     EXPECT_TRUE(Logged("vtfuValidateBootloader: Checksum failed"));
 
     // The trailer forms locate their component through the entry.
-    img::MultiImageSpec t;
+    img::MultiImageRecipe t;
     t.components = {{0x72, {}, 0, 0, img::BuildTrailerComponent(img::kBootloaderSignature, {7, 8, 9}, 256)}};
     const Bytes tb = img::BuildMultiImage(t);
     uint8_t version[3] = {};
@@ -577,12 +577,12 @@ TEST_F(FlashFormat, PldmPackagesOfEveryRevisionAreRecognised) {
     EXPECT_EQ(count, 2u);
     for (uint8_t rev = 1; rev <= 4; ++rev) {
         SCOPED_TRACE(int(rev));
-        img::PldmSpec spec;
-        spec.formatRevision = rev;
-        spec.version = "FW-3.4.5";
-        spec.deviceRecords = 2;
-        spec.components = 2;
-        const Bytes pkg = img::BuildPldmPackage(mbi, spec);
+        img::PldmRecipe recipe;
+        recipe.formatRevision = rev;
+        recipe.version = "FW-3.4.5";
+        recipe.deviceRecords = 2;
+        recipe.components = 2;
+        const Bytes pkg = img::BuildPldmPackage(mbi, recipe);
         count = 0;
         EXPECT_EQ(cards(pkg, &count), 0u);
         EXPECT_EQ(count, 2u);

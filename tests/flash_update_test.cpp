@@ -85,12 +85,12 @@ private:
 
 // The family's sample image with firmware 9.20.05 (the cards hold older).
 Bytes NewerImage(ImageFamily family, const img::CardEntry &card) {
-    img::MultiImageSpec spec = img::SampleImage(family, card);
-    img::Component &fw = spec.components.at(img::ComponentIndex(spec, 0x01));
+    img::MultiImageRecipe recipe = img::SampleImage(family, card);
+    img::Component &fw = recipe.components.at(img::ComponentIndex(recipe, 0x01));
     const uint32_t attribute = vtflash::Be32(fw.payload.data() + 32);
     fw.version = {9, 20, 5};
     fw.payload = img::BuildRiscFirmware(fw.version, attribute, fw.payload.size());
-    return img::BuildMultiImage(spec);
+    return img::BuildMultiImage(recipe);
 }
 
 // A plan of the exported planner, released when it goes.

@@ -58,7 +58,7 @@ namespace {
 
 uint32_t Not(uint32_t code) { return ~code; }
 
-std::vector<std::pair<uint32_t, uint32_t>> LayoutOf(const img::MultiImageSpec &m) {
+std::vector<std::pair<uint32_t, uint32_t>> LayoutOf(const img::MultiImageRecipe &m) {
     std::vector<std::pair<uint32_t, uint32_t>> regions;
     for (const img::Component &c : m.components)
         regions.emplace_back(c.regionType, uint32_t(c.payload.size()));
@@ -76,7 +76,7 @@ ILT_Region_t Region(uint16_t type, uint16_t revision, uint16_t cardType = 0) {
     return r;
 }
 
-size_t IndexOf(const img::MultiImageSpec &m, uint16_t type) {
+size_t IndexOf(const img::MultiImageRecipe &m, uint16_t type) {
     const size_t i = img::ComponentIndex(m, type);
     EXPECT_NE(i, std::string::npos) << type;
     return i;
@@ -183,8 +183,8 @@ TEST_F(FlashValidate, ChipRevisionRulePerRegion) {
 }
 
 TEST_F(FlashValidate, KiteHeaderCheckStatuses) {
-    const img::MultiImageSpec spec = img::SampleImage(ImageFamily::kKite, kKiteCard);
-    const Bytes good = img::BuildMultiImage(spec);
+    const img::MultiImageRecipe recipe = img::SampleImage(ImageFamily::kKite, kKiteCard);
+    const Bytes good = img::BuildMultiImage(recipe);
     const uint16_t ssdid = kKiteCard.subSystemId, ssvid = kKiteCard.subVendorId;
     EXPECT_EQ(ValidateKiteILTImageHeader(ssdid, ssvid, good.data(), Size(good), 2), 0u);
     EXPECT_TRUE(Logged("Current card type=0x1"));
@@ -214,7 +214,7 @@ TEST_F(FlashValidate, KiteHeaderCheckStatuses) {
     EXPECT_EQ(ValidateKiteILTImageHeader(ssdid, ssvid, b.data(), 600, 2), FLASH_ST_ILT_UNREADABLE);
 
     // A listed region whose every entry fails the chip-revision rule.
-    img::MultiImageSpec withOdd = spec;
+    img::MultiImageRecipe withOdd = recipe;
     withOdd.components.push_back({0x67, {1, 0, 0}, 0, 0, Bytes(64, 7)});
     b = img::BuildMultiImage(withOdd);
     ClearCapture();
@@ -224,8 +224,8 @@ TEST_F(FlashValidate, KiteHeaderCheckStatuses) {
 
     // The last type seen carries over from slot to slot: an image with one
     // listed region passes the empty slots, one with none fails at the first.
-    img::MultiImageSpec one;
-    one.cardLists = spec.cardLists;
+    img::MultiImageRecipe one;
+    one.cardLists = recipe.cardLists;
     one.components = {{0x01, {9, 12, 1}, 0, 0, img::BuildRiscFirmware({9, 12, 1}, 32, 256)}};
     b = img::BuildMultiImage(one);
     EXPECT_EQ(ValidateKiteILTImageHeader(ssdid, ssvid, b.data(), Size(b), 2), 0u);
@@ -234,7 +234,7 @@ TEST_F(FlashValidate, KiteHeaderCheckStatuses) {
     EXPECT_EQ(ValidateKiteILTImageHeader(ssdid, ssvid, b.data(), Size(b), 2), FLASH_ST_REGION_MISSING);
 
     // The default list must hold the card; FC cards match exactly, no wildcard.
-    img::MultiImageSpec cards = spec;
+    img::MultiImageRecipe cards = recipe;
     cards.cardLists = {{1, {kKiteCard}}, {0, {kWrenCard}}};
     b = img::BuildMultiImage(cards);
     EXPECT_EQ(ValidateKiteILTImageHeader(ssdid, ssvid, b.data(), Size(b), 2), FLASH_ST_ILT_TOO_SMALL);
@@ -254,11 +254,11 @@ TEST_F(FlashValidate, KiteHeaderCheckStatuses) {
 }
 
 TEST_F(FlashValidate, KiteComponentsEachFailureCode) {
-    const img::MultiImageSpec spec = img::SampleImage(ImageFamily::kKite, kKiteCard);
-    const Bytes good = img::BuildMultiImage(spec);
+    const img::MultiImageRecipe recipe = img::SampleImage(ImageFamily::kKite, kKiteCard);
+    const Bytes good = img::BuildMultiImage(recipe);
     const FakeAdapter kite(0x7C50, 0x1077, 0x0C60, 2);
     VTAPI_FlashImageVersion v{};
-    EXPECT_EQ(ValidateKiteImageComponents(good.data(), Size(good), &v, 1, kite.get()), spec.components.size());
+    EXPECT_EQ(ValidateKiteImageComponents(good.data(), Size(good), &v, 1, kite.get()), recipe.components.size());
     EXPECT_TRUE(Logged("Validated 15 images for cardtype 1"));
     EXPECT_EQ(v.ComponentCount, 15u);
     EXPECT_EQ(std::string(v.MBIVersionText), "03.04.05");
@@ -297,13 +297,13 @@ TEST_F(FlashValidate, KiteComponentsEachFailureCode) {
     for (const Case &c : cases) {
         SCOPED_TRACE(c.type);
         Bytes b = good;
-        c.fault(b, IndexOf(spec, c.type));
+        c.fault(b, IndexOf(recipe, c.type));
         ClearCapture();
         EXPECT_EQ(ValidateKiteImageComponents(b.data(), Size(b), nullptr, 1, kite.get()), Not(c.code));
         EXPECT_TRUE(Logged("ValidateKiteImageComponents: Validated failed!"));
     }
     // Firmware whose attribute word is none of the four Kite accepts.
-    img::MultiImageSpec attr = spec;
+    img::MultiImageRecipe attr = recipe;
     attr.components[0].payload = img::BuildRiscFirmware({9, 12, 1}, 8, 4096);
     Bytes b = img::BuildMultiImage(attr);
     EXPECT_EQ(ValidateKiteImageComponents(b.data(), Size(b), nullptr, 1, kite.get()), Not(8));
@@ -316,22 +316,22 @@ TEST_F(FlashValidate, KiteComponentsEachFailureCode) {
     // A signature block whose signatures do not match is not tested further;
     // an unknown region is accepted with a log line.
     b = good;
-    img::mutate::CorruptComponent(b, IndexOf(spec, 0x9E), 388);
-    img::mutate::CorruptComponent(b, IndexOf(spec, 0x9E), 200);
-    img::mutate::RegionType(b, IndexOf(spec, 0x95), 0x55);
+    img::mutate::CorruptComponent(b, IndexOf(recipe, 0x9E), 388);
+    img::mutate::CorruptComponent(b, IndexOf(recipe, 0x9E), 200);
+    img::mutate::RegionType(b, IndexOf(recipe, 0x95), 0x55);
     ClearCapture();
     EXPECT_EQ(ValidateKiteImageComponents(b.data(), Size(b), nullptr, 1, kite.get()), 15u);
     EXPECT_TRUE(Logged("ValidateKiteSignatureRegion: return OK"));
     EXPECT_TRUE(Logged("ValidateGenericImages: Unrecognized Image Type..."));
     // Entries of another chip revision are left out.
     b = good;
-    img::mutate::RegionChipRevision(b, IndexOf(spec, 0x13), 3);
+    img::mutate::RegionChipRevision(b, IndexOf(recipe, 0x13), 3);
     EXPECT_EQ(ValidateKiteImageComponents(b.data(), Size(b), nullptr, 1, kite.get()), 14u);
     const FakeAdapter rev3(0x7C50, 0x1077, 0x0C60, 3);
     EXPECT_EQ(ValidateKiteImageComponents(b.data(), Size(b), nullptr, 1, rev3.get()), 15u);
 
     // An entry that cannot be read sets the count to -1 and the walk goes on.
-    img::MultiImageSpec tiny;
+    img::MultiImageRecipe tiny;
     tiny.components = {{0x14, {}, 0, 0, {}}};
     b = img::BuildMultiImage(tiny);
     img::mutate::RegionCount(b, 10);
@@ -341,7 +341,7 @@ TEST_F(FlashValidate, KiteComponentsEachFailureCode) {
 }
 
 TEST_F(FlashValidate, WrenAndOtherFcComponentChecks) {
-    const img::MultiImageSpec wren = img::SampleImage(ImageFamily::kWren, kWrenCard);
+    const img::MultiImageRecipe wren = img::SampleImage(ImageFamily::kWren, kWrenCard);
     const Bytes good = img::BuildMultiImage(wren);
     const FakeAdapter adapter(0x6A10, 0x1077, 0x0A16, 1);
     EXPECT_EQ(ValidateWrenImageComponents(good.data(), Size(good), nullptr, 1, adapter.get()), 9u);
@@ -358,7 +358,7 @@ TEST_F(FlashValidate, WrenAndOtherFcComponentChecks) {
     Bytes b = good;
     img::mutate::CorruptComponent(b, IndexOf(wren, 0x9E), 100);
     EXPECT_EQ(ValidateWrenImageComponents(b.data(), Size(b), nullptr, 1, adapter.get()), Not(4));
-    img::MultiImageSpec attr = wren;
+    img::MultiImageRecipe attr = wren;
     attr.components[0].payload = img::BuildRiscFirmware({9, 12, 1}, 32, 4096);  // Kite's, not Wren's
     b = img::BuildMultiImage(attr);
     EXPECT_EQ(ValidateWrenImageComponents(b.data(), Size(b), nullptr, 1, adapter.get()), Not(8));
@@ -368,7 +368,7 @@ TEST_F(FlashValidate, WrenAndOtherFcComponentChecks) {
     EXPECT_TRUE(Logged("ValidateWrenImages: Unrecognized Image Type..."));
 
     // Other FC chips: an unknown region is refused.
-    const img::MultiImageSpec other = img::SampleImage(ImageFamily::kOtherFc, kOrlaCard);
+    const img::MultiImageRecipe other = img::SampleImage(ImageFamily::kOtherFc, kOrlaCard);
     const Bytes o = img::BuildMultiImage(other);
     EXPECT_EQ(ValidateGenericImageComponents(o.data(), Size(o), nullptr, 1, adapter.get()), 8u);
     b = o;
@@ -422,7 +422,7 @@ TEST_F(FlashValidate, NicFamilyHeaderAndChipChecks) {
     EXPECT_TRUE(Logged("Image version=03.04.05"));
     // In the default list only: no card type can be had but from the default
     // list, which the Orla search skips when other lists exist.
-    img::MultiImageSpec defaultOnly = img::SampleImage(ImageFamily::kOrla, kOrlaCard);
+    img::MultiImageRecipe defaultOnly = img::SampleImage(ImageFamily::kOrla, kOrlaCard);
     defaultOnly.cardLists = {{0, {kOrlaCard}}, {1, {kTernCard}}};
     b = img::BuildMultiImage(defaultOnly);
     EXPECT_EQ(vtfuValidateILTImageHeader(o.deviceId, o.subSystemId, o.subVendorId, b.data(), Size(b)), 5u);
@@ -453,19 +453,19 @@ TEST_F(FlashValidate, NicFamilyComponentsEachFailureCode) {
     };
     for (const Family &f : {Family{ImageFamily::kTern, kTernCard, 0x54}, Family{ImageFamily::kOrla, kOrlaCard, 0x58},
                             Family{ImageFamily::kTove, kToveCard, 0x58}}) {
-        const img::MultiImageSpec spec = img::SampleImage(f.family, f.card);
-        const Bytes good = img::BuildMultiImage(spec);
+        const img::MultiImageRecipe recipe = img::SampleImage(f.family, f.card);
+        const Bytes good = img::BuildMultiImage(recipe);
         VTAPI_FlashImageVersion v{};
         EXPECT_EQ(vtfuValidateImageComponents(good.data(), Size(good), f.card.deviceId, 1, f.revision, &v),
-                  spec.components.size());
+                  recipe.components.size());
         EXPECT_TRUE(v.Present & VTAPI_FLASH_HAS_PXE);
         EXPECT_EQ(v.Pxe[1], 10);
         EXPECT_EQ(v.CRBinit[2], 1);
         EXPECT_EQ(v.NicFirmware[0], 5);
         EXPECT_EQ(v.EdcFirmware[2], 4);
     }
-    const img::MultiImageSpec spec = img::SampleImage(ImageFamily::kOrla, kOrlaCard);
-    const Bytes good = img::BuildMultiImage(spec);
+    const img::MultiImageRecipe recipe = img::SampleImage(ImageFamily::kOrla, kOrlaCard);
+    const Bytes good = img::BuildMultiImage(recipe);
     auto check = [&](const Bytes &b) {
         return vtfuValidateImageComponents(b.data(), Size(b), kOrlaCard.deviceId, 1, 0x58, nullptr);
     };
@@ -478,24 +478,24 @@ TEST_F(FlashValidate, NicFamilyComponentsEachFailureCode) {
                  {0x97, 40, 12}};
     for (const auto &c : cases) {
         Bytes b = good;
-        img::mutate::CorruptComponent(b, IndexOf(spec, c.type), c.at);
+        img::mutate::CorruptComponent(b, IndexOf(recipe, c.type), c.at);
         EXPECT_EQ(check(b), Not(c.code)) << std::hex << c.type;
     }
     EXPECT_TRUE(Logged("vtfuValidateImageComponents: OPT_ROM_REGION_ORLA_CRBINIT"));
     // Tern firmware for revision 0x54 is left out on a later revision.
-    const img::MultiImageSpec ternSpec = img::SampleImage(ImageFamily::kTern, kTernCard);
-    const Bytes tern = img::BuildMultiImage(ternSpec);
+    const img::MultiImageRecipe ternRecipe = img::SampleImage(ImageFamily::kTern, kTernCard);
+    const Bytes tern = img::BuildMultiImage(ternRecipe);
     EXPECT_EQ(vtfuValidateImageComponents(tern.data(), Size(tern), kTernCard.deviceId, 1, 0x58, nullptr),
-              ternSpec.components.size() - 1);
+              ternRecipe.components.size() - 1);
     // 0x14 is Orla's own; elsewhere it is an unrecognised region, accepted.
     Bytes b = tern;
-    img::mutate::RegionType(b, IndexOf(ternSpec, 0x81), 0x14);
+    img::mutate::RegionType(b, IndexOf(ternRecipe, 0x81), 0x14);
     ClearCapture();
     EXPECT_EQ(vtfuValidateImageComponents(b.data(), Size(b), kTernCard.deviceId, 1, 0x54, nullptr),
-              ternSpec.components.size());
+              ternRecipe.components.size());
     EXPECT_TRUE(Logged("Unrecognized Image Region Type... 0x14"));
     // Orla's firmware carries attribute word 32, Tern's 8.
-    img::MultiImageSpec swapped = spec;
+    img::MultiImageRecipe swapped = recipe;
     swapped.components[0].payload = img::BuildRiscFirmware({9, 12, 1}, 8, 4096);
     b = img::BuildMultiImage(swapped);
     EXPECT_EQ(check(b), Not(8));
@@ -503,18 +503,18 @@ TEST_F(FlashValidate, NicFamilyComponentsEachFailureCode) {
     gFailAllocations = true;
     EXPECT_EQ(vtfuValidateMpiConfigParamImage(good.data(), Size(good),
                                               vtfuILT_Region_GetRegionByIndex(good.data(), Size(good),
-                                                                              uint32_t(IndexOf(spec, 0x41)))),
+                                                                              uint32_t(IndexOf(recipe, 0x41)))),
               VTFU_MEMORY_ALLOC_FAILURE);
     gFailAllocations = false;
     EXPECT_TRUE(Logged("vtfuValidateMpiConfigParamImage: ERROR_MEMORY_ALLOC_FAILURE"));
 }
 
 TEST_F(FlashValidate, AnalyzeFlashImageFileVerdicts) {
-    const img::MultiImageSpec spec = img::SampleImage(ImageFamily::kKite, kKiteCard);
-    const Bytes good = img::BuildMultiImage(spec);
+    const img::MultiImageRecipe recipe = img::SampleImage(ImageFamily::kKite, kKiteCard);
+    const Bytes good = img::BuildMultiImage(recipe);
     const FakeAdapter kite(0x7C50, 0x1077, 0x0C60, 2);
     const std::string path = Write("kite.bin", good);
-    gLayout = LayoutOf(spec);
+    gLayout = LayoutOf(recipe);
 
     EXPECT_EQ(AnalyzeFlashImageFile(kite.get(), path.c_str(), Size(good)), 0u);
     EXPECT_EQ(gPrinted, "Analyzing flash image file..., Done\nFlash image file " + path +
@@ -536,8 +536,8 @@ TEST_F(FlashValidate, AnalyzeFlashImageFileVerdicts) {
         uint32_t status;
         const char *printed;
     };
-    gLayout = LayoutOf(spec);
-    std::vector<std::pair<uint32_t, uint32_t>> missing = LayoutOf(spec), small = LayoutOf(spec);
+    gLayout = LayoutOf(recipe);
+    std::vector<std::pair<uint32_t, uint32_t>> missing = LayoutOf(recipe), small = LayoutOf(recipe);
     missing.erase(missing.begin() + 3);
     small[0].second -= 1;
     const Case layoutCases[] = {
@@ -553,7 +553,7 @@ TEST_F(FlashValidate, AnalyzeFlashImageFileVerdicts) {
         EXPECT_TRUE(Printed(c.printed)) << gPrinted;
     }
     EXPECT_TRUE(Printed("Invalid file " + path + ". Unable to validate signature!"));
-    gLayout = LayoutOf(spec);
+    gLayout = LayoutOf(recipe);
 
     // Header statuses pass through.
     Bytes b = good;
@@ -565,7 +565,7 @@ TEST_F(FlashValidate, AnalyzeFlashImageFileVerdicts) {
     EXPECT_TRUE(Logged("AnalyzeFlashImageFile: ValidateILTImageHeader() returns 506"));
     // A component that fails its check.
     b = good;
-    img::mutate::CorruptComponent(b, IndexOf(spec, 0x9E), 100);
+    img::mutate::CorruptComponent(b, IndexOf(recipe, 0x9E), 100);
     ClearCapture();
     EXPECT_EQ(AnalyzeFlashImageFile(kite.get(), Write("comp.bin", b).c_str(), Size(b)),
               VTAPI_UPDATE_ERROR_VALIDATE_FLASH_IMAGE_COMPONENTS);
@@ -596,11 +596,11 @@ TEST_F(FlashValidate, ChipsWithoutHeaderCheckAndCardlessFiles) {
     // Chip type 21 (an Orla FCoE function) skips the header check: a table
     // version the Kite check refuses passes; the components go through the
     // validator of the other FC chips.
-    const img::MultiImageSpec spec = img::SampleImage(ImageFamily::kOtherFc, kOrlaCard);
-    Bytes b = img::BuildMultiImage(spec);
+    const img::MultiImageRecipe recipe = img::SampleImage(ImageFamily::kOtherFc, kOrlaCard);
+    Bytes b = img::BuildMultiImage(recipe);
     img::mutate::TableVersion(b, 9);
     const FakeAdapter orla(0x6421, 0x1077, 0x0312, 1);
-    gLayout = LayoutOf(spec);
+    gLayout = LayoutOf(recipe);
     EXPECT_EQ(AnalyzeFlashImageFile(orla.get(), Write("orla.bin", b).c_str(), Size(b)), 0u);
     EXPECT_FALSE(Logged("ILT table version not match"));
 

@@ -202,7 +202,7 @@ TEST_F(ImageBuild, VpdParsesAndChecksums) {
 }
 
 TEST_F(ImageBuild, MultiImageTableReadsBack) {
-    MultiImageSpec s;
+    MultiImageRecipe s;
     s.signature = "VILT";
     s.tableVersion = 5;
     s.imageVersion = {3, 45, 6};
@@ -265,11 +265,11 @@ TEST_F(ImageBuild, MultiImageTableReadsBack) {
                          {0, {{0x1077, 0x2261, 0xFFFF, 0xFFFF}}},
                          {2, {{0x1077, 0x2261, 0x1590, 0x00F9}, {0x1077, 0x2281, 0x1077, 0x02A1}}}}));
 
-    Bytes empty = BuildMultiImage(MultiImageSpec{});  // header, time stamp, zero card lists
+    Bytes empty = BuildMultiImage(MultiImageRecipe{});  // header, time stamp, zero card lists
     EXPECT_EQ(Le16(empty, 10), 1u);
     EXPECT_EQ(Le16(empty, 6), 72u);
     EXPECT_EQ(WordSum(empty, 0, 72), 0);
-    MultiImageSpec tooMany;
+    MultiImageRecipe tooMany;
     tooMany.components.resize(256);
     EXPECT_THROW(BuildMultiImage(tooMany), std::invalid_argument);
 }
@@ -292,7 +292,7 @@ TEST_F(ImageBuild, LocatorAndSignatureRegionChecksums) {
 }
 
 TEST_F(ImageBuild, FlashSetOfSimulatedAdapter) {
-    FlashSetSpec s;
+    FlashSetRecipe s;
     s.bios = Version{3, 67, 0};
     s.fcode = Version{4, 12, 0};
     s.efi = Version{7, 41, 0};
@@ -403,8 +403,8 @@ TEST_F(ImageBuild, FirmwareComponentsCarryTheirFields) {
 }
 
 TEST_F(ImageBuild, RomChainsOfAnyKind) {
-    RomImageSpec common{0, {3, 70, 0}, 1024, 0x1077, 0, "2910", 5};
-    RomImageSpec pxe{2, {2, 11, 0}, 0, 0x8086, 4, "", {}};
+    RomImageRecipe common{0, {3, 70, 0}, 1024, 0x1077, 0, "2910", 5};
+    RomImageRecipe pxe{2, {2, 11, 0}, 0, 0x8086, 4, "", {}};
     Bytes chain = BuildRomChain({common, pxe});
     auto imgs = WalkChain(chain);
     ASSERT_EQ(imgs.size(), 2u);
@@ -437,7 +437,7 @@ TEST_F(ImageBuild, RomChainsOfAnyKind) {
 }
 
 TEST_F(ImageBuild, MutationsKeepTheTableChecksumAndChangeOneField) {
-    MultiImageSpec s = SampleImage(ImageFamily::kKite, {kVendorId, 0x7C50, kVendorId, 0x0C60}, 256);
+    MultiImageRecipe s = SampleImage(ImageFamily::kKite, {kVendorId, 0x7C50, kVendorId, 0x0C60}, 256);
     const Bytes good = BuildMultiImage(s);
     const size_t table = Le16(good, 6);
     EXPECT_EQ(WordSum(good, 0, table), 0);
@@ -473,11 +473,11 @@ TEST_F(ImageBuild, MutationsKeepTheTableChecksumAndChangeOneField) {
 TEST_F(ImageBuild, PldmPackageHeaderReadsBack) {
     EXPECT_EQ(Crc32(reinterpret_cast<const uint8_t *>("123456789"), 9), 0xCBF43926u);
     const Bytes payload(300, 0x5A);
-    PldmSpec spec;
-    spec.formatRevision = 3;
-    spec.version = "pkg-7";
-    spec.components = 2;
-    const Bytes pkg = BuildPldmPackage(payload, spec);
+    PldmRecipe recipe;
+    recipe.formatRevision = 3;
+    recipe.version = "pkg-7";
+    recipe.components = 2;
+    const Bytes pkg = BuildPldmPackage(payload, recipe);
     EXPECT_EQ(Bytes(pkg.begin(), pkg.begin() + 4), (Bytes{0x31, 0x19, 0xCE, 0x2F}));
     EXPECT_EQ(pkg[16], 3);
     const size_t header = Le16(pkg, 17);
@@ -490,6 +490,6 @@ TEST_F(ImageBuild, PldmPackageHeaderReadsBack) {
     const size_t lastEntry = header - 4 - 5 - 10;
     EXPECT_EQ(Le32(pkg, lastEntry), header);
     EXPECT_EQ(Le32(pkg, lastEntry + 4), payload.size());
-    spec.formatRevision = 5;
-    EXPECT_THROW(BuildPldmPackage(payload, spec), std::invalid_argument);
+    recipe.formatRevision = 5;
+    EXPECT_THROW(BuildPldmPackage(payload, recipe), std::invalid_argument);
 }

@@ -14,7 +14,7 @@
 
 namespace {
 
-using vt::cli::CommandSpec;
+using vt::cli::CommandEntry;
 using vt::cli::Commands;
 
 // A line of the man page without its font changes, quotes and "\-".
@@ -28,18 +28,18 @@ std::string Plain(std::string line) {
     return line;
 }
 
-std::string Synopsis(const CommandSpec &c) {
+std::string Synopsis(const CommandEntry &c) {
     std::string text;
     for (const char *w : c.words) text += (text.empty() ? "-" : ", -") + std::string(w);
     return c.grammar[0] != '\0' ? text + " " + c.grammar : text;
 }
 
-bool Runs(const CommandSpec &c) { return c.walk != nullptr || c.id == TARN_CMD_HELP; }
+bool Runs(const CommandEntry &c) { return c.walk != nullptr || c.id == TARN_CMD_HELP; }
 
 TEST(CommandTable, WordsAreUniqueAndFoundInEitherSpelling) {
     std::set<std::string> words;
     std::set<int32_t> ids;
-    for (const CommandSpec &c : Commands()) {
+    for (const CommandEntry &c : Commands()) {
         EXPECT_TRUE(ids.insert(c.id).second) << "command id " << c.id << " twice";
         ASSERT_FALSE(c.words.empty());
         EXPECT_NE(c.summary, nullptr);
@@ -83,7 +83,7 @@ TEST(CommandTable, ManPageDescribesTheTable) {
         }
     }
     std::set<std::string> expected;
-    for (const CommandSpec &c : Commands())
+    for (const CommandEntry &c : Commands())
         if (Runs(c)) expected.insert(Synopsis(c));
     EXPECT_EQ(described, expected);
 
@@ -95,7 +95,7 @@ TEST(CommandTable, ManPageDescribesTheTable) {
          it = m[0].second)
         named.insert(m[2].str());
     std::set<std::string> notRun;
-    for (const CommandSpec &c : Commands())
+    for (const CommandEntry &c : Commands())
         if (!Runs(c))
             for (const char *w : c.words) notRun.insert(w);
     EXPECT_EQ(named, notRun) << plain;

@@ -418,8 +418,8 @@ TEST_F(TarncliTest, BadArgumentsAndMissingAdaptersGiveStatuses) {
         {{"-i", "0", "nvram"}, 48, "Only \"vpd\" is accepted"},
         {{"-t", "9"}, 8, "Error: No HBA port with instance 9 found!"},
         {{"-z", "21:00:00:00:00:00:00:01"}, 8, "No HBA port with WWPN 21:00:00:00:00:00:00:01 found!"},
-        {{"-kl", "0"}, 66, "-kl (Loopback test): not available in this version"},
-        {{"-gs"}, 66, "-gs (Statistics): not available in this version"},
+        {{"-tb", "0"}, 66, "-tb (Target beacon): not available in this version"},
+        {{"-dm"}, 66, "-dm (Transceiver diagnostics): not available in this version"},
         {{"-x"}, 60, "No command given"},
     };
     for (const auto &c : cases) {
@@ -467,8 +467,8 @@ TEST_F(TarncliTest, DisabledFeatureAndInterruptedCommand) {
     ReferenceFile("node.hba.utility.flash.enable=1\nnode.app.messages.trace.enable=1\n"
                   "node.app.messages.trace.file=/var/tmp/tarntrace.log\n");
     r = Tarn({"-b", "0"});
-    EXPECT_EQ(r.status, 66);
-    EXPECT_NE(r.err.find("-b (Boot code/firmware update from an image file): not available"), std::string::npos);
+    EXPECT_EQ(r.status, 48);
+    EXPECT_NE(r.err.find("Error: Option -b needs an image file name!"), std::string::npos) << r.err;
 
     // SIGINT while the command runs: the handler cleans up once, and the
     // process ends with the status of the terminal restore, the signal it

@@ -40,23 +40,23 @@ using vttest::SysrootScope;
 
 // ------------------------------------------------------------- arithmetic
 
-struct Spec {
+struct Share {
     uint16_t id, value, type = SD_QOS_PERCENTAGE, enabled = 1, locked = 0;
 };
 
 // A QoS list over entries the test owns.
 class QoS {
 public:
-    explicit QoS(std::vector<Spec> specs) : entries_(specs.size()) {
+    explicit QoS(std::vector<Share> shares) : entries_(shares.size()) {
         list_.MaxPercentageBW = MAX_BW_PERCENTAGE;
-        for (size_t i = 0; i < specs.size(); ++i) {
+        for (size_t i = 0; i < shares.size(); ++i) {
             VPortQoSEntry &e = entries_[i];
-            e.VPortId = specs[i].id;
-            e.QoSVal = specs[i].value;
-            e.QoSType = specs[i].type;
-            e.QoSEnabled = specs[i].enabled;
-            e.Locked = specs[i].locked;
-            e.next = i + 1 < specs.size() ? &entries_[i + 1] : nullptr;
+            e.VPortId = shares[i].id;
+            e.QoSVal = shares[i].value;
+            e.QoSType = shares[i].type;
+            e.QoSEnabled = shares[i].enabled;
+            e.Locked = shares[i].locked;
+            e.next = i + 1 < shares.size() ? &entries_[i + 1] : nullptr;
         }
         list_.Count = uint32_t(entries_.size());
         list_.First = entries_.empty() ? nullptr : &entries_.front();

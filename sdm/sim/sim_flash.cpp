@@ -112,7 +112,7 @@ const std::vector<std::pair<uint32_t, std::vector<uint8_t>>> &Simulator::baseFla
     uint32_t index = uint32_t(&c - host_.cards.data());
     auto it = flash_.find(index);
     if (it != flash_.end()) return it->second;
-    image::FlashSetSpec flash;
+    image::FlashSetRecipe flash;
     if (!c.versions.bios.empty()) flash.bios = VersionOf(c.versions.bios);
     if (!c.versions.fcode.empty()) flash.fcode = VersionOf(c.versions.fcode);
     if (!c.versions.efi.empty()) flash.efi = VersionOf(c.versions.efi);
@@ -145,8 +145,8 @@ const std::vector<std::pair<uint32_t, std::vector<uint8_t>>> &Simulator::baseFla
     // The family's other regions hold a sample image's components, and the
     // layout table lists them too.
     const image::CardEntry card{image::kVendorId, c.deviceId, c.subVendorId, c.subSystemId};
-    const image::MultiImageSpec sample = image::SampleImage(simflash::SampleFamilyOf(c), card);
-    image::MultiImageSpec table;
+    const image::MultiImageRecipe sample = image::SampleImage(simflash::SampleFamilyOf(c), card);
+    image::MultiImageRecipe table;
     table.imageVersion = flash.multiboot;
     table.cardLists = {{0, {card}}, {1, {card}}};
     std::set<uint32_t> present;
