@@ -89,7 +89,8 @@ void ShowDriverSettings(Sink &sink, const SDMDevice &d) {
         return;
     }
     sink.Columns(kParams);
-    for (const auto &[name, value] : params) {
+    for (const auto &param : params) {
+        const std::string &name = param.first, &value = param.second;
         ItemScope item(sink);
         sink.Row(kParams, {Value::Text(name), Value::Text(value)});
         sink.Xml([&name, &value] { XmlLine("\t<DriverParameter Name=\"%s\">%s</DriverParameter>", name.c_str(), value.c_str()); });
