@@ -1,5 +1,7 @@
 // The boot-device command -e: shows the boot switches and FCP boot drives
 // of the selected ports, or sets one boot drive of one port.
+#include <strings.h>
+
 #include <cstring>
 #include <string>
 #include <vector>
@@ -28,6 +30,78 @@ Result SetBootDrive(const TarnCommand &cmd, const SDMDevice *port) {
         rc = ParseBootDeviceParameters(d, cmd.SubArgs[0], cmd.SubArgs[1], cmd.SubArgCount > 2 ? cmd.SubArgs[2] : nullptr,
                                        &info);
     if (rc == 0) rc = SetBootDeviceInfo(d, &info);
+    if (rc != 0) return {int32_t(rc), ConfigFailureText(rc)};
+    return {};
+}
+
+// A target of the port by its number (as tarncli -t shows it) or WWPN
+// ("21:00:00:24:ff:00:00:01" or 16 hex digits); the WWPN of one the port
+// has not discovered is taken as given (a boot target may be offline).
+bool ResolveTarget(const SDMDevice &port, const std::string &text, uint8_t wwpn[8], const TargetEntry *&found) {
+    found = nullptr;
+    const bool number = !text.empty() && text.size() <= 5 && text.find_first_not_of("0123456789") == std::string::npos;
+    if (number) {
+        const unsigned long id = std::stoul(text);
+        for (const TargetEntry *t = port.Targets.First; t && !found; t = t->next)
+            if (t->DiscTargetProperty.TargetId == id) found = t;
+        if (found) std::memcpy(wwpn, found->WWPN, 8);
+        return found != nullptr;
+    }
+    std::string hex;
+    for (char c : text)
+        if (c != ':') hex += c;
+    if (hex.size() != 16 || hex.find_first_not_of("0123456789abcdefABCDEF") != std::string::npos) return false;
+    for (int i = 0; i < 8; ++i) wwpn[i] = uint8_t(std::stoul(hex.substr(2 * i, 2), nullptr, 16));
+    for (const TargetEntry *t = port.Targets.First; t && !found; t = t->next)
+        if (std::memcmp(t->WWPN, wwpn, 8) == 0) found = t;
+    return true;
+}
+
+// "nvme TARGET NAMESPACE" adds an FC-NVMe boot drive to the one selected
+// port (the library keeps the drives in use first, in the order they were
+// added, so a drive already there keeps its place); "nvme DRIVE clear"
+// removes drive DRIVE (0-7) and the later ones move up.  A port whose block
+// was never written (or is damaged) starts from an empty one.
+Result SetNVMeBootDrive(const TarnCommand &cmd, const SDMDevice *port) {
+    auto *d = const_cast<SDMDevice *>(port);
+    const bool clear = strcasecmp(cmd.SubArgs[2], "clear") == 0;
+    if (cmd.SubArgCount != 3)
+        return {TARN_STATUS_UNKNOWN_PARAM,
+                std::string("Error: Option ") + cmd.Option + " nvme needs a target and a namespace ID, or a drive and clear!"};
+
+    config::ClearConfigErrorText();
+    VTAPI_NVMeBootDeviceEntries block{};
+    uint32_t rc = GetNVMeBootDeviceEntries(d, &block);
+    if (rc == config::kInvalidNvmeBlock) {
+        block = VTAPI_NVMeBootDeviceEntries{};
+        rc = 0;
+    }
+    if (rc != 0) return {int32_t(rc), ConfigFailureText(rc)};
+    if (clear) {
+        const std::string drive = cmd.SubArgs[1];
+        if (drive.size() != 1 || drive[0] < '0' || drive[0] > '7' ||
+            (block.Drives[drive[0] - '0'].Flags & VTAPI_NVME_DRIVE_VALID) == 0)
+            return {TARN_STATUS_BAD_VALUE, "No FC-NVMe boot drive " + drive + " on HBA " +
+                                               std::to_string(port->Instance) + "!"};
+        block.Drives[drive[0] - '0'] = VTAPI_NVMeBootDrive{};
+    } else {
+        VTAPI_NVMeBootDrive entry{};
+        const TargetEntry *target = nullptr;
+        if (!ResolveTarget(*port, cmd.SubArgs[1], entry.TargetWWPN, target))
+            return {TARN_STATUS_BAD_VALUE, std::string("Invalid target (") + cmd.SubArgs[1] + ") for HBA " +
+                                               std::to_string(port->Instance) + "!"};
+        const std::string nsid = cmd.SubArgs[2];
+        if (nsid.empty() || nsid.size() > 10 || nsid.find_first_not_of("0123456789") != std::string::npos ||
+            std::stoull(nsid) == 0 || std::stoull(nsid) > 0xFFFFFFFFull)
+            return {TARN_STATUS_BAD_VALUE, "Invalid namespace ID (" + nsid + ")!"};
+        entry.NamespaceID = uint32_t(std::stoull(nsid));
+        entry.Flags = VTAPI_NVME_DRIVE_VALID;
+        if (target) std::memcpy(entry.TargetWWNN, target->WWNN, 8);
+        if (AddNVMeBootDriveMapping(&block, &entry) < 0)
+            return {TARN_STATUS_BAD_VALUE, "All 8 FC-NVMe boot drives of HBA " + std::to_string(port->Instance) +
+                                               " are in use!"};
+    }
+    rc = SetNVMeBootDeviceEntries(d, &block);
     if (rc != 0) return {int32_t(rc), ConfigFailureText(rc)};
     return {};
 }
@@ -65,8 +139,11 @@ void NVMeBootDrives(Sink &sink, const SDMDevice &d) {
 }  // namespace
 
 Result BootDevicesReport(const TarnCommand &cmd, Sink &sink) {
-    if (cmd.SubArgCount == 1)
-        return {TARN_STATUS_UNKNOWN_PARAM, std::string("Error: Option ") + cmd.Option + " needs a LUN after the target!"};
+    const bool nvme = cmd.SubArgCount >= 1 && strcasecmp(cmd.SubArgs[0], "nvme") == 0;
+    if (cmd.SubArgCount == 1 || (nvme && cmd.SubArgCount == 2))
+        return {TARN_STATUS_UNKNOWN_PARAM, std::string("Error: Option ") + cmd.Option +
+                                               (nvme ? " nvme needs a target and a namespace ID, or a drive and clear!"
+                                                     : " needs a LUN after the target!")};
     const DocumentQuiet quiet(cmd);
     Result result;
     const auto ports = NvramPorts(cmd, result);
@@ -76,8 +153,10 @@ Result BootDevicesReport(const TarnCommand &cmd, Sink &sink) {
         if (cmd.Selection == TARN_SELECT_ALL)
             return {TARN_STATUS_BAD_VALUE,
                     std::string("Error: Option ") + cmd.Option + " sets the boot drive of one port: name the HBA!"};
-        result = SetBootDrive(cmd, ports[0]);
+        result = nvme ? SetNVMeBootDrive(cmd, ports[0]) : SetBootDrive(cmd, ports[0]);
         if (result.status != 0) return result;
+    } else if (!nvme && cmd.SubArgCount == 4) {
+        return {TARN_STATUS_UNKNOWN_PARAM, std::string("Error: Option ") + cmd.Option + " takes a target, a LUN and a drive!"};
     }
 
     std::vector<VTAPI_BootDeviceInfo> infos(ports.size());

@@ -18,8 +18,7 @@ constexpr const char kStatuses[] =
     "Exit status:\n"
     "  0    success              48   bad parameter value\n"
     "  8    no adapter port      60   unknown or unexpected parameter\n"
-    "       found or selected    66   command not available or disabled\n"
-    "  136  output switch error (-o, -f, -x or -j with help)\n";
+    "  136  output switch error  66   command not available or disabled\n";
 
 constexpr const char kHbaHelp[] =
     "\nhba: an instance number (see tarncli -g), a WWPN written\n"
@@ -113,11 +112,15 @@ const std::vector<CommandEntry> kCommands = {
      "numbers (0,2,5-7) or \"all\" changes the selection of one target of one port;\n"
      "a target that is not bound yet is bound first (see -p).\n",
      3, true, nullptr, nullptr, SelectiveLunsReport},
-    {TARN_CMD_BOOT_DEVICES, {"e"}, "[hba] [target lun [drive]]", "Boot devices",
+    {TARN_CMD_BOOT_DEVICES, {"e"}, "[hba] [target lun [drive]|nvme target nsid|nvme drive clear]",
+     "Boot devices",
      "Shows the boot settings of each selected port (BIOS, selectable boot,\n"
-     "selective login, ...) and its FCP boot drives: drive number, target WWPN\n"
-     "and LUN.  With a target (its WWPN or its number in tarncli -t) and a LUN,\n"
-     "sets boot drive DRIVE (0-7, default 0, the primary) of one port.\n",
+     "selective login, ...), its FCP boot drives (drive number, target WWPN and\n"
+     "LUN) and its FC-NVMe boot drives.  With a target (its WWPN or its number\n"
+     "in tarncli -t) and a LUN, sets boot drive DRIVE (0-7, default 0, the\n"
+     "primary) of one port.  \"nvme\" with an FC-NVMe target and a namespace ID\n"
+     "adds an FC-NVMe boot drive; \"nvme DRIVE clear\" removes one (the later\n"
+     "drives move up).\n",
      3, true, nullptr, nullptr, BootDevicesReport},
     {TARN_CMD_LED, {"a"}, "[hba]", "Port LED state and locate", nullptr, kAny, true, nullptr, nullptr, nullptr},
     {TARN_CMD_LOOPBACK, {"kl"}, "[hba] [NAME=VALUE ...]", "Loopback test",
@@ -261,7 +264,7 @@ const CommandEntry *FindCommandById(int32_t id) {
 std::string OptionWords(const CommandEntry &c) { return Words(c, "/"); }
 
 std::string UsageText() {
-    std::string text = "Usage: tarncli [switches] <command> [hba] [arguments]\n\nCommands:\n";
+    std::string text = "Usage: tarncli [switches] <command> [hba] [arguments]\nCommands:\n";
     for (const CommandEntry &c : kCommands) {
         if (!Listed(c)) continue;
         std::string synopsis = "  " + Words(c, ", ") + (c.grammar[0] != '\0' ? " " : "") + c.grammar;
@@ -271,13 +274,12 @@ std::string UsageText() {
     text +=
         "  hba: an instance number (see -g), a WWPN, an alias, or \"all\" (the default).\n"
         "\n"
-        "Switches (at the beginning or the end of the command line):\n"
+        "Switches (first or last; \"/\" may replace \"-\" in every option):\n"
         "  -x, -x2     XML output, format 1 or format 2\n"
         "  -j          JSON output\n"
         "  -s          Silent: print nothing, only set the exit status\n"
         "  -o FILE     Append the output to FILE (-o system: the system log)\n"
         "  -f FILE     Read the command from FILE (one command per file; alone)\n"
-        "Options may also be written with \"/\" in place of \"-\".\n"
         "\n";
     std::string line = "Not available in this version:";
     for (const CommandEntry &c : kCommands) {

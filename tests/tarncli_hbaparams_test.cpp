@@ -398,6 +398,59 @@ TEST_F(TarncliParamsTest, BootDevicesShowAndSet) {
     EXPECT_EQ(Json({"-e", kPort}).at("ports").at(0).at("boot_drives"), drives);
 }
 
+// FC-NVMe boot drives: added in a new process and shown in every form;
+// refused for an FCP target, a bad target or namespace and on "all"
+// (nothing written); removed again.
+TEST_F(TarncliParamsTest, NVMeBootDriveAddRefuseAndRemove) {
+    const std::string nvmeTarget = "20:01:00:25:b5:00:0e:00";
+    const std::string fcpTarget = "50:0a:09:81:00:00:a1:00";
+    RunResult r = Tarn({"-e", kPort, "nvme", nvmeTarget, "1"});
+    ASSERT_EQ(r.status, 0) << r.out << r.err;
+    r = Tarn({"-e", kPort, "nvme", nvmeTarget, "2"});
+    ASSERT_EQ(r.status, 0) << r.out << r.err;
+
+    const json drives = Json({"-e", kPort}).at("ports").at(0).at("nvme_boot_drives");
+    ASSERT_EQ(drives.size(), 2u) << drives.dump();
+    EXPECT_EQ(drives.at(1).at("drive"), 1);
+    EXPECT_EQ(drives.at(1).at("target_wwpn"), nvmeTarget);
+    EXPECT_EQ(drives.at(1).at("namespace_id"), 2);
+    const RunResult text = Tarn({"-e", kPort});
+    EXPECT_TRUE(std::regex_search(text.out, std::regex("\n +1  " + nvmeTarget + " +2"))) << text.out;
+    for (const char *form : {"-x", "-x2"}) {
+        const RunResult xml = Tarn({form, "-e", kPort});
+        EXPECT_NE(xml.out.find("\t<NVMeBootDevice Drive=\"1\" WWPN=\"" + nvmeTarget + "\" NamespaceID=\"2\""),
+                  std::string::npos)
+            << form << "\n" << xml.out;
+    }
+
+    struct Refusal {
+        std::vector<std::string> args;
+        int status;
+        const char *message;
+    };
+    const Refusal refusals[] = {
+        {{"-e", kPort, "nvme", fcpTarget, "1"}, 48, "Configuring NVMe BFS with FCP target is not supported."},
+        {{"-e", kPort, "nvme", nvmeTarget, "0"}, 48, "Invalid namespace ID (0)!"},
+        {{"-e", kPort, "nvme", "not-a-wwpn", "1"}, 48, "Invalid target (not-a-wwpn) for HBA 0!"},
+        {{"-e", kPort, "nvme", "5", "clear"}, 48, "No FC-NVMe boot drive 5 on HBA 0!"},
+        {{"-e", kPort, "nvme", nvmeTarget}, 60, "nvme needs a target and a namespace ID, or a drive and clear!"},
+        {{"-e", "all", "nvme", nvmeTarget, "1"}, 48, "sets the boot drive of one port: name the HBA!"},
+    };
+    for (const Refusal &c : refusals) {
+        r = Tarn(c.args);
+        EXPECT_EQ(r.status, c.status) << c.args[3] << " " << r.out << r.err;
+        EXPECT_NE((r.out + r.err).find(c.message), std::string::npos) << r.out << r.err;
+    }
+    EXPECT_EQ(Json({"-e", kPort}).at("ports").at(0).at("nvme_boot_drives"), drives);
+
+    r = Tarn({"-e", kPort, "nvme", "0", "clear"});
+    EXPECT_EQ(r.status, 0) << r.out << r.err;
+    const json left = Json({"-e", kPort}).at("ports").at(0).at("nvme_boot_drives");
+    ASSERT_EQ(left.size(), 1u) << left.dump();
+    EXPECT_EQ(left.at(0).at("drive"), 0);
+    EXPECT_EQ(left.at(0).at("namespace_id"), 2);
+}
+
 // tarncli -n killed with SIGKILL at random moments, 200 times: the port's
 // image always has a valid checksum, and many of the runs changed it.
 TEST_F(TarncliParamsTest, KilledModifyNeverLeavesABadChecksum) {
