@@ -18,8 +18,7 @@ constexpr const char kStatuses[] =
     "Exit status:\n"
     "  0    success              48   bad parameter value\n"
     "  8    no adapter port      60   unknown or unexpected parameter\n"
-    "       found or selected    66   command not available or disabled\n"
-    "  136  output switch error (-o, -f, -x or -j with help)\n";
+    "  136  output switch error  66   command not available or disabled\n";
 
 constexpr const char kHbaHelp[] =
     "\nhba: an instance number (see tarncli -g), a WWPN written\n"
@@ -43,7 +42,12 @@ const std::vector<CommandEntry> kCommands = {
      "PCI location and IDs, fabric name) followed by the vital product data of\n"
      "the card.  With \"vpd\", only the vital product data.\n",
      1, true, "vpd", nullptr, InfoReport},
-    {TARN_CMD_PARAMS, {"c"}, "[hba]", "HBA parameter settings", nullptr, kAny, true, nullptr, nullptr, nullptr},
+    {TARN_CMD_PARAMS, {"c"}, "[hba]", "HBA parameter settings",
+     "Shows the HBA parameters held in the NVRAM of each selected port, one line a\n"
+     "parameter: its display name and value, coded values with their meaning\n"
+     "(\"2 - Auto\").  Parameters the port's chip does not have are left out.\n"
+     "Virtual ports share their physical port's NVRAM and are passed over.\n",
+     0, true, nullptr, nullptr, HBAParamsReport},
     {TARN_CMD_TARGETS, {"t"}, "[hba] [target-wwpn]", "Attached devices (disks or tapes)",
      "Lists the targets each selected port sees: target number, WWPN, WWNN, port\n"
      "ID, type (Disk, Tape, NVMe, Array, ...), login status and LUN count, with\n"
@@ -62,7 +66,26 @@ const std::vector<CommandEntry> kCommands = {
      "and a total line.  Targets and LUNs count their paths; the total capacity\n"
      "counts a LUN seen through several paths once.\n",
      0, true, nullptr, nullptr, SummaryReport},
-    {TARN_CMD_MODIFY_PARAMS, {"n"}, "[hba]", "Modify HBA parameters", nullptr, kAny, true, nullptr, nullptr, nullptr},
+    {TARN_CMD_MODIFY_PARAMS, {"n"}, "hba NAME VALUE [NAME VALUE ...] | hba ACTION",
+     "Modify HBA parameters",
+     "Changes the HBA parameters in the NVRAM of the selected ports.  NAME is a\n"
+     "parameter name or its two-letter alias (DataRate or DR, ConnectionOption or\n"
+     "CO, ...; see tarncli -c for the names); a switch may be given as Enable or\n"
+     "Disable.  Every name and value is checked before anything is written.\n"
+     "Actions:\n"
+     "  template [OEM]        load the port's NVRAM template (the board's OEM by\n"
+     "                        default)\n"
+     "  template-file FILE    load a template file\n"
+     "  restore-defaults      restore the default settings, keeping the port's\n"
+     "                        names and boot settings\n"
+     "  reset-defaults        reset to the defaults, keeping only the port's names\n"
+     "  save FILE             save the NVRAM image of one port to FILE\n"
+     "  restore FILE          write an NVRAM image saved before to one port\n"
+     "  global FILE           write the port's global NVRAM from FILE\n"
+     "A change that takes effect only after a reboot says so (XML: Reboot 1,\n"
+     "JSON: \"reboot_required\": true).  The exit status is 0 when the change was\n"
+     "written, else the status of the refusal (nothing written).\n",
+     TARN_MAX_SUBARGS, true, nullptr, nullptr, ModifyParamsReport},
     {TARN_CMD_PERSIST_BIND, {"p"}, "[hba] [bind|unbind target-wwpn|all [target]]", "Persistent binding",
      "Lists the persistent target bindings of each selected port in the driver's\n"
      "configuration file: target number, device instance, WWPN, WWNN, port ID and\n"
@@ -89,7 +112,16 @@ const std::vector<CommandEntry> kCommands = {
      "numbers (0,2,5-7) or \"all\" changes the selection of one target of one port;\n"
      "a target that is not bound yet is bound first (see -p).\n",
      3, true, nullptr, nullptr, SelectiveLunsReport},
-    {TARN_CMD_BOOT_DEVICES, {"e"}, "[hba]", "Boot devices", nullptr, kAny, true, nullptr, nullptr, nullptr},
+    {TARN_CMD_BOOT_DEVICES, {"e"}, "[hba] [target lun [drive]|nvme target nsid|nvme drive clear]",
+     "Boot devices",
+     "Shows the boot settings of each selected port (BIOS, selectable boot,\n"
+     "selective login, ...), its FCP boot drives (drive number, target WWPN and\n"
+     "LUN) and its FC-NVMe boot drives.  With a target (its WWPN or its number\n"
+     "in tarncli -t) and a LUN, sets boot drive DRIVE (0-7, default 0, the\n"
+     "primary) of one port.  \"nvme\" with an FC-NVMe target and a namespace ID\n"
+     "adds an FC-NVMe boot drive; \"nvme DRIVE clear\" removes one (the later\n"
+     "drives move up).\n",
+     3, true, nullptr, nullptr, BootDevicesReport},
     {TARN_CMD_LED, {"a"}, "[hba]", "Port LED state and locate", nullptr, kAny, true, nullptr, nullptr, nullptr},
     {TARN_CMD_LOOPBACK, {"kl"}, "[hba] [NAME=VALUE ...]", "Loopback test",
      "Runs the loopback test on each selected physical port at once (\"all\"\n"
@@ -232,7 +264,7 @@ const CommandEntry *FindCommandById(int32_t id) {
 std::string OptionWords(const CommandEntry &c) { return Words(c, "/"); }
 
 std::string UsageText() {
-    std::string text = "Usage: tarncli [switches] <command> [hba] [arguments]\n\nCommands:\n";
+    std::string text = "Usage: tarncli [switches] <command> [hba] [arguments]\nCommands:\n";
     for (const CommandEntry &c : kCommands) {
         if (!Listed(c)) continue;
         std::string synopsis = "  " + Words(c, ", ") + (c.grammar[0] != '\0' ? " " : "") + c.grammar;
@@ -242,13 +274,12 @@ std::string UsageText() {
     text +=
         "  hba: an instance number (see -g), a WWPN, an alias, or \"all\" (the default).\n"
         "\n"
-        "Switches (at the beginning or the end of the command line):\n"
+        "Switches (first or last; \"/\" may replace \"-\" in every option):\n"
         "  -x, -x2     XML output, format 1 or format 2\n"
         "  -j          JSON output\n"
         "  -s          Silent: print nothing, only set the exit status\n"
         "  -o FILE     Append the output to FILE (-o system: the system log)\n"
         "  -f FILE     Read the command from FILE (one command per file; alone)\n"
-        "Options may also be written with \"/\" in place of \"-\".\n"
         "\n";
     std::string line = "Not available in this version:";
     for (const CommandEntry &c : kCommands) {
