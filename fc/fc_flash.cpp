@@ -295,11 +295,12 @@ VTAPI_EXPORT uint32_t FC_GetAdapterFlashMemoBlock(const ProtocolEntry *port, voi
     const AdapterEntry *card = nullptr;
     if (size == nullptr)
         return VTAPI_INVALID_ARGUMENT;
+    // A read: a port whose card is not in the adapter list is not found.
     if (uint32_t rc = UpdatableCard(port, &card))
-        return rc;
+        return rc == VTAPI_OPTION_ROM_UPDATE_FAILED ? VTAPI_PORT_NOT_FOUND : rc;
     const std::optional<AdapterFacts> facts = FactsOf(card);
     if (!facts)
-        return VTAPI_OPTION_ROM_UPDATE_FAILED;
+        return VTAPI_PORT_NOT_FOUND;
     uint32_t status = VTAPI_SUCCESS;
     const std::optional<std::vector<uint8_t>> block = ReadRegion(facts->handle, VTFU_REGION_FLASH_MEMO, &status);
     if (status == SDERR_NOT_SUPPORTED)

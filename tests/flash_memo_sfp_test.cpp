@@ -34,15 +34,9 @@ protected:
         if (started_)
             VTAPI_Uninitialize();
     }
-    static AdapterEntry *Card(const char *serial) {
-        for (AdapterEntry *a = gpAdapterList ? gpAdapterList->First : nullptr; a; a = a->next)
-            if (strcmp(a->SerialNumber, serial) == 0)
-                return a;
-        return nullptr;
-    }
     // The card's index-th physical port function.
     static ProtocolEntry *Port(const char *serial, int index = 0) {
-        AdapterEntry *a = Card(serial);
+        AdapterEntry *a = CardBySerial(serial);
         for (PhyPortEntry *p = a ? a->PhyPorts.First : nullptr; p; p = p->next)
             for (ProtocolEntry *e = p->Protocols.First; e; e = e->next)
                 if (e->Device.DeviceNodeProperty.VPortId == 0 && index-- == 0)
@@ -78,7 +72,7 @@ protected:
     }
     static std::string Firmware(const char *serial) {
         char text[48] = {};
-        const uint32_t rc = VTAPI_GetFlashComponentVersion(Card(serial), 0x01, text, sizeof text);
+        const uint32_t rc = VTAPI_GetFlashComponentVersion(CardBySerial(serial), 0x01, text, sizeof text);
         return rc == VTAPI_SUCCESS ? text : "status " + std::to_string(rc);
     }
 
@@ -166,6 +160,10 @@ TEST_F(FlashMemoSfp, MemoBlockRecordsEachUpdate) {
     EXPECT_EQ(VTAPI_GetAdapterFlashMemoBlock(nullptr, nullptr, &size), VTAPI_INVALID_ARGUMENT);
     ASSERT_NE(VirtualPort(), nullptr);
     EXPECT_EQ(VTAPI_GetAdapterFlashMemoBlock(VirtualPort(), nullptr, &size), VTAPI_NOT_SUPPORTED_ON_VPORT);
+    ProtocolEntry stranger = *kite;
+    stranger.WWPN[7] ^= 0x5A;
+    EXPECT_EQ(VTAPI_GetAdapterFlashMemoBlock(&stranger, nullptr, &size), VTAPI_PORT_NOT_FOUND);
+    EXPECT_EQ(VTAPI_SfpModuleFirmwareUpdate(&stranger, "/"), VTAPI_OPTION_ROM_UPDATE_FAILED);
 
     // A card never updated has an erased block: an empty memo.
     ASSERT_EQ(VTAPI_GetAdapterFlashMemoBlock(kite, nullptr, &size), VTAPI_SUCCESS);
