@@ -129,6 +129,9 @@ void GeneralInfoBody(const SDMDevice *d) {
     Element(kPortIndent, "ChipRevision", "%u", chip.ChipRevision);
     Element(kPortIndent, "PortID", "%02x:%02x:%02x", port.PortId[0], port.PortId[1], port.PortId[2]);
     XML_PrintElement(kPortIndent, "PortState", GetAdapterStatus(d, status));
+    // A physical port's card may await a restart after a flash update.
+    if (!vport)
+        XML_PrintElement(kPortIndent, "RebootRequired", port.StateFlags & SD_PORTFLAG_REBOOT_REQUIRED ? "Yes" : "No");
     XML_PrintElement(kPortIndent, "PortSpeed", vt::cli::PortSpeed(*d).text().c_str());
     XML_PrintElement(kPortIndent, "SupportedSpeeds", vt::cli::SupportedSpeeds(*d).text().c_str());
     Element(kPortIndent, "MaxFrameSize", "%u", port.MaxFrameSize);

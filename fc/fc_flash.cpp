@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "flash/flash_image.h"
+#include "flash/flash_memo.h"
 #include "flash/flash_update.h"
 #include "vtapi_api.h"
 #include "core/core.h"
@@ -285,6 +286,82 @@ VTAPI_EXPORT uint32_t FC_SaveAdapterFirmwareTableToFile(const ProtocolEntry *por
 
 VTAPI_EXPORT uint32_t FC_SaveAdapterMpiCfgToDatFile(const ProtocolEntry *port, const char *fileName) {
     return SaveRegion(port, fileName, kMpiConfigRegion);
+}
+
+// The memo text of the port's card, NUL-terminated; an erased block gives
+// "".  A null buffer asks for the size; a buffer smaller than *size needs
+// is refused with the size in *size.
+VTAPI_EXPORT uint32_t FC_GetAdapterFlashMemoBlock(const ProtocolEntry *port, void *buffer, uint32_t *size) {
+    const AdapterEntry *card = nullptr;
+    if (size == nullptr)
+        return VTAPI_INVALID_ARGUMENT;
+    // A read: a port whose card is not in the adapter list is not found.
+    if (uint32_t rc = UpdatableCard(port, &card))
+        return rc == VTAPI_OPTION_ROM_UPDATE_FAILED ? VTAPI_PORT_NOT_FOUND : rc;
+    const std::optional<AdapterFacts> facts = FactsOf(card);
+    if (!facts)
+        return VTAPI_PORT_NOT_FOUND;
+    uint32_t status = VTAPI_SUCCESS;
+    const std::optional<std::vector<uint8_t>> block = ReadRegion(facts->handle, VTFU_REGION_FLASH_MEMO, &status);
+    if (status == SDERR_NOT_SUPPORTED)
+        return VTAPI_OPTION_NOT_SUPPORTED;
+    if (status != VTAPI_SUCCESS) {
+        LogDebug(kFile, __LINE__, "FC_GetAdapterFlashMemoBlock: the memo block of %s cannot be read (0x%x)",
+                 card->SerialNumber, status);
+        return VTAPI_GENERAL_FAILURE;
+    }
+    if (!block)
+        return VTAPI_FUNCTION_NOT_APPLICABLE;
+    const Memo memo = ParseMemoBlock(block->data(), block->size());
+    if (memo.state == MemoState::kDamaged) {
+        LogDebug(kFile, __LINE__, "FC_GetAdapterFlashMemoBlock: the memo block of %s is damaged", card->SerialNumber);
+        return VTAPI_FILE_CORRUPTED;
+    }
+    const uint32_t needed = uint32_t(memo.text.size() + 1);
+    if (buffer == nullptr) {
+        *size = needed;
+        return VTAPI_SUCCESS;
+    }
+    if (*size < needed) {
+        *size = needed;
+        return VTAPI_INVALID_ARGUMENT;
+    }
+    std::memcpy(buffer, memo.text.c_str(), needed);
+    *size = needed;
+    return VTAPI_SUCCESS;
+}
+
+// Writes a firmware image file into the SFP module of a physical FC port;
+// the module checks the file and keeps its firmware on any failure.
+VTAPI_EXPORT uint32_t FC_SfpModuleFirmwareUpdate(const ProtocolEntry *port, const char *fileName) {
+    const AdapterEntry *card = nullptr;
+    if (fileName == nullptr)
+        return VTAPI_INVALID_ARGUMENT;
+    if (uint32_t rc = UpdatableCard(port, &card))
+        return rc;
+    const std::optional<std::vector<uint8_t>> file = ReadWholeFile(fileName);
+    if (!file || file->empty() || file->size() > UINT32_MAX) {
+        LogDebug(kFile, __LINE__, "FC_SfpModuleFirmwareUpdate: cannot read %s", fileName);
+        return VTAPI_FILE_CORRUPTED;
+    }
+    const uint32_t instance = port->Device.Instance;
+    uint32_t handle = 0;
+    uint32_t rc = SDOpenDevice(instance, &handle);
+    if (rc == SDERR_NONE) {
+        rc = SDUpdateSfpFirmware(handle, file->data(), uint32_t(file->size()), 0);
+        SDCloseDevice(handle);
+    }
+    LogDebug(kFile, __LINE__, "FC_SfpModuleFirmwareUpdate: %s into the SFP of HBA instance %u: 0x%x (%s)", fileName,
+             instance, rc, SDGetErrorString(rc));
+    switch (rc) {
+    case SDERR_NONE: return VTAPI_SUCCESS;
+    case SDERR_INVALID_PARAMETER: return VTAPI_FILE_CORRUPTED;
+    case SDERR_NOT_SUPPORTED: return VTAPI_OPTION_NOT_SUPPORTED;
+    case SDERR_LOCKDOWN: return VTAPI_FLASH_LOCKDOWN;
+    case SDERR_NO_SUCH_DEVICE:
+    case SDERR_DEVICE_REMOVED: return VTAPI_PORT_NOT_FOUND;
+    default: return VTAPI_OPTION_ROM_UPDATE_FAILED;
+    }
 }
 
 }  // extern "C"

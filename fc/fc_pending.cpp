@@ -28,11 +28,6 @@ VTAPI_EXPORT uint32_t FC_GetTargetLinkSpeed(const ProtocolEntry *, const uint8_t
 VTAPI_EXPORT uint32_t FC_SetTargetLinkSpeed(const ProtocolEntry *, const uint8_t *, uint32_t) { return kPending; }
 VTAPI_EXPORT uint32_t FC_SetTargetLinkSpeedToAlltargets(const ProtocolEntry *, uint32_t) { return kPending; }
 
-// -------- Flash: memo block, transceiver firmware
-
-VTAPI_EXPORT uint32_t FC_GetAdapterFlashMemoBlock(const ProtocolEntry *, void *, uint32_t *) { return kPending; }
-VTAPI_EXPORT uint32_t FC_SfpModuleFirmwareUpdate(const ProtocolEntry *, const char *) { return kPending; }
-
 // -------- Diagnostics
 
 VTAPI_EXPORT uint32_t FC_DiagnosticsEchoElsTest(const ProtocolEntry *, const uint8_t *, void *, uint32_t *) {

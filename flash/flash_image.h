@@ -84,6 +84,7 @@ extern "C" {
 #define VTFU_REGION_FC_SOFTROM       0x103u
 /* The region of the adapter's flash that holds its image layout table. */
 #define VTFU_REGION_FLASH_ILT        0x8Eu
+#define VTFU_REGION_FLASH_MEMO       0x9Au  /* memo block: what the last update wrote */
 
 /* Expected firmware attribute words and header constants. */
 #define VTFU_FW_ATTR_GENERIC         8u

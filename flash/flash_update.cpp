@@ -3,14 +3,17 @@
 // step; single regions saved to files and replaced from files.
 #include "flash_update.h"
 
+#include <algorithm>
 #include <cstdarg>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <ctime>
 #include <map>
 #include <memory>
 #include <new>
 
+#include "flash/flash_memo.h"
 #include "oss/oss_file.h"
 #include "core/core.h"
 #include "oss/oss.h"
@@ -293,6 +296,16 @@ FlashUpdatePlan PlanFlashUpdate(const AdapterEntry *adapter, Bytes file, const s
         return Refuse(plan, rc, 0,
                       Format("Unable to read the flash of HBA %u (%s): %s", facts->instance, facts->model.c_str(),
                              SDGetErrorString(rc)));
+    // A flash with a memo block records the update in it, in the same write;
+    // it is bookkeeping, not a component of the file.
+    if (const auto memo = layout->find(VTFU_REGION_FLASH_MEMO); memo != layout->end()) {
+        std::vector<uint8_t> block = BuildMemoBlock(UpdateMemoText(fileName, plan.imageVersion, time(nullptr)));
+        if (block.size() <= memo->second) {
+            const auto table = std::find_if(plan.regions.begin(), plan.regions.end(),
+                                            [](const StagedRegion &r) { return r.region == VTFU_REGION_FLASH_ILT; });
+            plan.regions.insert(table, StagedRegion{VTFU_REGION_FLASH_MEMO, std::move(block)});
+        }
+    }
     return plan;
 }
 

@@ -158,6 +158,22 @@ typedef struct SDRegionImage {
 SDM_EXPORT uint32_t SDUpdateOptionRomRegions(uint32_t handle, const SDRegionImage *regions, uint32_t count,
                                              uint32_t flags);
 
+/* SFP transceiver module of a physical FC port.  SDGetSfpFirmwareInfo
+ * reports the module's vendor and firmware version.  SDUpdateSfpFirmware
+ * hands the module a firmware image file (its bytes); the module checks it
+ * whole before writing and keeps its old firmware on any failure: a damaged
+ * file gives SDERR_INVALID_PARAMETER, a file for another vendor's module or
+ * a port without a module SDERR_NOT_SUPPORTED, a firmware in lockdown
+ * SDERR_LOCKDOWN, a failing part SDERR_FLASH_WRITE_FAILED.  The new firmware
+ * runs at once.  flags are reserved (0). */
+typedef struct SDSfpFirmwareInfo {
+    char     Vendor[17];  /* NUL-terminated */
+    uint8_t  Version[3];  /* major, minor, sub */
+    uint32_t CodeSum;     /* 32-bit sum of the firmware code */
+} SDSfpFirmwareInfo;
+SDM_EXPORT uint32_t SDGetSfpFirmwareInfo(uint32_t handle, SDSfpFirmwareInfo *info);
+SDM_EXPORT uint32_t SDUpdateSfpFirmware(uint32_t handle, const void *image, uint32_t size, uint32_t flags);
+
 /* Events.  Fills as many 16-byte records as bufferSize holds, oldest first,
  * and takes them from the queue; the rest stay queued for the next call.
  * *count is how many were queued before the call, so a count above what

@@ -36,6 +36,8 @@ uint32_t Backend::writeRegion(PortKey, uint32_t, uint32_t, const std::vector<uin
     return SDERR_NOT_SUPPORTED;
 }
 uint32_t Backend::writeRegions(PortKey, const std::vector<RegionImage> &) { return SDERR_NOT_SUPPORTED; }
+uint32_t Backend::sfpFirmware(PortKey, SDSfpFirmwareInfo &) { return SDERR_NOT_SUPPORTED; }
+uint32_t Backend::updateSfpFirmware(PortKey, const std::vector<uint8_t> &) { return SDERR_NOT_SUPPORTED; }
 uint32_t Backend::takeEvents(PortKey, uint32_t, std::vector<SDAenRecord> &, uint32_t &) {
     return SDERR_NOT_SUPPORTED;
 }

@@ -95,6 +95,10 @@ public:
         std::vector<uint8_t> bytes;
     };
     virtual uint32_t writeRegions(PortKey key, const std::vector<RegionImage> &regions);
+    // The port's SFP module: its firmware, and a new firmware image for it
+    // (SDUpdateSfpFirmware).  Backends without access answer SDERR_NOT_SUPPORTED.
+    virtual uint32_t sfpFirmware(PortKey key, SDSfpFirmwareInfo &out);
+    virtual uint32_t updateSfpFirmware(PortKey key, const std::vector<uint8_t> &image);
 
     // Hands out at most `room` of the oldest queued events and leaves the
     // rest queued; `queued` is how many were waiting before the call.

@@ -32,6 +32,7 @@ constexpr uint32_t kRegionSignature = 0x9E;
 constexpr uint32_t kRegionVpd = 0x8C;
 constexpr uint32_t kRegionGlobalNvram = 0x8D;
 constexpr uint32_t kRegionImageLayoutTable = 0x8E;
+constexpr uint32_t kRegionFlashMemo = 0x9A;  // the card's memo block, written with each update
 constexpr uint32_t kRegionNvmeBoot = 33;
 constexpr uint32_t kRegionNvmeBootActive = 334;
 constexpr uint32_t kRegionNvmeBootInactive = 377;

@@ -432,6 +432,26 @@ SDM_EXPORT uint32_t SDUpdateOptionRomRegions(uint32_t handle, const SDRegionImag
     return ExceptionStatus();
 }
 
+SDM_EXPORT uint32_t SDGetSfpFirmwareInfo(uint32_t handle, SDSfpFirmwareInfo *info) try {
+    if (!info) return SDERR_INVALID_PARAMETER;
+    SDSfpFirmwareInfo got{};
+    if (uint32_t rc = WithPort(handle, [&](Backend &b, PortKey k) { return b.sfpFirmware(k, got); })) return rc;
+    *info = got;
+    return SDERR_NONE;
+} catch (...) {
+    return ExceptionStatus();
+}
+
+SDM_EXPORT uint32_t SDUpdateSfpFirmware(uint32_t handle, const void *image, uint32_t size, uint32_t flags) try {
+    (void)flags;
+    if (!image || size == 0) return SDERR_INVALID_PARAMETER;
+    const auto *bytes = static_cast<const uint8_t *>(image);
+    const std::vector<uint8_t> data(bytes, bytes + size);
+    return WithPort(handle, [&](Backend &b, PortKey k) { return b.updateSfpFirmware(k, data); });
+} catch (...) {
+    return ExceptionStatus();
+}
+
 SDM_EXPORT uint32_t SDGetAen(uint32_t handle, void *buffer, uint32_t bufferSize, uint32_t *count) try {
     if (!count || (!buffer && bufferSize)) return SDERR_INVALID_PARAMETER;
     const uint32_t room = buffer ? bufferSize / uint32_t(sizeof(SDAenRecord)) : 0;

@@ -75,6 +75,14 @@ private:
 };
 
 // Cards of the default simulated host and of the families the tests use.
+// The card of the library's adapter tree with this serial number.
+inline AdapterEntry *CardBySerial(const char *serial) {
+    for (AdapterEntry *a = gpAdapterList ? gpAdapterList->First : nullptr; a; a = a->next)
+        if (std::string(a->SerialNumber) == serial)
+            return a;
+    return nullptr;
+}
+
 inline constexpr img::CardEntry kKiteCard{0x1077, 0x7C50, 0x1077, 0x0C60};
 inline constexpr img::CardEntry kWrenCard{0x1077, 0x6A10, 0x1077, 0x0A16};
 inline constexpr img::CardEntry kTernCard{0x1077, 0x6311, 0x1077, 0x0320};

@@ -287,6 +287,9 @@ TEST_F(NegativeTree, WhatTheKernelHasNoInterfaceForIsNotSupported) {
     EXPECT_EQ(SDGetOptionRomLayout(h_, 0, &layout, sizeof layout), SDERR_NOT_SUPPORTED);
     EXPECT_EQ(SDGetOptionRomEx(h_, buf, 16, 1, 0), SDERR_NOT_SUPPORTED);
     EXPECT_EQ(SDUpdateOptionRomEx2(h_, buf, 16, 1, 0, 0), SDERR_NOT_SUPPORTED);
+    SDSfpFirmwareInfo sfp{};
+    EXPECT_EQ(SDGetSfpFirmwareInfo(h_, &sfp), SDERR_NOT_SUPPORTED);
+    EXPECT_EQ(SDUpdateSfpFirmware(h_, buf, 16, 0), SDERR_NOT_SUPPORTED);
     SDDiagResult r;
     uint8_t rx[64];
     EXPECT_EQ(SDRunDiagLoopbackEx(h_, SD_LOOPBACK_INTERNAL_10BIT, buf, rx, 64, 1, &r), SDERR_NOT_SUPPORTED);

@@ -99,6 +99,7 @@ TEST_F(SimFlash, EveryFamilyHasItsRegionsAndCapacities) {
         for (uint32_t c : nvmeBoot) l[c] = 16384;
         // Cards with two FC-NVMe boot regions also record which one is active.
         if (nvmeBoot.size() == 2) l[0x8F] = 16;
+        l[0x9A] = 4096;  // the memo block
         return l;
     };
     Layout kite = With({0x07, 0x11}, kBoot);

@@ -9,6 +9,8 @@
 #include <gtest/gtest.h>
 
 #include <nlohmann/json.hpp>
+#include <cstring>
+#include <map>
 #include <string>
 #include <vector>
 
@@ -139,6 +141,37 @@ protected:
         const std::string bytes = vttest::ReadFile(file);
         if (bytes.empty()) return {};
         return {bytes.substr(1), bytes[0] == 'R'};
+    }
+
+    // Every region of the card's flash, read by a new process, one after the
+    // other with its code.
+    std::string WholeFlash(int instance) {
+        const std::string file = sysroot_.path("/tmp/flash.bin");
+        const pid_t pid = vttest::ForkChild();
+        if (pid == 0) {
+            uint32_t handle = 0;
+            std::vector<uint8_t> room(8 + 64 * sizeof(SDOptionRomRegion));
+            auto *layout = reinterpret_cast<SDOptionRomLayout *>(room.data());
+            layout->Count = 64;
+            if (SDOpenDevice(uint32_t(instance), &handle) != SDERR_NONE ||
+                SDGetOptionRomLayout(handle, 0, layout, uint32_t(room.size())) != SDERR_NONE)
+                _exit(1);
+            std::vector<SDOptionRomRegion> regions(layout->Count);
+            std::memcpy(regions.data(), room.data() + 8, regions.size() * sizeof(SDOptionRomRegion));
+            std::string all;
+            for (const SDOptionRomRegion &r : regions) {
+                std::vector<char> bytes(r.Size);
+                if (SDGetOptionRomEx(handle, bytes.data(), uint32_t(bytes.size()), r.Region, 0) != SDERR_NONE)
+                    _exit(2);
+                all += std::to_string(r.Region) + ":" + std::string(bytes.begin(), bytes.end());
+            }
+            vttest::WriteFile(file, all);
+            _exit(0);
+        }
+        vttest::ChildGuard child(pid);
+        const int st = child.Wait();
+        EXPECT_TRUE(WIFEXITED(st) && WEXITSTATUS(st) == 0) << st;
+        return vttest::ReadFile(file);
     }
 
     json Info(int instance) {
@@ -377,6 +410,80 @@ TEST_F(TarncliFlash, FailedWriteKeepsTheImage) {
     const json info = Info(kite_);
     EXPECT_EQ(info.at("flash_firmware_version"), "9.12.01");
     EXPECT_EQ(info.at("reboot_required"), "No");
+}
+
+// -i shows the reboot-required state of a physical port in both XML forms
+// too, and not on a virtual port.
+TEST_F(TarncliFlash, InfoXmlShowsRebootRequired) {
+    const std::string hba = std::to_string(kite_);
+    const auto element = [&](const char *format, const std::string &instance) {
+        const RunResult r = Tarn({format, "-i", instance});
+        EXPECT_EQ(r.status, 0) << r.err;
+        const std::vector<std::string> lines = vttest::Lines(r.out);
+        const int at = vttest::FindLine(lines, "<RebootRequired>");
+        if (at < 0) return std::string("<none>");
+        // Right after the port state, at the port's indentation.
+        EXPECT_NE(lines.at(size_t(at) - 1).find("<PortState>"), std::string::npos) << r.out;
+        return lines[size_t(at)];
+    };
+    EXPECT_EQ(element("-x", hba), "\t<RebootRequired>No</RebootRequired>");
+    EXPECT_EQ(element("-x2", hba), "\t<RebootRequired>No</RebootRequired>");
+    EXPECT_EQ(element("-x", std::to_string(vport_)), "<none>");
+    ASSERT_EQ(Tarn({"-b", hba, image_, "-y"}).status, 0);
+    EXPECT_EQ(element("-x", hba), "\t<RebootRequired>Yes</RebootRequired>");
+    EXPECT_EQ(element("-x2", hba), "\t<RebootRequired>Yes</RebootRequired>");
+    EXPECT_EQ(element("-x2", std::to_string(other_)), "\t<RebootRequired>No</RebootRequired>");
+}
+
+// Two 64 Gb cards updated by one command, the second card's write failing:
+// the first is written and reported, the command fails with the second's
+// message, and the second card's flash is wholly the old one.
+TEST_F(TarncliFlash, OneCardOfSeveralFails) {
+    const std::string host = sysroot_.path("/tmp/two_kites.json");
+    json card = json::parse(vttest::ReadFile(vttest::SourcePath("data/hosts/flash_families.json"))).at("cards").at(0);
+    card["copies"] = 2;
+    vttest::WriteFile(host, json({{"cards", json::array({card})}}).dump());
+    setenv("VTSDM_HOST", host.c_str(), 1);
+    struct Unset {
+        ~Unset() { unsetenv("VTSDM_HOST"); }
+    } unset;
+
+    const RunResult g = Tarn({"-j", "-g"});
+    ASSERT_EQ(g.status, 0) << g.err;
+    std::map<std::string, int> firstPort;  // by serial
+    const json ports = json::parse(g.out).at("ports");
+    for (const json &p : ports)
+        firstPort.emplace(p.at("serial").get<std::string>(), p.at("instance").get<int>());
+    ASSERT_EQ(firstPort.size(), 2u) << g.out;
+    const auto [firstSerial, first] = *firstPort.begin();
+    const auto [secondSerial, second] = *std::next(firstPort.begin());
+    const std::string before = WholeFlash(second);
+    ASSERT_GT(before.size(), 1000000u);
+
+    ASSERT_EQ(vttest::Run({vttest::BuildPath("bin/vtsdm-sim"), "flash", std::to_string(second), "fault", "write", "1"})
+                  .status,
+              0);
+    const RunResult r = Tarn({"-j", "-b", "all", image_, "-y"});
+    EXPECT_EQ(r.status, 6) << r.out << r.err;
+    const json doc = json::parse(r.out);
+    EXPECT_EQ(doc.at("status"), 6);
+    EXPECT_NE(doc.at("error").get<std::string>().find("failed: "), std::string::npos);
+    EXPECT_NE(doc.at("error").get<std::string>().find(". Its flash is unchanged."), std::string::npos);
+    EXPECT_EQ(doc.at("hbas").size(), 2u);
+    ASSERT_EQ(doc.at("results").size(), 1u);
+    EXPECT_EQ(doc.at("results")[0].at("serial"), firstSerial);
+    EXPECT_EQ(doc.at("reboot_required"), true);
+
+    const json written = Info(first);
+    EXPECT_EQ(written.at("flash_firmware_version"), "9.20.05");
+    EXPECT_EQ(written.at("reboot_required"), "Yes");
+    const json kept = Info(second);
+    EXPECT_EQ(kept.at("flash_firmware_version"), "9.12.01");
+    EXPECT_EQ(kept.at("bios_version"), "3.67");
+    EXPECT_EQ(kept.at("multiboot_version"), "1.12.03");
+    EXPECT_EQ(kept.at("reboot_required"), "No");
+    EXPECT_FALSE(ReadCard(second).rebootRequired);
+    EXPECT_TRUE(WholeFlash(second) == before) << "the failed card's flash changed";
 }
 
 }  // namespace

@@ -10,10 +10,12 @@
 // changed, and marks the card reboot-required.
 #include "sim_flash.h"
 
+#include <cstring>
 #include <set>
 
 #include "idtable.h"
 #include "nvram_map.h"
+#include "sfp_image.h"
 #include "sim_internal.h"
 #include "simulator.h"
 
@@ -188,6 +190,7 @@ const std::vector<SDOptionRomRegion> &Simulator::cardLayout(const Card &c) {
         const uint32_t size = uint32_t(bytes.size());
         layout.push_back({code, code == image::kRegionImageLayoutTable ? std::max(size, kLayoutTableCapacity) : size});
     }
+    if (!Listed(layout, image::kRegionFlashMemo)) layout.push_back({image::kRegionFlashMemo, simflash::kMemoCapacity});
     return layouts_.emplace(index, std::move(layout)).first->second;
 }
 
@@ -322,6 +325,49 @@ uint32_t Simulator::restartCard(uint32_t instance) {
     return store_.modify([&](State &s) {
         auto it = s.flashCards.find(v.card->serial);
         if (it != s.flashCards.end()) it->second.rebootRequired = false;
+        return SDERR_NONE;
+    });
+}
+
+namespace {
+
+// Physical FC ports have an SFP module of their own; on converged cards the
+// NIC manages the transceiver.
+bool HasSfpModule(const Simulator::View &v) {
+    return !v.vport && v.port->interface == SD_INTERFACE_FC &&
+           simflash::FamilyOf(*v.card) != simflash::Family::kConverged;
+}
+
+}  // namespace
+
+// The SFP module of an FC port: the vendor's stock firmware until an image
+// is written; a write is checked whole and stored in one state write.
+uint32_t Simulator::sfpFirmware(PortKey key, SDSfpFirmwareInfo &out) {
+    View v;
+    if (uint32_t rc = resolve(key, v)) return rc;
+    if (!HasSfpModule(v)) return SDERR_NOT_SUPPORTED;
+    out = SDSfpFirmwareInfo{};
+    std::snprintf(out.Vendor, sizeof out.Vendor, "%s", simflash::kSfpVendor);
+    std::memcpy(out.Version, simflash::kSfpFirmware, sizeof out.Version);
+    const auto &written = store_.current().sfp;
+    if (auto it = written.find(v.port->wwpn); it != written.end()) {
+        std::copy(it->second.version.begin(), it->second.version.end(), out.Version);
+        out.CodeSum = it->second.codeSum;
+    }
+    return SDERR_NONE;
+}
+
+uint32_t Simulator::updateSfpFirmware(PortKey key, const std::vector<uint8_t> &image) {
+    View v;
+    if (uint32_t rc = resolve(key, v)) return rc;
+    if (!HasSfpModule(v)) return SDERR_NOT_SUPPORTED;
+    if (uint32_t rc = flashWriteAllowed(v)) return rc;
+    sfp::SfpImage parsed;
+    if (sfp::ParseSfpImage(image.data(), image.size(), parsed) != sfp::SfpCheck::kOk) return SDERR_INVALID_PARAMETER;
+    if (parsed.vendor != simflash::kSfpVendor) return SDERR_NOT_SUPPORTED;
+    if (flashFault(*v.card, true)) return SDERR_FLASH_WRITE_FAILED;
+    return store_.modify([&](State &s) {
+        s.sfp[v.port->wwpn] = {parsed.version, parsed.codeSum};
         return SDERR_NONE;
     });
 }

@@ -22,6 +22,13 @@ const std::vector<SDOptionRomRegion> &FamilyRegions(Family f);
 
 // Capacity of the image layout table region.
 constexpr uint32_t kLayoutTableCapacity = 8 * 1024;
+// Capacity of the memo block region every card has; it starts erased.
+constexpr uint32_t kMemoCapacity = 4 * 1024;
+
+// Vendor and firmware version of the SFP module of every FC port until a
+// new firmware is written into it.
+constexpr char kSfpVendor[] = "VNTR OPTICS";
+constexpr uint8_t kSfpFirmware[3] = {1, 0, 0};
 
 // The image family whose sample components fill a fresh card's regions.
 image::ImageFamily SampleFamilyOf(const Card &c);

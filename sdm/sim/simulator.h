@@ -70,6 +70,8 @@ public:
     uint32_t readRegion(PortKey key, uint32_t region, std::vector<uint8_t> &bytes) override;
     uint32_t writeRegion(PortKey key, uint32_t region, uint32_t offset, const std::vector<uint8_t> &data) override;
     uint32_t writeRegions(PortKey key, const std::vector<RegionImage> &regions) override;
+    uint32_t sfpFirmware(PortKey key, SDSfpFirmwareInfo &out) override;
+    uint32_t updateSfpFirmware(PortKey key, const std::vector<uint8_t> &image) override;
 
     uint32_t takeEvents(PortKey key, uint32_t room, std::vector<SDAenRecord> &events, uint32_t &queued) override;
     uint32_t eventQueue(PortKey key, SDAenQueueStatus &out) override;

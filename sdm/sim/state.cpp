@@ -213,6 +213,11 @@ std::string StateToJson(const State &s) {
                              {"write_faults", f.writeFaults}};
         j["flash_cards"] = cards;
     }
+    if (!s.sfp.empty()) {
+        json f = json::object();
+        for (const auto &[wwpn, fw] : s.sfp) f[std::to_string(wwpn)] = {{"version", fw.version}, {"sum", fw.codeSum}};
+        j["sfp"] = f;
+    }
     if (!s.vportCreateFaults.empty()) {
         json f = json::object();
         for (const auto &[wwpn, n] : s.vportCreateFaults) f[std::to_string(wwpn)] = n;
@@ -300,6 +305,10 @@ bool StateFromJson(const std::string &text, State &s, std::string *error) {
                 f.readFaults = it.value().at("read_faults").get<uint32_t>();
                 f.writeFaults = it.value().at("write_faults").get<uint32_t>();
             }
+        if (j.contains("sfp"))
+            for (auto it = j["sfp"].begin(); it != j["sfp"].end(); ++it)
+                out.sfp[std::stoull(it.key())] = {it.value().at("version").get<std::array<uint8_t, 3>>(),
+                                                  it.value().at("sum").get<uint32_t>()};
         if (j.contains("vport_create_faults"))
             for (auto it = j["vport_create_faults"].begin(); it != j["vport_create_faults"].end(); ++it)
                 out.vportCreateFaults[std::stoull(it.key())] = it.value().get<uint32_t>();

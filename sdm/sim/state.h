@@ -6,6 +6,7 @@
 
 #include <sys/types.h>
 
+#include <array>
 #include <cstdint>
 #include <functional>
 #include <map>
@@ -65,6 +66,13 @@ struct CardFlashChanges {
     bool operator==(const CardFlashChanges &) const = default;
 };
 
+// Firmware written into a port's SFP module (sim_flash.cpp).
+struct SfpFirmware {
+    std::array<uint8_t, 3> version{};
+    uint32_t codeSum = 0;
+    bool operator==(const SfpFirmware &) const = default;
+};
+
 struct State {
     std::string hostHash;                            // content hash of the host file
     std::map<uint64_t, PortChanges> ports;           // by WWPN
@@ -73,6 +81,7 @@ struct State {
     std::map<std::string, uint32_t> faultsUsed;      // fault key -> count used
     std::map<std::string, CardFlashChanges> flashCards;  // by card serial
     std::map<uint64_t, uint32_t> vportCreateFaults;  // physical WWPN -> creations still to fail
+    std::map<uint64_t, SfpFirmware> sfp;             // physical WWPN -> firmware written into its SFP
     // Run-time target changes, by "<port WWPN>/<target WWPN>", and the clock.
     std::map<std::string, TargetChanges> targets;
     ClockSetting clock;
