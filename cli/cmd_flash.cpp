@@ -21,6 +21,7 @@
 #include "cli/xml.h"
 #include "core/core.h"
 #include "flash/flash_update.h"
+#include "oss/oss_signal.h"
 
 namespace vt::cli {
 namespace {
@@ -173,7 +174,12 @@ bool Confirmed(const std::vector<CardUpdate> &cards) {
     std::fprintf(stderr, "Update the flash of %s? (y/n): ", names.c_str());
     std::fflush(stderr);
     char answer[32] = "";
-    if (std::fgets(answer, sizeof answer, stdin) == nullptr) {
+    bool answered;
+    {
+        const vt::oss::InputWait waiting;  // a termination may clean up meanwhile
+        answered = std::fgets(answer, sizeof answer, stdin) != nullptr;
+    }
+    if (!answered) {
         std::fputc('\n', stderr);
         return false;
     }

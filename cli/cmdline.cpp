@@ -18,6 +18,8 @@
 #include <cstdlib>
 #include <cstring>
 #include <fstream>
+#include <mutex>
+#include <new>
 #include <sstream>
 #include <string>
 #include <string_view>
@@ -25,9 +27,11 @@
 
 #include "cli/cli.h"
 #include "cli/commands.h"
+#include "cli/sinks.h"
 #include "cli/xml.h"
 #include "core/core.h"
 #include "oss/oss.h"
+#include "oss/oss_signal.h"
 #include "sysroot.h"
 
 extern "C" {
@@ -135,15 +139,9 @@ std::vector<std::string> SplitCommandFile(std::istream &in) {
     return words;
 }
 
-void InstallHandler(int signum) {
-    struct sigaction old {};
-    if (sigaction(signum, nullptr, &old) == 0 && old.sa_handler == SIG_IGN) return;  // stays ignored
-    struct sigaction action {};
-    action.sa_handler = termination_handler;
-    sigemptyset(&action.sa_mask);
-    action.sa_flags = 0;
-    sigaction(signum, &action, nullptr);
-}
+// cleanup runs once, whichever thread comes first (the command thread at its
+// end, or the signal thread).
+std::mutex g_cleanupMutex;
 
 }  // namespace
 
@@ -216,7 +214,8 @@ VTAPI_EXPORT void InitializeParameters(void) {
     TarnSetReferenceFile();
 }
 
-VTAPI_EXPORT uint32_t RunFCCommandLine(int32_t argc, char **argv) {
+// The whole command line; RunFCCommandLine keeps its exceptions inside.
+uint32_t RunCommandLine(int32_t argc, char **argv) {
     std::setlocale(LC_ALL, "");
     InitializeParameters();
 
@@ -247,28 +246,49 @@ VTAPI_EXPORT uint32_t RunFCCommandLine(int32_t argc, char **argv) {
                                      : TARN_OUTPUT_TEXT;
     if (bHelp) {
         if (!bXmlOutPut) ProcessHelpArg(argc, argv);
+        status = vt::cli::FinishOutput(0);
         TarnUnInitializeLogFile();
-        return 0;
+        return status;
     }
     if (bGetAppVersion) {
         if (bXmlOutPut) XML_EmitAppBuildInfo(1);
         else DisplayVersion();
+        status = vt::cli::FinishOutput(0);
         TarnUnInitializeLogFile();
-        return 0;
+        return status;
     }
     if (bParseErr) {
         status = static_cast<uint32_t>(ProcessArg(argc, argv));
     } else if (bOptionEnable) {
+        vt::oss::CommandBegin();
         CmdInit(argc, argv);
         status = static_cast<uint32_t>(ProcessArg(argc, argv));
+        vt::oss::CommandEnd();
     } else {
         static const char kDisabled[] = "This feature is not available or disabled!";
         if (g_command.Output != TARN_OUTPUT_TEXT) vt::cli::ReportFailure(g_command.Output, TARN_STATUS_NOT_PERMITTED, kDisabled);
         else TarnPrint(VT_MSG_PLAIN, "%s\n", kDisabled);
         status = TARN_STATUS_NOT_PERMITTED;
     }
+    status = vt::cli::FinishOutput(status);
     TarnUnInitializeLogFile();
     return status;
+}
+
+VTAPI_EXPORT uint32_t RunFCCommandLine(int32_t argc, char **argv) {
+    try {
+        return RunCommandLine(argc, argv);
+    } catch (const std::bad_alloc &) {
+        vt::cli::ReportFailure(g_command.Output, TARN_STATUS_NO_MEMORY, "Error: Out of memory!");
+        vt::oss::CommandEnd();
+        TarnUnInitializeLogFile();
+        return TARN_STATUS_NO_MEMORY;
+    } catch (...) {
+        vt::cli::ReportFailure(g_command.Output, 1, "Error: Internal failure!");
+        vt::oss::CommandEnd();
+        TarnUnInitializeLogFile();
+        return 1;  // the status of a command that could not run
+    }
 }
 
 /* -------------------------------------------------------------- parsing */
@@ -508,7 +528,10 @@ VTAPI_EXPORT void CleanUpArgumentList(void) {
 
 VTAPI_EXPORT void CmdInit(int32_t argc, char **argv) {
     TarnLogMessage(VT_MSG_DEBUG, "CmdInit: Starting initialization...");
-    for (int signum : {SIGINT, SIGHUP, SIGTERM}) InstallHandler(signum);
+    // The handler runs on a thread of its own (never in signal context), so
+    // it may log, free the core and restore the terminal safely.
+    if (!vt::oss::StartSignalThread({SIGINT, SIGHUP, SIGTERM}, termination_handler))
+        TarnLogMessage(VT_MSG_WARNING, "CmdInit: Unable to start the signal thread!");
     signal(SIGPIPE, SIG_IGN);
     TarnLogMessage(VT_MSG_DEBUG, "CmdInit: Signal handlers installed.");
     if (get_terminfo() != 0) TarnLogMessage(VT_MSG_WARNING, "CmdInit: Unable to get terminal attribute!");
@@ -558,6 +581,7 @@ int32_t restore(void) {
 }
 
 VTAPI_EXPORT void termination_handler(int32_t signum) {
+    vt::oss::RequestCommandStop();
     TarnLogMessage(VT_MSG_INFO, "Signal (%d) caught...", signum);
     TarnLogMessage(VT_MSG_DEBUG, "g_signalHandlerInProgress=%d", g_signalHandlerInProgress);
     if (g_signalHandlerInProgress) {
@@ -583,17 +607,27 @@ VTAPI_EXPORT void termination_handler(int32_t signum) {
         }
     }
     for (int s : {SIGINT, SIGHUP, SIGTERM, SIGPIPE}) signal(s, SIG_DFL);
-    // The signal being handled is blocked while the handler runs, so the
-    // raised one stays pending, and the process ends by the exit below with
-    // the status of the terminal restore.
+    // The signal is blocked in every thread (the signal thread takes it with
+    // sigwait), so the raised one stays pending, and the process ends by the
+    // exit below with the status of the terminal restore.
     raise(signum);
     const int32_t status = restore();
     TarnLogMessage(VT_MSG_DEBUG, "termination_handler: exit %d.", status);
+    if (vt::oss::OnSignalThread()) {
+        // The command thread is parked or ending on its own: the process
+        // ends here without running exit handlers beside it.
+        std::fflush(nullptr);
+        _exit(status);
+    }
     std::exit(status);
 }
 
 VTAPI_EXPORT void cleanup(void) {
     if (bHelp || bParseErr || bGetAppVersion) return;
+    // On the signal thread: wait until the command thread stands at a safe
+    // point, so that no list is freed while it is built or walked.
+    vt::oss::StopCommandThread();
+    std::lock_guard<std::mutex> once(g_cleanupMutex);
     if (g_ResourcesDeallocated) return;
     TarnLogMessage(VT_MSG_DEBUG, "Shutting Down...");
     OSSStopCorePollingLoop();

@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "cli/sinks.h"
+#include "oss/oss_signal.h"
 #include "vtapi_cli.h"
 
 namespace vt::cli {
@@ -195,6 +196,7 @@ private:
     void Flush() {
         if (line_.empty()) return;
         line_ += '\n';
+        vt::oss::SafePoint();
         scfxPrint(line_.c_str());
         line_.clear();
     }

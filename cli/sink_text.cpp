@@ -3,12 +3,36 @@
 #include <string>
 
 #include "cli/sinks.h"
+#include "oss/oss_signal.h"
 #include "vtapi_cli.h"
 
 namespace vt::cli {
+
+std::string VisibleText(const std::string &text) {
+    std::string out;
+    out.reserve(text.size());
+    for (const char c : text) {
+        const auto byte = static_cast<unsigned char>(c);
+        if ((byte < 0x20 && c != '\n' && c != '\t') || byte == 0x7F) {
+            char escaped[5];
+            std::snprintf(escaped, sizeof escaped, "\\x%02x", byte);
+            out += escaped;
+        } else {
+            out += c;
+        }
+    }
+    return out;
+}
+
 namespace {
 
-void Print(const std::string &text) { scfxPrint(text.c_str()); }
+// Every line of a text report passes here: the command thread may be
+// stopped at this point, and control characters that device text carries
+// (ESC, CR, ...) are shown as "\x1b" instead of acting on the terminal.
+void Print(const std::string &text) {
+    vt::oss::SafePoint();
+    scfxPrint(VisibleText(text).c_str());
+}
 
 std::string Clip(const std::string &text, int clip) {
     return clip > 0 && text.size() > static_cast<size_t>(clip) ? text.substr(0, static_cast<size_t>(clip)) : text;

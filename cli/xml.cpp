@@ -13,6 +13,7 @@
 #include "cli/xml.h"
 #include "core/core.h"
 #include "oss/oss.h"
+#include "oss/oss_signal.h"
 #include "oss/oss_text.h"
 
 using vt::cli::XmlLine;
@@ -249,6 +250,7 @@ void XmlLine(const char *format, ...) {
     std::string line = vt::oss::FormatV(format, args);
     va_end(args);
     line += '\n';
+    vt::oss::SafePoint();  // the command thread may be stopped here
     scfxPrint(line.c_str());
 }
 

@@ -6,6 +6,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <memory>
 
 #include "core/core.h"
 #include "oss/oss.h"
@@ -69,7 +70,10 @@ uint32_t CoreIsAenSupported(const SDMDevice *device) {
 
 // Reads every property group of an opened port into a new record.
 VTAPI_EXPORT SDMDevice *CreateNewSDMDevice(uint32_t handle, uint32_t instance) {
-    auto *d = static_cast<SDMDevice *>(calloc(1, sizeof(SDMDevice)));
+    // Owned here until returned, so that an exception out of a device call
+    // (memory running out) does not lose it.
+    std::unique_ptr<SDMDevice, decltype(&free)> owner(static_cast<SDMDevice *>(calloc(1, sizeof(SDMDevice))), &free);
+    SDMDevice *d = owner.get();
     if (!d) return nullptr;
     d->DeviceHandle = handle;
     d->Instance = instance;
@@ -108,7 +112,7 @@ VTAPI_EXPORT SDMDevice *CreateNewSDMDevice(uint32_t handle, uint32_t instance) {
         }
     }
     InitTargetList(&d->Targets);
-    return d;
+    return owner.release();
 }
 
 void FreeSDMDevice(SDMDevice *device) {

@@ -6,10 +6,13 @@
 #include <cstdlib>
 #include <cstring>
 #include <memory>
+#include <string>
+#include <unordered_set>
 #include <vector>
 
 #include "core/core.h"
 #include "oss/oss.h"
+#include "oss/oss_signal.h"
 
 namespace {
 
@@ -70,6 +73,62 @@ void Append(List *list, Item *item) {
     list->Last = item;
     ++list->Count;
 }
+
+// The keys of the list that was last appended to, so that the duplicate
+// check of an append costs constant time while one list is filled (discovery
+// fills each target and LUN list in one go).  The index is taken as valid
+// only while the list still has the address, count and last item (with its
+// key) it had after the last append; otherwise it is rebuilt by one walk.
+template <typename List, typename Item, typename Key>
+class AppendIndex {
+public:
+    using KeyOf = Key (*)(const Item *);
+    explicit AppendIndex(KeyOf keyOf) : keyOf_(keyOf) {}
+
+    // Whether an item with `key` is listed.
+    bool Contains(const List *list, const Key &key) {
+        if (!Current(list)) Rebuild(list);
+        return keys_.count(key) != 0;
+    }
+    // Records the item just appended.
+    void Appended(const List *list, const Item *item) {
+        keys_.insert(keyOf_(item));
+        Remember(list);
+    }
+
+private:
+    bool Current(const List *list) const {
+        return list == list_ && list->Count == count_ && list->Last == last_ &&
+               (last_ == nullptr || keyOf_(last_) == lastKey_);
+    }
+    void Rebuild(const List *list) {
+        keys_.clear();
+        for (const Item *i = list->First; i; i = i->next) keys_.insert(keyOf_(i));
+        Remember(list);
+    }
+    void Remember(const List *list) {
+        list_ = list;
+        count_ = list->Count;
+        last_ = list->Last;
+        if (last_) lastKey_ = keyOf_(last_);
+    }
+
+    KeyOf keyOf_;
+    std::unordered_set<Key> keys_;
+    const List *list_ = nullptr;
+    uint32_t count_ = 0;
+    const Item *last_ = nullptr;
+    Key lastKey_{};
+};
+
+uint32_t LunKey(const LunEntry *l) { return l->LunNumber; }
+
+std::string TargetKey(const TargetEntry *t) {
+    return std::string(reinterpret_cast<const char *>(t->WWNN), 8) + std::string(reinterpret_cast<const char *>(t->WWPN), 8);
+}
+
+thread_local AppendIndex<LunList, LunEntry, uint32_t> t_lunIndex(LunKey);
+thread_local AppendIndex<TargetList, TargetEntry, std::string> t_targetIndex(TargetKey);
 
 // Unlinks `item` from a singly linked list; false when it is not there.
 template <typename List, typename Item>
@@ -258,8 +317,9 @@ VTAPI_EXPORT void RemoveAllTargetsFromTargetList(TargetList *list) { FreeTargetL
 // Appends a target; a target whose (WWNN, WWPN) is already listed is refused.
 VTAPI_EXPORT int32_t AddTargetToTargetList(TargetList *list, TargetEntry *target) {
     if (!list || !target) return vt::kListNullArgument;
-    if (FindTargetInTargetList(list, target)) return -1;
+    if (t_targetIndex.Contains(list, TargetKey(target))) return -1;
     Append(list, target);
+    t_targetIndex.Appended(list, target);
     return 0;
 }
 
@@ -376,8 +436,9 @@ VTAPI_EXPORT void RemoveAllLunsFromLunList(LunList *list) { FreeLunList(list); }
 // Appends a LUN; a LUN number that is already listed is refused.
 VTAPI_EXPORT int32_t AddLunToLunList(LunList *list, LunEntry *lun) {
     if (!list || !lun) return vt::kListNullArgument;
-    if (FindLunInLunList(list, lun->LunNumber)) return -1;
+    if (t_lunIndex.Contains(list, LunKey(lun))) return -1;
     Append(list, lun);
+    t_lunIndex.Appended(list, lun);
     return 0;
 }
 
@@ -672,6 +733,7 @@ VTAPI_EXPORT uint32_t RetrieveTargetDataForTargets(SDMDevice *device) {
 VTAPI_EXPORT uint32_t RetrieveLunDataForTargets(SDMDevice *device) {
     if (!device) return vt::kListNullArgument;
     for (TargetEntry *t = device->Targets.First; t; t = t->next) {
+        vt::oss::SafePoint();  // the lists are whole here: a termination may stop the thread
         if (t->TargetFlags & SD_TGTFLAG_LOGGED_IN) RetrieveLunsForTarget(device, t);
         else FreeLunList(&t->Luns);
     }

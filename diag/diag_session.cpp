@@ -21,6 +21,7 @@
 #include "diag_internal.h"
 #include "vtapi_cli.h"
 #include "oss/oss.h"
+#include "oss/oss_signal.h"
 
 namespace vt::diag {
 
@@ -164,10 +165,16 @@ void Session::wait(const std::function<bool(int32_t)> &onKey, const std::functio
     {
         KeyMode keys;
         while (active_.load() > 0) {
+            // A termination stops the command thread here and stops the
+            // workers in its cleanup.
+            vt::oss::SafePoint();
             const int32_t key = DiagGetKey(kKeyPollMs);
             if (key >= 0 && onKey(key)) requestStop();
             // Someone else (the command line's handler) ended the test.
-            if (g_DiagState != TARN_DIAG_RUNNING) requestStop();
+            if (g_DiagState != TARN_DIAG_RUNNING) {
+                vt::oss::SafePoint();
+                requestStop();
+            }
             onTick();
         }
     }

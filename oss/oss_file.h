@@ -88,6 +88,23 @@ private:
     int fd_ = -1;
 };
 
+// Opening a file that root reads or writes in a shared or user-controlled
+// place (the messages file, the command-line log and trace files,
+// /etc/hba.conf).  The open never follows a symbolic link and never blocks
+// on a FIFO or device: it is non-blocking, and anything but a regular file is
+// refused (EINVAL).  For writing, a regular file that another user owns or
+// that has further hard links is not written into: it is removed and a new
+// file created exclusively in its place (`replaced` says so, for a warning in
+// the log); a file planted in that moment makes the open fail (EEXIST).
+enum class SharedMode { Read, Append, Truncate };
+struct SharedOpenResult {
+    int fd = -1;  // blocking again; -1 with `error` set on failure
+    int error = 0;
+    bool replaced = false;
+};
+SharedOpenResult OpenSharedFile(const std::string &path, SharedMode mode, bool readWrite = false,
+                                mode_t createMode = 0644);
+
 // Reads a whole file (following links: reading is harmless).  0, ENOENT,
 // EFBIG when it holds more than `limit` bytes, or another errno value.
 int ReadWholeFile(const std::string &path, std::string &text, size_t limit = SIZE_MAX);

@@ -10,6 +10,7 @@
 #include <unistd.h>
 
 #include <cctype>
+#include <cerrno>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -17,6 +18,7 @@
 
 #include "oss/oss.h"
 #include "sysroot.h"
+#include "oss/oss_file.h"
 #include "oss/oss_handle.h"
 
 namespace {
@@ -121,9 +123,13 @@ VTAPI_EXPORT uint32_t haslibvtsdmEntry(void *stream) {
 VTAPI_EXPORT uint32_t createHBAConfFile(const char *mode, const char *provider) {
     if (!mode || !provider) return 1;
     const bool append = mode[0] == 'a';
-    int flags = O_WRONLY | O_CREAT | O_CLOEXEC | O_NOFOLLOW | (append ? O_APPEND : O_TRUNC);
-    vt::oss::Fd fd(open(vt::MapSystemPath(kHbaConf).c_str(), flags, 0644));
+    const std::string path = vt::MapSystemPath(kHbaConf);
+    const vt::oss::SharedOpenResult opened =
+        vt::oss::OpenSharedFile(path, append ? vt::oss::SharedMode::Append : vt::oss::SharedMode::Truncate);
+    vt::oss::Fd fd(opened.fd);
     if (!fd) return 1;
+    if (opened.replaced)
+        LogWarning(nullptr, 0, "createHBAConfFile: replaced a file that another user owned or linked (%s)", path.c_str());
     const vt::oss::File f(fdopen(fd.get(), mode));
     if (!f) return 1;
     fd.release();  // the stream owns it now
@@ -134,10 +140,17 @@ VTAPI_EXPORT uint32_t createHBAConfFile(const char *mode, const char *provider) 
 
 VTAPI_EXPORT uint32_t checkAndInstallHBAConfFile(void) {
     const char *provider = findlibvtsdm_adapter_provider();
-    if (const vt::oss::File f{fopen(vt::MapSystemPath(kHbaConf).c_str(), "r")}) {
+    vt::oss::SharedOpenResult opened = vt::oss::OpenSharedFile(vt::MapSystemPath(kHbaConf), vt::oss::SharedMode::Read);
+    vt::oss::Fd fd(opened.fd);
+    if (fd) {
+        const vt::oss::File f(fdopen(fd.get(), "r"));
+        if (!f) return 1;
+        fd.release();  // the stream owns it now
         if (haslibvtsdmEntry(f.get())) return 0;
         return createHBAConfFile("a", provider);
     }
+    // Something that is not a regular file (a FIFO, a link) is left alone.
+    if (opened.error != ENOENT) return 1;
     return createHBAConfFile("w", provider);
 }
 

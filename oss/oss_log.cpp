@@ -20,6 +20,7 @@
 
 #include "sysroot.h"
 #include "oss/oss.h"
+#include "oss/oss_file.h"
 #include "oss/oss_handle.h"
 
 extern "C" {
@@ -320,9 +321,16 @@ VTAPI_EXPORT uint32_t OSSLogMessage2(int32_t type, const char *text) {
         line += text != nullptr ? text : "";
         line += '\n';
         const std::string path = vt::MapSystemPath(messagesfile);
-        const vt::oss::Fd fd(open(path.c_str(), O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC | O_NOFOLLOW, 0644));
+        const vt::oss::SharedOpenResult opened = vt::oss::OpenSharedFile(path, vt::oss::SharedMode::Append);
+        const vt::oss::Fd fd(opened.fd);
         if (!fd)
             return 1;
+        if (opened.replaced) {
+            const std::string warning = std::string(TranslateMessageTypeToString(VT_MSG_WARNING)) +
+                                        ": Replaced a messages file that another user owned or linked: " + path + "\n";
+            const ssize_t noted = write(fd.get(), warning.data(), warning.size());
+            (void)noted;
+        }
         const ssize_t written = write(fd.get(), line.data(), line.size());
         (void)written;
     } catch (const std::bad_alloc &) {
@@ -363,7 +371,11 @@ VTAPI_EXPORT void OpenCoreMessagesFile(void) {
     if (messagesfile[0] == '\0')
         return;
     const std::string path = vt::MapSystemPath(messagesfile);
-    const vt::oss::Fd emptied(open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC | O_NOFOLLOW, 0644));
+    const vt::oss::SharedOpenResult opened = vt::oss::OpenSharedFile(path, vt::oss::SharedMode::Truncate);
+    const vt::oss::Fd emptied(opened.fd);
+    if (opened.replaced)
+        LogWarning(nullptr, 0, "OpenCoreMessagesFile: replaced a file that another user owned or linked (%s)",
+                   path.c_str());
 }
 
 VTAPI_EXPORT int32_t IsFileSizeWithinLimit(const char *path, uint64_t limit) {

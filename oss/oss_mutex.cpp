@@ -12,6 +12,7 @@
 #include <sys/sem.h>
 #include <time.h>
 
+#include <atomic>
 #include <cstdlib>
 #include <deque>
 #include <mutex>
@@ -63,6 +64,11 @@ int SemSet(int32_t id, int num, int value) {
 uint64_t Self() { return static_cast<uint64_t>(pthread_self()); }
 
 pthread_mutex_t *CriticalSection() { return static_cast<pthread_mutex_t *>(g_ossCriticalSection); }
+
+// Whether the current critical section is held, so that deleting it never
+// has to try pthread_mutex_destroy on a locked mutex.  Written only by the
+// holder, between its lock and unlock.
+std::atomic<bool> g_sectionHeld{false};
 
 // Mutexes replaced by a later OSSInitCriticalSection stay allocated (a thread
 // may still be inside one); they are kept reachable here.
@@ -243,13 +249,17 @@ VTAPI_EXPORT uint32_t OSSInitCriticalSection(void) {
         g_retiredSections->push_back(g_ossCriticalSection);
     }
     g_ossCriticalSection = mem;
+    g_sectionHeld.store(false);
     return 0;
 }
 
 VTAPI_EXPORT int32_t OSSEnterCriticalSection(void) {
     pthread_mutex_t *m = CriticalSection();
     const int rc = m == nullptr ? EINVAL : pthread_mutex_lock(m);
-    if (rc == 0) return 0;
+    if (rc == 0) {
+        g_sectionHeld.store(true);
+        return 0;
+    }
     if (rc == EINVAL)
         CoreLogMessage(VT_MSG_ERROR, "OSSEnterCriticalSection: The mutex has not been properly initialized!");
     else if (rc == EDEADLK)
@@ -259,7 +269,13 @@ VTAPI_EXPORT int32_t OSSEnterCriticalSection(void) {
 
 VTAPI_EXPORT int32_t OSSLeaveCriticalSection(void) {
     pthread_mutex_t *m = CriticalSection();
+    // Cleared before the unlock: after it another thread may take the
+    // section and set the flag again.  A caller that does not hold the
+    // section gets EPERM below only for error-checking mutexes, so the flag
+    // is restored when the unlock fails.
+    const bool wasHeld = g_sectionHeld.exchange(false);
     const int rc = m == nullptr ? EINVAL : pthread_mutex_unlock(m);
+    if (rc != 0) g_sectionHeld.store(wasHeld);
     if (rc == 0) return 0;
     if (rc == EINVAL)
         CoreLogMessage(VT_MSG_ERROR, "OSSLeaveCriticalSection: The mutex has not been properly initialized!");
@@ -271,11 +287,11 @@ VTAPI_EXPORT int32_t OSSLeaveCriticalSection(void) {
 VTAPI_EXPORT uint32_t OSSDeleteCriticalSection(void) {
     pthread_mutex_t *m = CriticalSection();
     if (m == nullptr) return 0;
-    const int rc = pthread_mutex_destroy(m);
-    if (rc == EBUSY) {
+    if (g_sectionHeld.load()) {
         CoreLogMessage(VT_MSG_ERROR, "OSSDeleteCriticalSection: The mutex is currently locked!");
         return vt::kFailure;
     }
+    const int rc = pthread_mutex_destroy(m);
     if (rc != 0) return vt::kFailure;
     std::free(m);
     g_ossCriticalSection = nullptr;

@@ -6,6 +6,8 @@
 // always fails, so every agent setting keeps its default and every write
 // through the agent-file writer fails.
 #include <errno.h>
+#include <fcntl.h>
+#include <sys/stat.h>
 #include <strings.h>
 #include <unistd.h>
 
@@ -134,6 +136,34 @@ VTAPI_EXPORT const char *TarnGetExitCodesFileName(void) {
 
 /* ------------------------------------------------------ opening files */
 
+namespace {
+
+// Reading never blocks on a FIFO planted under the file's name.
+FILE *OpenPropertyFile(const char *path, const char *fmode) {
+    if (fmode[0] != 'r' || fmode[1] == '+') return std::fopen(path, fmode);
+    const int fd = open(path, O_RDONLY | O_NONBLOCK | O_CLOEXEC);
+    if (fd < 0) return nullptr;
+    struct stat st {};
+    if (fstat(fd, &st) != 0 || !S_ISREG(st.st_mode)) {
+        close(fd);
+        errno = EINVAL;
+        return nullptr;
+    }
+    fcntl(fd, F_SETFL, fcntl(fd, F_GETFL) & ~O_NONBLOCK);
+    FILE *stream = fdopen(fd, fmode);
+    if (stream == nullptr) close(fd);
+    return stream;
+}
+
+void WarnUntrusted(const char *path) {
+    static const char kText[] =
+        "Ignoring preference file (%s): not owned by root or the caller, or writable by others.";
+    if (GetCoreEnableDebugMessage()) TarnLogMessage(VT_MSG_WARNING, kText, path);
+    else LogWarning(nullptr, 0, kText, path);
+}
+
+}  // namespace
+
 VTAPI_EXPORT FILE *TarnOpenPreferenceFile(const char *path, int32_t mode) {
     if (path == nullptr) {
         TarnLogMessage(VT_MSG_DEBUG, "[%s][%d][%s]: Invalid arguments.", kSourcePath, __LINE__, __func__);
@@ -148,11 +178,22 @@ VTAPI_EXPORT FILE *TarnOpenPreferenceFile(const char *path, int32_t mode) {
     case 5: fmode = "a+"; break;
     default: break;
     }
-    FILE *stream = std::fopen(path, fmode);
+    FILE *stream = OpenPropertyFile(path, fmode);
     if (stream == nullptr) {
         const int err = errno;
         TarnLogMessage(VT_MSG_DEBUG, "[%s][%d][%s]: Failed to open preference file[%s] | mode[%s] | errno[%d][%s].",
                        kSourcePath, __LINE__, __func__, path, fmode, err, std::strerror(err));
+        return nullptr;
+    }
+    // The file decides where root writes (the trace file) and what the tool
+    // may do, so only root's or the caller's own, unwritable by others, counts.
+    struct stat st {};
+    if (fstat(fileno(stream), &st) != 0 || !S_ISREG(st.st_mode) || (st.st_uid != 0 && st.st_uid != geteuid()) ||
+        (st.st_mode & (S_IWGRP | S_IWOTH)) != 0) {
+        std::fclose(stream);
+        WarnUntrusted(path);
+        errno = EPERM;
+        return nullptr;
     }
     return stream;
 }

@@ -12,6 +12,7 @@
 #include <string>
 
 #include "oss/oss.h"
+#include "oss/oss_file.h"
 #include "oss/oss_handle.h"
 
 extern "C" {
@@ -36,17 +37,20 @@ const char *ConsoleWord(int32_t type) {
 // fopen-like open of a log file that never follows a symbolic link in the
 // last component (the default log lives in a shared directory).
 FILE *OpenLogStream(const std::string &path, const char *mode) {
-    int flags;
+    vt::oss::SharedMode shared;
     switch (mode[0]) {
-    case 'r': flags = 0; break;
-    case 'w': flags = O_CREAT | O_TRUNC; break;
-    case 'a': flags = O_CREAT | O_APPEND; break;
+    case 'r': shared = vt::oss::SharedMode::Read; break;
+    case 'w': shared = vt::oss::SharedMode::Truncate; break;
+    case 'a': shared = vt::oss::SharedMode::Append; break;
     default: return nullptr;
     }
-    flags |= std::strchr(mode, '+') != nullptr ? O_RDWR : (mode[0] == 'r' ? O_RDONLY : O_WRONLY);
-    vt::oss::Fd fd(open(path.c_str(), flags | O_CLOEXEC | O_NOFOLLOW, 0644));
+    const vt::oss::SharedOpenResult opened =
+        vt::oss::OpenSharedFile(path, shared, std::strchr(mode, '+') != nullptr);
+    vt::oss::Fd fd(opened.fd);
     if (!fd)
         return nullptr;
+    if (opened.replaced)
+        LogWarning(nullptr, 0, "Replaced a log file that another user owned or linked (%s)", path.c_str());
     FILE *stream = fdopen(fd.get(), mode);
     if (stream != nullptr)
         fd.release();  // the stream owns it now

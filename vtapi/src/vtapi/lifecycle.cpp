@@ -8,6 +8,7 @@
 
 #include "core/core.h"
 #include "core/events.h"
+#include "frame.h"
 #include "fc/fc.h"
 #include "oss/oss.h"
 #include "oss/oss_status.h"
@@ -51,6 +52,21 @@ private:
 
 }  // namespace
 
+// Runs the work of an exported call that holds the access mutex: no
+// exception leaves the library, and one that ends the work early releases
+// the mutex the work would have released.
+template <class Work>
+uint32_t UnderLock(int32_t mutex, Work &&work) {
+    bool finished = false;
+    const uint32_t rc = vt::frame::Guarded([&] {
+        const uint32_t status = work();
+        finished = true;
+        return status;
+    });
+    if (!finished) vtapi_UnlockAccessMutex(mutex);
+    return rc;
+}
+
 extern "C" {
 
 VTAPI_EXPORT int32_t gTraceLevel = 8;
@@ -73,120 +89,128 @@ VTAPI_EXPORT uint32_t VTAPI_Initialize(int32_t traceLevel, const char *installDi
     ProfilerEnterFunction("VTAPI_Initialize");
     const int32_t mutex = getVTAPIMutexID();
     vtapi_LockAccessMutex(mutex, kWaitForever);
-    if (traceLevel != 0) {
-        gTraceLevel = traceLevel;
-        if (!guInRefreshData && (traceLevel & VT_TRACE_INFO)) {
-            InitializeLogMessageFile();
-            RenameLogFile(messagesfile, oldmessagesfile);
-            OpenCoreMessagesFile();
+    return UnderLock(mutex, [&]() -> uint32_t {
+        if (traceLevel != 0) {
+            gTraceLevel = traceLevel;
+            if (!guInRefreshData && (traceLevel & VT_TRACE_INFO)) {
+                InitializeLogMessageFile();
+                RenameLogFile(messagesfile, oldmessagesfile);
+                OpenCoreMessagesFile();
+            }
+            if (traceLevel & VT_TRACE_CLILOG) {
+                // The command-line log opens its file name as it is.
+                SetLogFileName(messagesfile[0] != '\0' ? vt::MapSystemPath(messagesfile).c_str() : "");
+                TarnInitializeLogFile("a+");
+                SetCoreEnableDebugMessage(1);
+            }
+        } else {
+            // Quiet; gTraceLevel deliberately keeps its previous value.
+            SetCoreEnableDebugMessage(0);
+            CoreSetQuietMode(1);
+            SetDisplayMode(1);
         }
-        if (traceLevel & VT_TRACE_CLILOG) {
-            // The command-line log opens its file name as it is.
-            SetLogFileName(messagesfile[0] != '\0' ? vt::MapSystemPath(messagesfile).c_str() : "");
-            TarnInitializeLogFile("a+");
-            SetCoreEnableDebugMessage(1);
-        }
-    } else {
-        // Quiet; gTraceLevel deliberately keeps its previous value.
-        SetCoreEnableDebugMessage(0);
-        CoreSetQuietMode(1);
-        SetDisplayMode(1);
-    }
-    GetInstallationPath();
-    TarnSetInstallationDir(gpInstallationPath, int32_t(strlen(gpInstallationPath)));
-    TarnSetReferenceFile();
-    LogDebug(kFile, __LINE__, "Before checkAndInstallHBAConfFile()");
-    checkAndInstallHBAConfFile();
-    LogDebug(kFile, __LINE__, "After checkAndInstallHBAConfFile()");
-    OSSInitialize(0, nullptr);
-    if (installDir) {
-        TarnSetInstallationDir(installDir, int32_t(strlen(installDir)));
-        if (installDir != gpInstallationPath) {
-            strncpy(gpInstallationPath, installDir, sizeof gpInstallationPath);
-            gpInstallationPath[sizeof gpInstallationPath - 1] = '\0';
-        }
+        GetInstallationPath();
+        TarnSetInstallationDir(gpInstallationPath, int32_t(strlen(gpInstallationPath)));
         TarnSetReferenceFile();
-    }
-    uint32_t rc = CheckStructureSizes();
-    if (rc != 0) {
-        LogDebug(kFile, __LINE__, "VTAPI_Initialize(): CheckStructureSizes() failed");
+        LogDebug(kFile, __LINE__, "Before checkAndInstallHBAConfFile()");
+        checkAndInstallHBAConfFile();
+        LogDebug(kFile, __LINE__, "After checkAndInstallHBAConfFile()");
+        OSSInitialize(0, nullptr);
+        if (installDir) {
+            TarnSetInstallationDir(installDir, int32_t(strlen(installDir)));
+            if (installDir != gpInstallationPath) {
+                strncpy(gpInstallationPath, installDir, sizeof gpInstallationPath);
+                gpInstallationPath[sizeof gpInstallationPath - 1] = '\0';
+            }
+            TarnSetReferenceFile();
+        }
+        uint32_t rc = CheckStructureSizes();
+        if (rc != 0) {
+            LogDebug(kFile, __LINE__, "VTAPI_Initialize(): CheckStructureSizes() failed");
+            vtapi_UnlockAccessMutex(mutex);
+            return rc;  // the profiler frame is deliberately left open
+        }
+        LogDebug(kFile, __LINE__, "Before core_FreeAdapterList() call");
+        core_FreeAdapterList(gpAdapterList);
+        LogDebug(kFile, __LINE__, "After core_FreeAdapterList() call");
+        LogDebug(kFile, __LINE__, "Before TarnReinitializeDevices()");
+        TarnReinitializeDevices();
+        LogDebug(kFile, __LINE__, "After TarnReinitializeDevices()");
+        CoreHandlePortStateChange();
+        OSSInitCriticalSection();
+        LogDebug(kFile, __LINE__, "Before core_CreateAdapterEntryList() call");
+        gpAdapterList = core_CreateAdapterEntryList();
+        LogDebug(kFile, __LINE__, "After core_CreateAdapterEntryList() call");
+        BuildAdapterInfoForFC(gpAdapterList);
+        LogDebug(kFile, __LINE__, "After BuildAdapterInfoForFC()");
+        guConfigChanged = 0;
+        DumpTree(gpAdapterList);
         vtapi_UnlockAccessMutex(mutex);
-        return rc;  // the profiler frame is deliberately left open
-    }
-    LogDebug(kFile, __LINE__, "Before core_FreeAdapterList() call");
-    core_FreeAdapterList(gpAdapterList);
-    LogDebug(kFile, __LINE__, "After core_FreeAdapterList() call");
-    LogDebug(kFile, __LINE__, "Before TarnReinitializeDevices()");
-    TarnReinitializeDevices();
-    LogDebug(kFile, __LINE__, "After TarnReinitializeDevices()");
-    CoreHandlePortStateChange();
-    OSSInitCriticalSection();
-    LogDebug(kFile, __LINE__, "Before core_CreateAdapterEntryList() call");
-    gpAdapterList = core_CreateAdapterEntryList();
-    LogDebug(kFile, __LINE__, "After core_CreateAdapterEntryList() call");
-    BuildAdapterInfoForFC(gpAdapterList);
-    LogDebug(kFile, __LINE__, "After BuildAdapterInfoForFC()");
-    guConfigChanged = 0;
-    DumpTree(gpAdapterList);
-    vtapi_UnlockAccessMutex(mutex);
-    LogDebug(kFile, __LINE__, "returning VTAPI_SUCCESS");
-    ProfilerExitFunction("VTAPI_Initialize");
-    return 0;
+        LogDebug(kFile, __LINE__, "returning VTAPI_SUCCESS");
+        ProfilerExitFunction("VTAPI_Initialize");
+        return 0;
+    });
 }
 
 VTAPI_EXPORT uint32_t VTAPI_Uninitialize(void) {
     ProfilerEnterFunction("VTAPI_Uninitialize");
     const int32_t mutex = getVTAPIMutexID();
     vtapi_LockAccessMutex(mutex, kWaitForever);
-    ProfilerEnterFunction("OSSDeleteCriticalSection()");
-    OSSDeleteCriticalSection();
-    ProfilerExitFunction("OSSDeleteCriticalSection()");
-    LogDebug(kFile, __LINE__, "Before RemoveAllDevicesFromDeviceList() call");
-    RemoveAllDevicesFromDeviceList();
-    FreeMyDeviceList(0);
-    LogDebug(kFile, __LINE__, "After RemoveAllDevicesFromDeviceList() call");
-    LogDebug(kFile, __LINE__, "Before core_FreeAdapterList() call");
-    core_FreeAdapterList(gpAdapterList);
-    gpAdapterList = nullptr;
-    LogDebug(kFile, __LINE__, "After core_FreeAdapterList() call");
-    vtapi_UnlockAccessMutex(mutex);
-    ProfilerExitFunction("VTAPI_Uninitialize");
-    return 0;
+    return UnderLock(mutex, [&]() -> uint32_t {
+        ProfilerEnterFunction("OSSDeleteCriticalSection()");
+        OSSDeleteCriticalSection();
+        ProfilerExitFunction("OSSDeleteCriticalSection()");
+        LogDebug(kFile, __LINE__, "Before RemoveAllDevicesFromDeviceList() call");
+        RemoveAllDevicesFromDeviceList();
+        FreeMyDeviceList(0);
+        LogDebug(kFile, __LINE__, "After RemoveAllDevicesFromDeviceList() call");
+        LogDebug(kFile, __LINE__, "Before core_FreeAdapterList() call");
+        core_FreeAdapterList(gpAdapterList);
+        gpAdapterList = nullptr;
+        LogDebug(kFile, __LINE__, "After core_FreeAdapterList() call");
+        vtapi_UnlockAccessMutex(mutex);
+        ProfilerExitFunction("VTAPI_Uninitialize");
+        return 0;
+    });
 }
 
 VTAPI_EXPORT uint32_t VTAPI_RefreshData(void) {
     ProfilerEnterFunction("VTAPI_RefreshData");
     const int32_t mutex = getVTAPIMutexID();
     vtapi_LockAccessMutex(mutex, kWaitForever);
-    guInRefreshData = 1;
-    VTAPI_Uninitialize();
-    // Initialize clears gpInstallationPath before it reads the directory it
-    // is given, so it gets a copy.
-    char installDir[sizeof gpInstallationPath];
-    memcpy(installDir, gpInstallationPath, sizeof installDir);
-    installDir[sizeof installDir - 1] = '\0';
-    VTAPI_Initialize(gTraceLevel, installDir);
-    guInRefreshData = 0;
-    guConfigChanged = 0;
-    vtapi_UnlockAccessMutex(mutex);
-    ProfilerExitFunction("VTAPI_RefreshData");
-    return 0;
+    return UnderLock(mutex, [&]() -> uint32_t {
+        guInRefreshData = 1;
+        VTAPI_Uninitialize();
+        // Initialize clears gpInstallationPath before it reads the directory it
+        // is given, so it gets a copy.
+        char installDir[sizeof gpInstallationPath];
+        memcpy(installDir, gpInstallationPath, sizeof installDir);
+        installDir[sizeof installDir - 1] = '\0';
+        VTAPI_Initialize(gTraceLevel, installDir);
+        guInRefreshData = 0;
+        guConfigChanged = 0;
+        vtapi_UnlockAccessMutex(mutex);
+        ProfilerExitFunction("VTAPI_RefreshData");
+        return 0;
+    });
 }
 
 VTAPI_EXPORT uint32_t VTAPI_UpdateBackupAdapterList(void) {
     ProfilerEnterFunction("VTAPI_UpdateBackupAdapterList");
     const int32_t mutex = getVTAPIMutexID();
     vtapi_LockAccessMutex(mutex, kWaitForever);
-    core_FreeAdapterList(gpBackupAdapterList);
-    gpBackupAdapterList = nullptr;
-    TarnReinitializeDevices();
-    CoreHandlePortStateChange();
-    gpBackupAdapterList = core_CreateAdapterEntryList();
-    BuildAdapterInfoForFC(gpBackupAdapterList);
-    DumpTree(gpBackupAdapterList);
-    vtapi_UnlockAccessMutex(mutex);
-    ProfilerExitFunction("VTAPI_UpdateBackupAdapterList");
-    return 0;
+    return UnderLock(mutex, [&]() -> uint32_t {
+        core_FreeAdapterList(gpBackupAdapterList);
+        gpBackupAdapterList = nullptr;
+        TarnReinitializeDevices();
+        CoreHandlePortStateChange();
+        gpBackupAdapterList = core_CreateAdapterEntryList();
+        BuildAdapterInfoForFC(gpBackupAdapterList);
+        DumpTree(gpBackupAdapterList);
+        vtapi_UnlockAccessMutex(mutex);
+        ProfilerExitFunction("VTAPI_UpdateBackupAdapterList");
+        return 0;
+    });
 }
 
 VTAPI_EXPORT uint32_t VTAPI_SwapBackupToMainAdapterList(void) {
