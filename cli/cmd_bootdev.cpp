@@ -30,7 +30,7 @@ Result SetBootDrive(const TarnCommand &cmd, const SDMDevice *port) {
         rc = ParseBootDeviceParameters(d, cmd.SubArgs[0], cmd.SubArgs[1], cmd.SubArgCount > 2 ? cmd.SubArgs[2] : nullptr,
                                        &info);
     if (rc == 0) rc = SetBootDeviceInfo(d, &info);
-    if (rc != 0) return {int32_t(rc), ConfigFailureText(rc)};
+    if (rc != 0) return ConfigFailure(rc);
     return {};
 }
 
@@ -76,7 +76,7 @@ Result SetNVMeBootDrive(const TarnCommand &cmd, const SDMDevice *port) {
         block = VTAPI_NVMeBootDeviceEntries{};
         rc = 0;
     }
-    if (rc != 0) return {int32_t(rc), ConfigFailureText(rc)};
+    if (rc != 0) return ConfigFailure(rc);
     if (clear) {
         const std::string drive = cmd.SubArgs[1];
         if (drive.size() != 1 || drive[0] < '0' || drive[0] > '7' ||
@@ -102,7 +102,7 @@ Result SetNVMeBootDrive(const TarnCommand &cmd, const SDMDevice *port) {
                                                " are in use!"};
     }
     rc = SetNVMeBootDeviceEntries(d, &block);
-    if (rc != 0) return {int32_t(rc), ConfigFailureText(rc)};
+    if (rc != 0) return ConfigFailure(rc);
     return {};
 }
 
@@ -166,7 +166,7 @@ Result BootDevicesReport(const TarnCommand &cmd, Sink &sink) {
         uint32_t rc = GetBootDeviceInfo(d, &infos[i], 1);
         std::vector<std::string> lines;
         if (rc == 0) rc = config::BootDriveLines(d, infos[i], lines);  // refuses a port without ROM BIOS
-        if (rc != 0) return {int32_t(rc), ConfigFailureText(rc)};
+        if (rc != 0) return ConfigFailure(rc);
     }
 
     static const Table kDrives = {

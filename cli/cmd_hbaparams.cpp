@@ -40,7 +40,14 @@ std::vector<const SDMDevice *> NvramPorts(const TarnCommand &cmd, Result &result
 
 std::string ConfigFailureText(uint32_t status) {
     const char *text = config::ConfigErrorText();
-    return text != nullptr && text[0] != '\0' ? std::string(text) : "Error: status " + std::to_string(status);
+    std::string message = text != nullptr && text[0] != '\0' ? std::string(text) : "Error: status " + std::to_string(status);
+    // A backend without NVRAM or flash access (the Linux driver's) says so.
+    if (status == SDERR_NOT_SUPPORTED) message += std::string(" ") + SDGetErrorString(status) + ".";
+    return message;
+}
+
+Result ConfigFailure(uint32_t status) {
+    return {status == SDERR_NOT_SUPPORTED ? TARN_STATUS_NOT_SUPPORTED : int32_t(status), ConfigFailureText(status)};
 }
 
 DocumentQuiet::DocumentQuiet(const TarnCommand &cmd) : saved_(g_bOperateInQuietMode) {
@@ -176,7 +183,7 @@ Result HBAParamsReport(const TarnCommand &cmd, Sink &sink) {
     for (size_t i = 0; i < ports.size(); ++i) {
         config::ClearConfigErrorText();
         const uint32_t rc = GetHBAParamsInfo(Writable(ports[i]), &records[i], nullptr, 0);
-        if (rc != 0) return {int32_t(rc), ConfigFailureText(rc)};
+        if (rc != 0) return ConfigFailure(rc);
     }
     sink.Open();
     ListScope list(sink, "ports");
@@ -210,7 +217,7 @@ Result ModifyParamsReport(const TarnCommand &cmd, Sink &sink) {
     for (const SDMDevice *d : ports) {
         std::string message;
         const uint32_t rc = Apply(req, Writable(d), message);
-        if (rc != 0) return {int32_t(rc), message};
+        if (rc != 0) return {ConfigFailure(rc).status, message};
         PortScope port(sink, *d, PortStyle::Row);
         sink.JsonField("instance", Value::Number(d->Instance));
         sink.JsonField("wwpn", Value::Text(WwnText(d->DevicePortProperty.WWPN)));

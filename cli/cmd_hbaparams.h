@@ -43,6 +43,9 @@ uint64_t RowNumber(const config::ReportRow &row);
 std::vector<const SDMDevice *> NvramPorts(const TarnCommand &command, Result &result);
 // The configuration layer's text for a failure, or the status as text.
 std::string ConfigFailureText(uint32_t status);
+// The command's result for a refused configuration call: its status (61
+// where the backend cannot reach NVRAM or flash at all) and its message.
+Result ConfigFailure(uint32_t status);
 
 // Keeps the configuration layer's progress lines ("Info: Updating ...")
 // out of an XML or JSON document while it lives.

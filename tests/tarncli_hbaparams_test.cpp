@@ -398,6 +398,29 @@ TEST_F(TarncliParamsTest, BootDevicesShowAndSet) {
     EXPECT_EQ(Json({"-e", kPort}).at("ports").at(0).at("boot_drives"), drives);
 }
 
+// On a host answered by the Linux backend (an exported tree), NVRAM and
+// boot commands say that the adapter's driver does not support them, with
+// status 61, in text and JSON.
+TEST_F(TarncliParamsTest, LinuxBackendRefusesNvramCommandsClearly) {
+    const RunResult exported = vttest::Run({vttest::BuildPath("bin/vtsdm-sim"), "export-sysfs", sysroot_.root()});
+    ASSERT_EQ(exported.status, 0) << exported.err;
+    const std::string tarncli = vttest::BuildPath("bin/tarncli");
+    const std::vector<std::string> env = {"VTSDM_BACKEND=linux"};
+    const std::vector<std::vector<std::string>> commands = {
+        {"-c", "0"}, {"-n", "0", "DR", "2"}, {"-n", "0", "save", sysroot_.path("/tmp/p.nvram")}, {"-e", "0"}};
+    for (std::vector<std::string> args : commands) {
+        args.insert(args.begin(), tarncli);
+        RunResult r = vttest::Run(args, env);
+        EXPECT_EQ(r.status, 61) << args[1] << "\n" << r.out << r.err;
+        EXPECT_NE((r.out + r.err).find("Not supported on this adapter's driver."), std::string::npos)
+            << args[1] << "\n" << r.out << r.err;
+        args.insert(args.begin() + 1, "-j");
+        r = vttest::Run(args, env);
+        EXPECT_EQ(r.status, 61) << r.out;
+        EXPECT_NE(r.out.find("Not supported on this adapter's driver."), std::string::npos) << r.out;
+    }
+}
+
 // FC-NVMe boot drives: added in a new process and shown in every form;
 // refused for an FCP target, a bad target or namespace and on "all"
 // (nothing written); removed again.
