@@ -13,35 +13,8 @@ using img::ImageFamily;
 
 namespace {
 
-class FlashApi : public ::testing::Test {
+class FlashApi : public LibraryTest {
 protected:
-    vttest::SysrootScope root_;
-    CaptureScope capture_;
-
-    void SetUp() override {
-        vttest::WriteFile(root_.path("/etc/os-release"), "NAME=\"Test\"\nID=testdistro\n");
-        ASSERT_EQ(VTAPI_Initialize(9, nullptr), VTAPI_SUCCESS);
-        started_ = true;
-    }
-    void TearDown() override {
-        if (started_)
-            VTAPI_Uninitialize();
-    }
-    static AdapterEntry *Card(const char *serial) {
-        for (AdapterEntry *a = gpAdapterList ? gpAdapterList->First : nullptr; a; a = a->next)
-            if (strcmp(a->SerialNumber, serial) == 0)
-                return a;
-        return nullptr;
-    }
-    static ProtocolEntry *Port(const char *serial) {
-        AdapterEntry *a = Card(serial);
-        return a && a->PhyPorts.First ? a->PhyPorts.First->Protocols.First : nullptr;
-    }
-    std::string Write(const std::string &name, const Bytes &b) {
-        const std::string path = root_.path("/" + name);
-        vttest::WriteFile(path, std::string(b.begin(), b.end()));
-        return path;
-    }
     uint32_t ImageVersion(const char *serial, const Bytes &file, VTAPI_FlashImageVersion *v) {
         return VTAPI_FCGetFlashImageVersion(Port(serial), Write("image.bin", file).c_str(), v);
     }
@@ -51,9 +24,6 @@ protected:
     static constexpr const char *kWren = "VTW23080B2";
     static constexpr const char *kEight = "VTS18050C3";
     static constexpr const char *kOrla = "VTO21030D4";
-
-private:
-    bool started_ = false;
 };
 
 // A Kite image whose regions fit the simulated card's flash: its boot code

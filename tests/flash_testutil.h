@@ -10,6 +10,7 @@
 
 #include <cstdio>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "flash/flash_image.h"
@@ -82,6 +83,44 @@ inline AdapterEntry *CardBySerial(const char *serial) {
             return a;
     return nullptr;
 }
+
+// The first port of that card.
+inline ProtocolEntry *PortBySerial(const char *serial) {
+    AdapterEntry *a = CardBySerial(serial);
+    return a && a->PhyPorts.First ? a->PhyPorts.First->Protocols.First : nullptr;
+}
+
+// A test over the library, initialized on a host file (the default host
+// when none is given) in a private system root.
+class LibraryTest : public ::testing::Test {
+protected:
+    explicit LibraryTest(std::string hostFile = "") : hostFile_(std::move(hostFile)) {}
+    void SetUp() override {
+        if (!hostFile_.empty()) setenv("VTSDM_HOST", hostFile_.c_str(), 1);
+        vttest::WriteFile(root_.path("/etc/os-release"), "NAME=\"Test\"\nID=testdistro\n");
+        ASSERT_EQ(VTAPI_Initialize(9, nullptr), VTAPI_SUCCESS);
+        started_ = true;
+    }
+    void TearDown() override {
+        if (started_) VTAPI_Uninitialize();
+        if (!hostFile_.empty()) unsetenv("VTSDM_HOST");
+    }
+    static AdapterEntry *Card(const char *serial) { return CardBySerial(serial); }
+    static ProtocolEntry *Port(const char *serial) { return PortBySerial(serial); }
+    // Writes the bytes to a file of the system root; its path.
+    std::string Write(const std::string &name, const Bytes &b) {
+        const std::string path = root_.path("/" + name);
+        vttest::WriteFile(path, std::string(b.begin(), b.end()));
+        return path;
+    }
+
+    vttest::SysrootScope root_;
+    CaptureScope capture_;
+    std::string hostFile_;
+
+private:
+    bool started_ = false;
+};
 
 inline constexpr img::CardEntry kKiteCard{0x1077, 0x7C50, 0x1077, 0x0C60};
 inline constexpr img::CardEntry kWrenCard{0x1077, 0x6A10, 0x1077, 0x0A16};

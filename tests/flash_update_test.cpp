@@ -16,38 +16,9 @@ using img::ImageFamily;
 
 namespace {
 
-class FlashUpdate : public ::testing::Test {
+class FlashUpdate : public LibraryTest {
 protected:
-    vttest::SysrootScope root_;
-    CaptureScope capture_;
-
-    void SetUp() override {
-        hostFile_ = vttest::SourcePath("data/hosts/flash_families.json");
-        setenv("VTSDM_HOST", hostFile_.c_str(), 1);
-        vttest::WriteFile(root_.path("/etc/os-release"), "NAME=\"Test\"\nID=testdistro\n");
-        ASSERT_EQ(VTAPI_Initialize(9, nullptr), VTAPI_SUCCESS);
-        started_ = true;
-    }
-    void TearDown() override {
-        if (started_)
-            VTAPI_Uninitialize();
-        unsetenv("VTSDM_HOST");
-    }
-    static AdapterEntry *Card(const char *serial) {
-        for (AdapterEntry *a = gpAdapterList ? gpAdapterList->First : nullptr; a; a = a->next)
-            if (strcmp(a->SerialNumber, serial) == 0)
-                return a;
-        return nullptr;
-    }
-    static ProtocolEntry *Port(const char *serial) {
-        AdapterEntry *a = Card(serial);
-        return a && a->PhyPorts.First ? a->PhyPorts.First->Protocols.First : nullptr;
-    }
-    std::string Write(const std::string &name, const Bytes &b) {
-        const std::string path = root_.path("/" + name);
-        vttest::WriteFile(path, std::string(b.begin(), b.end()));
-        return path;
-    }
+    FlashUpdate() : LibraryTest(vttest::SourcePath("data/hosts/flash_families.json")) {}
     static std::string Version(const char *serial, uint32_t region) {
         char text[48] = {};
         const uint32_t rc = VTAPI_GetFlashComponentVersion(Card(serial), region, text, sizeof text);
@@ -70,7 +41,6 @@ protected:
         return vttest::Run(args, {"VTSDM_HOST=" + hostFile_});
     }
 
-    std::string hostFile_;
     static constexpr const char *kKite = "VTK24200F1";
     static constexpr const char *kWren = "VTW23200F2";
     static constexpr const char *kTern = "VTT19200F3";
@@ -78,9 +48,6 @@ protected:
     static constexpr const char *kTove = "VTV22200F5";
     static constexpr const char *kOlder = "VTS18200F6";
     static constexpr const char *kSmallPart = "VTK24200F7";
-
-private:
-    bool started_ = false;
 };
 
 // The family's sample image with firmware 9.20.05 (the cards hold older).
