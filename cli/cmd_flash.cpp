@@ -101,6 +101,12 @@ Result ChooseCards(const TarnCommand &cmd, const CardTree &tree, std::vector<Car
         if (card == nullptr)
             return {static_cast<int32_t>(VTAPI_OPTION_ROM_UPDATE_FAILED),
                     "Error: The card of " + HbaName(*d) + " is not in the adapter list!"};
+        // A backend that cannot reach the flash (the Linux driver's) says
+        // so before any file is read.
+        SDOptionRomLayout probe{};
+        if (SDGetOptionRomLayout(d->DeviceHandle, 0, &probe, sizeof probe) == SDERR_NOT_SUPPORTED)
+            return {TARN_STATUS_NOT_SUPPORTED, "Error: Flash update of " + HbaName(*d) + " is not supported: " +
+                                                   SDGetErrorString(SDERR_NOT_SUPPORTED) + "."};
         bool seen = false;
         for (const CardUpdate &c : cards) seen = seen || c.card == card;
         if (!seen) cards.push_back({d, card, nullptr});

@@ -398,16 +398,20 @@ TEST_F(TarncliParamsTest, BootDevicesShowAndSet) {
     EXPECT_EQ(Json({"-e", kPort}).at("ports").at(0).at("boot_drives"), drives);
 }
 
-// On a host answered by the Linux backend (an exported tree), NVRAM and
-// boot commands say that the adapter's driver does not support them, with
-// status 61, in text and JSON.
-TEST_F(TarncliParamsTest, LinuxBackendRefusesNvramCommandsClearly) {
+// On a host answered by the Linux backend (an exported tree), NVRAM, boot
+// and flash commands say that the adapter's driver does not support them,
+// with status 61, in text and JSON.
+TEST_F(TarncliParamsTest, LinuxBackendRefusesNvramAndFlashCommandsClearly) {
     const RunResult exported = vttest::Run({vttest::BuildPath("bin/vtsdm-sim"), "export-sysfs", sysroot_.root()});
     ASSERT_EQ(exported.status, 0) << exported.err;
+    vttest::WriteFile(sysroot_.path("/opt/Vantor_Corporation/PallwickCLI/tgcli.properties"),
+                      "node.hba.utility.flash.enable=1\n");
+    vttest::WriteFile(sysroot_.path("/tmp/image.bin"), std::string(4096, 'x'));
     const std::string tarncli = vttest::BuildPath("bin/tarncli");
     const std::vector<std::string> env = {"VTSDM_BACKEND=linux"};
     const std::vector<std::vector<std::string>> commands = {
-        {"-c", "0"}, {"-n", "0", "DR", "2"}, {"-n", "0", "save", sysroot_.path("/tmp/p.nvram")}, {"-e", "0"}};
+        {"-c", "0"}, {"-n", "0", "DR", "2"}, {"-n", "0", "save", sysroot_.path("/tmp/p.nvram")}, {"-e", "0"},
+        {"-b", "0", sysroot_.path("/tmp/image.bin"), "-y"}};
     for (std::vector<std::string> args : commands) {
         args.insert(args.begin(), tarncli);
         RunResult r = vttest::Run(args, env);
