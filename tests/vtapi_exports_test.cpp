@@ -49,7 +49,8 @@ std::map<std::string, Symbol> DynamicSymbols(const std::string &path) {
             memcpy(&sym, base + sh.sh_offset + k * sizeof sym, sizeof sym);
             if (sym.st_shndx == SHN_UNDEF || sym.st_name >= strtab.sh_size) continue;
             const char *name = base + strtab.sh_offset + sym.st_name;
-            out[name] = {ELF64_ST_TYPE(sym.st_info), ELF64_ST_BIND(sym.st_info), ELF64_ST_VISIBILITY(sym.st_other)};
+            out[name] = {unsigned(ELF64_ST_TYPE(sym.st_info)), unsigned(ELF64_ST_BIND(sym.st_info)),
+                         unsigned(ELF64_ST_VISIBILITY(sym.st_other))};
         }
     }
     return out;
