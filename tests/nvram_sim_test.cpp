@@ -11,12 +11,12 @@
 #include "host.h"
 #include "nvram_map.h"
 #include "simulator.h"
+#include "sim_testutil.h"
 #include "testutil.h"
 #include "vtsdm.h"
 
 namespace {
 
-using vttest::SysrootScope;
 namespace nvram = vtsdm::nvram;
 
 // One dual-port 32 Gb card (chip type 27) and one 16 Gb card (type 25).
@@ -36,19 +36,9 @@ std::string Host(const std::string &port0Extra = "", const std::string &cardExtr
                  "speed":16,"supported_speeds":[4,8,16]}]}]})";
 }
 
-class NvramSim : public ::testing::Test {
+class NvramSim : public vttest::SimHostTest {
 protected:
     void SetUp() override { UseHost(Host()); }
-    void TearDown() override {
-        vtsdm::UnloadBackend();
-        unsetenv("VTSDM_HOST");
-    }
-    void UseHost(const std::string &json) {
-        hostFile_ = root_.path("/host.json");
-        vttest::WriteFile(hostFile_, json);
-        setenv("VTSDM_HOST", hostFile_.c_str(), 1);
-        vtsdm::UnloadBackend();
-    }
     uint32_t Open(uint32_t instance) {
         uint32_t h = 0;
         EXPECT_EQ(SDOpenDevice(instance, &h), SDERR_NONE);
@@ -85,8 +75,7 @@ protected:
         return codes;
     }
 
-    SysrootScope root_;
-    std::string hostFile_, lastErr_;
+    std::string lastErr_;
 };
 
 TEST_F(NvramSim, HostFileFaultsAndDamagedImage) {

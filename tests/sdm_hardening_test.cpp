@@ -22,6 +22,7 @@
 #include "host.h"
 #include "imagebuild.h"
 #include "simulator.h"
+#include "sim_testutil.h"
 #include "testutil.h"
 #include "vtsdm.h"
 
@@ -90,22 +91,15 @@ uid_t Nobody() {
     return pw ? pw->pw_uid : 65534;
 }
 
-class Hardening : public ::testing::Test {
+class Hardening : public vttest::SimHostTest {
 protected:
     void SetUp() override {
-        Use(kHost);
+        UseHost(kHost);
         Notices();  // earlier tests' notices
     }
     void TearDown() override {
         g_failIn = -1;
-        vtsdm::UnloadBackend();
-        unsetenv("VTSDM_HOST");
-    }
-    void Use(const std::string &json) {
-        hostFile_ = root_.path("/host.json");
-        vttest::WriteFile(hostFile_, json);
-        setenv("VTSDM_HOST", hostFile_.c_str(), 1);
-        vtsdm::UnloadBackend();
+        SimHostTest::TearDown();
     }
     uint32_t Open(uint32_t instance) {
         uint32_t h = 0;
@@ -154,8 +148,6 @@ protected:
         return vttest::Run(args, {"VTSDM_HOST=" + hostFile_});
     }
 
-    vttest::SysrootScope root_;
-    std::string hostFile_;
 };
 
 // ------------------------------------------------------------ host budget
@@ -175,7 +167,7 @@ TEST_F(Hardening, AMultiplyingHostFileIsRefusedWithItsTotal) {
     EXPECT_NE(why.find("at most 3,000,000"), std::string::npos) << why;
 
     // Through the library: every call fails, the reason names the file.
-    Use(json);
+    UseHost(json);
     uint32_t h;
     EXPECT_EQ(SDOpenDevice(0, &h), SDERR_IO_FAILED);
     EXPECT_NE(vtsdm::BackendError().find(hostFile_), std::string::npos);
@@ -440,7 +432,7 @@ TEST_F(Hardening, AStateOfAnotherHostContentIsNotDamage) {
     ASSERT_EQ(Queue(SD_AEN_LIP_OCCURRED), SDERR_NONE);
     // The host file changes (a new description): its old state is set aside
     // quietly, as before.
-    Use(kHost.substr(0, kHost.size() - 1) + R"(,"description":"changed"})");
+    UseHost(kHost.substr(0, kHost.size() - 1) + R"(,"description":"changed"})");
     const uint32_t h2 = Open(0);
     EXPECT_EQ(StateFile(), path);
     EXPECT_EQ(Queued(h2), 0u);

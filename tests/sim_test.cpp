@@ -10,6 +10,7 @@
 #include "host.h"
 #include "nvram_map.h"
 #include "simulator.h"
+#include "sim_testutil.h"
 #include "testutil.h"
 #include "vtsdm.h"
 
@@ -45,19 +46,9 @@ const std::string kPort = R"({"wwnn":"20:00:00:24:ff:00:00:01","wwpn":"21:00:00:
   "virtual_ports":[{"wwpn":"21:01:00:24:ff:00:00:01","qos_value":30}],
   "faults":{"open_unavailable":2}})";
 
-class SimTest : public ::testing::Test {
+class SimTest : public vttest::SimHostTest {
 protected:
     void SetUp() override { UseHost(HostWithPorts(kPort)); }
-    void TearDown() override {
-        vtsdm::UnloadBackend();
-        unsetenv("VTSDM_HOST");
-    }
-    void UseHost(const std::string &json) {
-        hostFile_ = root_.path("/host.json");
-        vttest::WriteFile(hostFile_, json);
-        setenv("VTSDM_HOST", hostFile_.c_str(), 1);
-        vtsdm::UnloadBackend();
-    }
     // Opens an instance, riding out injected "retry" answers.
     uint32_t Open(uint32_t instance) {
         uint32_t h = 0, rc;
@@ -71,8 +62,6 @@ protected:
         return {std::to_string(r.status), r.out, r.err};
     }
 
-    SysrootScope root_;
-    std::string hostFile_;
     uint8_t target1_[8] = {0x50, 0, 0, 0, 0, 0, 0, 0x01};
     uint8_t sense_[SD_SENSE_BUFFER_SIZE] = {};
     uint32_t senseSize_ = sizeof sense_;

@@ -8,12 +8,12 @@
 #include <vector>
 
 #include "simulator.h"
+#include "sim_testutil.h"
 #include "testutil.h"
 #include "vtsdm.h"
 
 namespace {
 
-using vttest::SysrootScope;
 
 // Two FC ports (instances 0 and 1), the first with one vPort from the file.
 std::string Host(const std::string &driver, const std::string &port0Faults = "{}") {
@@ -34,18 +34,11 @@ std::vector<uint8_t> OnPort0(uint8_t byte) { return {0x21, byte, 0x00, 0x24, 0xf
 
 uint64_t Key(const std::vector<uint8_t> &w) { return vtsdm::WwnFromBytes(w.data()); }
 
-class SimVports : public ::testing::Test {
+class SimVports : public vttest::SimHostTest {
 protected:
     void TearDown() override {
         for (uint32_t h : handles_) SDCloseDevice(h);
-        vtsdm::UnloadBackend();
-        unsetenv("VTSDM_HOST");
-    }
-    void UseHost(const std::string &json) {
-        hostFile_ = root_.path("/host.json");
-        vttest::WriteFile(hostFile_, json);
-        setenv("VTSDM_HOST", hostFile_.c_str(), 1);
-        vtsdm::UnloadBackend();
+        SimHostTest::TearDown();
     }
     // Forgets everything this process holds, as a new process would start.
     void Reload() {
@@ -93,8 +86,6 @@ protected:
         return sim ? f(*sim) : SDERR_IO_FAILED;
     }
 
-    SysrootScope root_;
-    std::string hostFile_;
     std::vector<uint32_t> handles_;
 };
 
