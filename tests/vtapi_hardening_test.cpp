@@ -150,8 +150,12 @@ TEST_F(HardeningTest, AFifoRacingTheMessagesFileRenameNeverBlocksInitialization)
         while (!stop && readers.size() < 400) {
             unlink(messages_.c_str());
             if (mkfifo(messages_.c_str(), 0666) == 0) {
+                // The library may have moved the FIFO aside and started a
+                // new messages file before this open: only FIFOs are kept.
                 const int fd = open(messages_.c_str(), O_RDONLY | O_NONBLOCK);
-                if (fd >= 0) readers.push_back(fd);
+                struct stat st {};
+                if (fd >= 0 && fstat(fd, &st) == 0 && S_ISFIFO(st.st_mode)) readers.push_back(fd);
+                else if (fd >= 0) close(fd);
             }
             std::this_thread::yield();
         }
