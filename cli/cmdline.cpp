@@ -30,6 +30,7 @@
 #include "cli/sinks.h"
 #include "cli/xml.h"
 #include "core/core.h"
+#include "diag/diag.h"
 #include "oss/oss.h"
 #include "oss/oss_signal.h"
 #include "sysroot.h"
@@ -191,7 +192,7 @@ VTAPI_EXPORT void InitializeParameters(void) {
     bSilent = bSysLog = 0;
     g_CmdFileName[0] = '\0';
     g_signalHandlerInProgress = 0;
-    g_DiagState = TARN_DIAG_IDLE;
+    DiagStateStore(TARN_DIAG_IDLE);
     bJsonOutPut = 0;
     g_command = TarnCommand{};
     g_command.Process = vt::cli::ProcessCommand;
@@ -589,17 +590,18 @@ VTAPI_EXPORT void termination_handler(int32_t signum) {
     } else {
         g_signalHandlerInProgress = 1;
         TarnLogMessage(VT_MSG_DEBUG, "Setting SignalHandlerInProcess to (%d).", g_signalHandlerInProgress);
-        if (g_DiagState == TARN_DIAG_RUNNING) {
-            TarnLogMessage(VT_MSG_DEBUG, "Diagnostics test is running (status=%d)", g_DiagState);
-            g_DiagState = TARN_DIAG_STOPPED;
-            TarnLogMessage(VT_MSG_DEBUG, "Diagnostics test stopped (status=%d)", g_DiagState);
+        if (DiagStateLoad() == TARN_DIAG_RUNNING) {
+            TarnLogMessage(VT_MSG_DEBUG, "Diagnostics test is running (status=%d)", DiagStateLoad());
+            DiagStateStore(TARN_DIAG_STOPPED);
+            TarnLogMessage(VT_MSG_DEBUG, "Diagnostics test stopped (status=%d)", DiagStateLoad());
         }
-        if (g_DiagState == TARN_DIAG_STOPPED) {
-            g_DiagState = TARN_DIAG_HANDLER;
-            TarnLogMessage(VT_MSG_DEBUG, "termination_handler: g_DiagState=%d", g_DiagState);
+        if (DiagStateLoad() == TARN_DIAG_STOPPED) {
+            DiagStateStore(TARN_DIAG_HANDLER);
+            TarnLogMessage(VT_MSG_DEBUG, "termination_handler: g_DiagState=%d", DiagStateLoad());
         }
         TarnLogMessage(VT_MSG_DEBUG, "Calling cleanup routine");
-        if (g_ResourcesDeallocated) {
+        // cleanup() may be running on the command thread at this moment.
+        if (__atomic_load_n(&g_ResourcesDeallocated, __ATOMIC_SEQ_CST)) {
             TarnLogMessage(VT_MSG_DEBUG, "termination_handler: already called cleanup()!");
         } else {
             TarnLogMessage(VT_MSG_DEBUG, "\nCTRL-C triggered - Cleanup() ...");
@@ -628,7 +630,7 @@ VTAPI_EXPORT void cleanup(void) {
     // point, so that no list is freed while it is built or walked.
     vt::oss::StopCommandThread();
     std::lock_guard<std::mutex> once(g_cleanupMutex);
-    if (g_ResourcesDeallocated) return;
+    if (__atomic_load_n(&g_ResourcesDeallocated, __ATOMIC_SEQ_CST)) return;
     TarnLogMessage(VT_MSG_DEBUG, "Shutting Down...");
     OSSStopCorePollingLoop();
     TarnLogMessage(VT_MSG_DEBUG, "Deallocating Core resources...");
@@ -639,8 +641,8 @@ VTAPI_EXPORT void cleanup(void) {
     FreeMyDeviceList(1);
     TarnLogMessage(VT_MSG_DEBUG, "FreeMyDeviceList done...");
     TarnUnInitializeLogFile();
-    g_ResourcesDeallocated = 1;
-    TarnLogMessage(VT_MSG_DEBUG, "cleanup: g_ResourcesDeallocated = %d", g_ResourcesDeallocated);
+    __atomic_store_n(&g_ResourcesDeallocated, 1u, __ATOMIC_SEQ_CST);
+    TarnLogMessage(VT_MSG_DEBUG, "cleanup: g_ResourcesDeallocated = %d", 1);
 }
 
 /* ------------------------------------------------------ front-end hooks */

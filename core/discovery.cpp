@@ -105,13 +105,14 @@ VTAPI_EXPORT uint32_t CoreReinitializeDevices(uint32_t flag) {
 VTAPI_EXPORT uint32_t TarnReinitializeDevices(void) {
     scfxPrint("Refreshing...\n");
     LogDebug(kFile, __LINE__, "TarnReinitializeDevices: Enter...");
-    if (!g_ResourcesDeallocated) {
+    // The thread that takes termination signals reads the flag.
+    if (!__atomic_load_n(&g_ResourcesDeallocated, __ATOMIC_SEQ_CST)) {
         LogDebug(kFile, __LINE__, "TarnReinitializeDevices: Shutting Down...");
         OSSStopCorePollingLoop();
         CoreUninitialize();
         FreeMyDeviceList(1);
         TarnUnInitializeLogFile();
-        g_ResourcesDeallocated = 1;
+        __atomic_store_n(&g_ResourcesDeallocated, 1u, __ATOMIC_SEQ_CST);
     }
     CorePreInitialize();
     CoreInitialize();
@@ -127,7 +128,7 @@ VTAPI_EXPORT uint32_t TarnReinitializeDevices(void) {
     BuildTarnDevices();
     LogDebug(kFile, __LINE__, "TarnReinitializeDevices: BuildTarnDevices completed.");
     CoreInitializeTargets();
-    g_ResourcesDeallocated = 0;
+    __atomic_store_n(&g_ResourcesDeallocated, 0u, __ATOMIC_SEQ_CST);
     scfxPrint("Done.");
     return 0;
 }

@@ -210,3 +210,12 @@ DIAG_INTERNAL char *DiagFormatTime(time_t t, char *text, uint32_t size);
 #ifdef __cplusplus
 }
 #endif
+
+#ifdef __cplusplus
+#include "vtapi_cli.h"
+
+// g_DiagState is written by the thread that takes termination signals and
+// read by the command thread: its loads and stores are atomic.
+inline int32_t DiagStateLoad() { return __atomic_load_n(&g_DiagState, __ATOMIC_SEQ_CST); }
+inline void DiagStateStore(int32_t state) { __atomic_store_n(&g_DiagState, state, __ATOMIC_SEQ_CST); }
+#endif

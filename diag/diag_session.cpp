@@ -121,7 +121,7 @@ bool Session::start(const std::function<void(size_t)> &work) {
         if (g_sessions[i].compare_exchange_strong(none, this)) slot_ = i;
     }
     for (uint32_t instance : instances_) AbortFlag(instance).store(false);
-    g_DiagState = TARN_DIAG_RUNNING;
+    DiagStateStore(TARN_DIAG_RUNNING);
     // Workers block the signals, so that the command line's handler runs on
     // this thread and never on a worker it would then wait for.
     sigset_t all, old;
@@ -158,7 +158,7 @@ void Session::requestStop() {
 void Session::finish() {
     for (std::thread &t : threads_)
         if (t.joinable()) t.join();
-    if (g_DiagState == TARN_DIAG_RUNNING) g_DiagState = TARN_DIAG_STOPPED;
+    if (DiagStateLoad() == TARN_DIAG_RUNNING) DiagStateStore(TARN_DIAG_STOPPED);
 }
 
 void Session::wait(const std::function<bool(int32_t)> &onKey, const std::function<void()> &onTick) {
@@ -171,7 +171,7 @@ void Session::wait(const std::function<bool(int32_t)> &onKey, const std::functio
             const int32_t key = DiagGetKey(kKeyPollMs);
             if (key >= 0 && onKey(key)) requestStop();
             // Someone else (the command line's handler) ended the test.
-            if (g_DiagState != TARN_DIAG_RUNNING) {
+            if (DiagStateLoad() != TARN_DIAG_RUNNING) {
                 vt::oss::SafePoint();
                 requestStop();
             }
