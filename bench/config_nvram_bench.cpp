@@ -104,7 +104,8 @@ void BM_LogLines(benchmark::State &state) {
     TheHost().Truncate();
     const int64_t n = state.range(0);
     for (auto _ : state)
-        for (int64_t k = 0; k < n; ++k) LogDebug(__FILE__, __LINE__, "GetHBAParamsInfo: %s=%d", "Enable Target Reset", 1);
+        for (int64_t k = 0; k < n; ++k)
+            LogDebug(__FILE__, __LINE__, "GetHBAParamsInfo: %s=%d", "Enable Target Reset", 1);
 }
 BENCHMARK(BM_LogLines)->Arg(10)->Arg(50)->Arg(100)->Unit(benchmark::kMicrosecond);
 

@@ -31,8 +31,7 @@ public:
     Library() {
         char tmpl[] = "/tmp/diagbench.XXXXXX";
         if (mkdtemp(tmpl)) root_ = tmpl;
-        for (const char *d : {"/etc", "/tmp", "/var/tmp", "/var/lib"})
-            std::filesystem::create_directories(root_ + d);
+        for (const char *d : {"/etc", "/tmp", "/var/tmp", "/var/lib"}) std::filesystem::create_directories(root_ + d);
         setenv("VTAPI_SYSROOT", root_.c_str(), 1);
         setenv("VTSDM_HOST", (std::string(VT_SOURCE_DIR) + "/data/default_host.json").c_str(), 1);
         ok_ = VTAPI_Initialize(0, nullptr) == VTAPI_SUCCESS;

@@ -37,8 +37,7 @@ public:
     Library() {
         char tmpl[] = "/tmp/pollbench.XXXXXX";
         if (mkdtemp(tmpl)) root_ = tmpl;
-        for (const char *d : {"/etc", "/tmp", "/var/tmp", "/var/lib"})
-            std::filesystem::create_directories(root_ + d);
+        for (const char *d : {"/etc", "/tmp", "/var/tmp", "/var/lib"}) std::filesystem::create_directories(root_ + d);
         setenv("VTAPI_SYSROOT", root_.c_str(), 1);
         setenv("VTSDM_HOST", (std::string(VT_SOURCE_DIR) + "/data/hosts/large_31x256x256.json").c_str(), 1);
         // Targets and LUNs play no part in the statistics.
@@ -94,8 +93,7 @@ void BM_MonitorOf31Ports(benchmark::State &state) {
     AddUserPollingData(POLL_STATISTICS, POLL_ROW_AUTO_POLL, std::to_string(rounds).c_str());
     AddUserPollingData(POLL_STATISTICS, POLL_ROW_SET_RATE, "0");
     const double cpu0 = CpuSeconds();
-    for (auto _ : state)
-        CreateThreadForHBAStatistics(lib.ports().data(), uint32_t(lib.ports().size()), nullptr);
+    for (auto _ : state) CreateThreadForHBAStatistics(lib.ports().data(), uint32_t(lib.ports().size()), nullptr);
     const double perRound = (CpuSeconds() - cpu0) / double(state.iterations() * rounds);
     state.counters["cpu_ms_per_round"] = perRound * 1e3;
     state.counters["core_percent_at_1s"] = perRound * 100.0;

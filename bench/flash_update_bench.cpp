@@ -25,8 +25,7 @@ constexpr img::CardEntry kCard{0x1077, 0x7C50, 0x1077, 0x0C60};
 
 std::string MakeRoot() {
     char dir[] = "/tmp/vtflashbench.XXXXXX";
-    if (mkdtemp(dir) == nullptr)
-        std::abort();
+    if (mkdtemp(dir) == nullptr) std::abort();
     const std::string root = dir;
     std::string etc = root + "/etc";
     mkdir(etc.c_str(), 0755);

@@ -32,8 +32,13 @@ Bytes BootChain(size_t bytes, uint8_t majorBase) {
     std::vector<img::RomImageRecipe> images;
     const size_t image = 127 * 512;
     for (size_t at = 0; at + image <= bytes; at += image)
-        images.push_back({uint8_t(images.size() % 2 == 0 ? 0 : 3), {majorBase, uint8_t(images.size()), 0}, image,
-                          0x1077, 0x7C50, "", {}});
+        images.push_back({uint8_t(images.size() % 2 == 0 ? 0 : 3),
+                          {majorBase, uint8_t(images.size()), 0},
+                          image,
+                          0x1077,
+                          0x7C50,
+                          "",
+                          {}});
     return img::BuildRomChain(images);
 }
 
@@ -66,12 +71,10 @@ const Image &File() {
         add(0x102, {1, 0, 0}, img::BuildOpaqueComponent(512 * 1024, 0x102));
         add(0x103, {1, 0, 0}, img::BuildOpaqueComponent(kMiB, 0x103));
         size_t total = 0;
-        for (const auto &c : m.components)
-            total += c.payload.size();
+        for (const auto &c : m.components) total += c.payload.size();
         add(0x14, {}, img::BuildOpaqueComponent(32 * kMiB - total - 4096, 0x14));
         f.bytes = img::BuildMultiImage(m);
-        for (const auto &c : m.components)
-            gLayout.emplace_back(c.regionType, uint32_t(c.payload.size()));
+        for (const auto &c : m.components) gLayout.emplace_back(c.regionType, uint32_t(c.payload.size()));
         return f;
     }();
     return file;

@@ -80,8 +80,8 @@ void BM_ListEveryTargetAndLun(benchmark::State &state) {
         }
     }
     state.counters["luns"] = double(lunsSeen);
-    state.counters["ns_per_lun"] = benchmark::Counter(double(lunsSeen), benchmark::Counter::kIsIterationInvariantRate |
-                                                                           benchmark::Counter::kInvert);
+    state.counters["ns_per_lun"] = benchmark::Counter(
+        double(lunsSeen), benchmark::Counter::kIsIterationInvariantRate | benchmark::Counter::kInvert);
 }
 BENCHMARK(BM_ListEveryTargetAndLun)->Unit(benchmark::kMillisecond)->MeasureProcessCPUTime()->UseRealTime();
 
@@ -112,8 +112,8 @@ void BM_LoadHostUpToTheBudget(benchmark::State &state) {
     std::filesystem::remove_all(dir);
     state.SetComplexityN(int64_t(elements));
     state.counters["elements"] = double(elements);
-    state.counters["ns_per_element"] = benchmark::Counter(double(elements), benchmark::Counter::kIsIterationInvariantRate |
-                                                                               benchmark::Counter::kInvert);
+    state.counters["ns_per_element"] = benchmark::Counter(
+        double(elements), benchmark::Counter::kIsIterationInvariantRate | benchmark::Counter::kInvert);
 }
 BENCHMARK(BM_LoadHostUpToTheBudget)
     ->RangeMultiplier(2)

@@ -23,8 +23,7 @@ public:
     Sysroot() {
         char tmpl[] = "/tmp/vtapibench.XXXXXX";
         if (mkdtemp(tmpl)) path_ = tmpl;
-        for (const char *d : {"/etc", "/tmp", "/var/tmp", "/var/lib"})
-            std::filesystem::create_directories(path_ + d);
+        for (const char *d : {"/etc", "/tmp", "/var/tmp", "/var/lib"}) std::filesystem::create_directories(path_ + d);
         setenv("VTAPI_SYSROOT", path_.c_str(), 1);
         unsetenv("VTSDM_STATE_DIR");
     }

@@ -106,9 +106,7 @@ VTAPI_EXPORT uint32_t TarnOpenSharedFile(const char *path, FILE **stream) {
     return errno == ENOENT ? TARN_FILE_MISSING : kFailure;
 }
 
-uint32_t TarnCloseSharedFile(FILE *stream) {
-    return stream == nullptr || std::fclose(stream) == 0 ? 0 : kFailure;
-}
+uint32_t TarnCloseSharedFile(FILE *stream) { return stream == nullptr || std::fclose(stream) == 0 ? 0 : kFailure; }
 
 VTAPI_EXPORT uint32_t TarnPrefSetProperty(const char *path, const char *key, const char *value, uint32_t create) {
     if (path == nullptr || key == nullptr || value == nullptr) return kFailure;
@@ -140,15 +138,14 @@ uint32_t TarnCopyFilePreserving(const char *from, const char *to) {
     }
     if (source >= 0) close(source);
     if (err != 0) {
-        TarnLogMessage(VT_MSG_DEBUG, "TarnCopyFilePreserving: cannot copy %s to %s (%s)", from, to,
-                       std::strerror(err));
+        TarnLogMessage(VT_MSG_DEBUG, "TarnCopyFilePreserving: cannot copy %s to %s (%s)", from, to, std::strerror(err));
         return kFailure;
     }
     return 0;
 }
 
-uint32_t GetAliasKey(const SDMDevice *adapter, const uint8_t *wwnn, const uint8_t *wwpn, uint32_t type,
-                                  char *key, uint32_t size) {
+uint32_t GetAliasKey(const SDMDevice *adapter, const uint8_t *wwnn, const uint8_t *wwpn, uint32_t type, char *key,
+                     uint32_t size) {
     if (key == nullptr || size == 0 || (type == TARN_ALIAS_ADAPTER ? adapter == nullptr : !wwnn || !wwpn))
         return VTAPI_INVALID_ARGUMENT;
     if (type == TARN_ALIAS_ADAPTER) {
@@ -244,8 +241,7 @@ VTAPI_EXPORT uint32_t DisplayAdapterAlias(const SDMDevice *adapter, uint32_t typ
     std::string text;
     if (none)
         text = std::string("HBA ") + wwn + (adapterAlias ? " does not have an alias." : " does not have a port alias.");
-    else
-        text = std::string(adapterAlias ? "HBA alias " : "HBA port alias ") + wwn + " is " + alias;
+    else text = std::string(adapterAlias ? "HBA alias " : "HBA port alias ") + wwn + " is " + alias;
     PrintMessage(VT_MSG_PLAIN, (text + "\n").c_str());
     return 0;
 }

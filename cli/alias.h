@@ -26,9 +26,9 @@
 extern "C" {
 #endif
 
-#define VTAPI_ALIAS_MAX  256u                    /* characters */
-#define VTAPI_ALIAS_SIZE (VTAPI_ALIAS_MAX + 1u)  /* bytes of an alias buffer */
-#define TARN_ALIAS_ADAPTER 0u                    /* any other type: port alias */
+#define VTAPI_ALIAS_MAX    256u                   /* characters */
+#define VTAPI_ALIAS_SIZE   (VTAPI_ALIAS_MAX + 1u) /* bytes of an alias buffer */
+#define TARN_ALIAS_ADAPTER 0u                     /* any other type: port alias */
 /* TarnOpenSharedFile: the file does not exist. */
 #define TARN_FILE_MISSING 2014u
 
@@ -52,8 +52,8 @@ uint32_t TarnCopyFilePreserving(const char *from, const char *to);
 
 /* The alias key of the adapter (type 0, by its serial number) or of the port
  * with these names into key (size bytes).  0, or 2 for a missing argument. */
-uint32_t GetAliasKey(const SDMDevice *adapter, const uint8_t *wwnn, const uint8_t *wwpn, uint32_t type,
-                                  char *key, uint32_t size);
+uint32_t GetAliasKey(const SDMDevice *adapter, const uint8_t *wwnn, const uint8_t *wwpn, uint32_t type, char *key,
+                     uint32_t size);
 /* The alias into out (VTAPI_ALIAS_SIZE bytes); returns its length, 0 when
  * there is none. */
 VTAPI_EXPORT int32_t GetAdapterAlias(const SDMDevice *adapter, char *out, uint32_t type);

@@ -66,8 +66,8 @@ Result AliasReport(const TarnCommand &cmd, Sink &sink, uint32_t type) {
                                                "! Give nothing, \"set <alias>\" or \"delete\"."};
         }
     }
-    if (action == Action::Set && (alias.empty() || alias.size() > VTAPI_ALIAS_MAX ||
-                                  alias.find_first_of("=\r\n") != std::string::npos))
+    if (action == Action::Set &&
+        (alias.empty() || alias.size() > VTAPI_ALIAS_MAX || alias.find_first_of("=\r\n") != std::string::npos))
         return {TARN_STATUS_BAD_VALUE, "Error: Invalid alias '" + alias + "' for option " + cmd.Option +
                                            "! An alias has 1 to 256 characters, without \"=\" or line ends."};
     Result result;
@@ -81,10 +81,12 @@ Result AliasReport(const TarnCommand &cmd, Sink &sink, uint32_t type) {
             return {TARN_STATUS_BAD_VALUE, std::string("Error: Choose one ") + (adapter ? "HBA" : "HBA port") +
                                                " to change its alias (option " + cmd.Option + ")!"};
         const SDMDevice *d = ports.front();
-        const uint32_t rc = action == Action::Set ? SetAdapterAlias(d, alias.c_str(), type) : DeleteAdapterAlias(d, type);
+        const uint32_t rc =
+            action == Action::Set ? SetAdapterAlias(d, alias.c_str(), type) : DeleteAdapterAlias(d, type);
         if (rc != 0)
-            return {TARN_STATUS_NOT_PERMITTED, std::string(adapter ? "Failed to update HBA Alias" : "Failed to update HBA Port alias") +
-                                                   " (HBA ID " + std::to_string(d->Instance) + "-" + ModelName(*d) + ")!"};
+            return {TARN_STATUS_NOT_PERMITTED,
+                    std::string(adapter ? "Failed to update HBA Alias" : "Failed to update HBA Port alias") +
+                        " (HBA ID " + std::to_string(d->Instance) + "-" + ModelName(*d) + ")!"};
     }
     sink.Open();
     ListScope list(sink, "ports");

@@ -27,8 +27,8 @@ Result SetBootDrive(const TarnCommand &cmd, const SDMDevice *port) {
     config::ClearConfigErrorText();
     uint32_t rc = GetBootDeviceInfo(d, &info, 1);
     if (rc == 0)
-        rc = ParseBootDeviceParameters(d, cmd.SubArgs[0], cmd.SubArgs[1], cmd.SubArgCount > 2 ? cmd.SubArgs[2] : nullptr,
-                                       &info);
+        rc = ParseBootDeviceParameters(d, cmd.SubArgs[0], cmd.SubArgs[1],
+                                       cmd.SubArgCount > 2 ? cmd.SubArgs[2] : nullptr, &info);
     if (rc == 0) rc = SetBootDeviceInfo(d, &info);
     if (rc != 0) return ConfigFailure(rc);
     return {};
@@ -66,8 +66,8 @@ Result SetNVMeBootDrive(const TarnCommand &cmd, const SDMDevice *port) {
     auto *d = const_cast<SDMDevice *>(port);
     const bool clear = strcasecmp(cmd.SubArgs[2], "clear") == 0;
     if (cmd.SubArgCount != 3)
-        return {TARN_STATUS_UNKNOWN_PARAM,
-                std::string("Error: Option ") + cmd.Option + " nvme needs a target and a namespace ID, or a drive and clear!"};
+        return {TARN_STATUS_UNKNOWN_PARAM, std::string("Error: Option ") + cmd.Option +
+                                               " nvme needs a target and a namespace ID, or a drive and clear!"};
 
     config::ClearConfigErrorText();
     VTAPI_NVMeBootDeviceEntries block{};
@@ -81,8 +81,8 @@ Result SetNVMeBootDrive(const TarnCommand &cmd, const SDMDevice *port) {
         const std::string drive = cmd.SubArgs[1];
         if (drive.size() != 1 || drive[0] < '0' || drive[0] > '7' ||
             (block.Drives[drive[0] - '0'].Flags & VTAPI_NVME_DRIVE_VALID) == 0)
-            return {TARN_STATUS_BAD_VALUE, "No FC-NVMe boot drive " + drive + " on HBA " +
-                                               std::to_string(port->Instance) + "!"};
+            return {TARN_STATUS_BAD_VALUE,
+                    "No FC-NVMe boot drive " + drive + " on HBA " + std::to_string(port->Instance) + "!"};
         block.Drives[drive[0] - '0'] = VTAPI_NVMeBootDrive{};
     } else {
         VTAPI_NVMeBootDrive entry{};
@@ -98,8 +98,8 @@ Result SetNVMeBootDrive(const TarnCommand &cmd, const SDMDevice *port) {
         entry.Flags = VTAPI_NVME_DRIVE_VALID;
         if (target) std::memcpy(entry.TargetWWNN, target->WWNN, 8);
         if (AddNVMeBootDriveMapping(&block, &entry) < 0)
-            return {TARN_STATUS_BAD_VALUE, "All 8 FC-NVMe boot drives of HBA " + std::to_string(port->Instance) +
-                                               " are in use!"};
+            return {TARN_STATUS_BAD_VALUE,
+                    "All 8 FC-NVMe boot drives of HBA " + std::to_string(port->Instance) + " are in use!"};
     }
     rc = SetNVMeBootDeviceEntries(d, &block);
     if (rc != 0) return ConfigFailure(rc);
@@ -156,7 +156,8 @@ Result BootDevicesReport(const TarnCommand &cmd, Sink &sink) {
         result = nvme ? SetNVMeBootDrive(cmd, ports[0]) : SetBootDrive(cmd, ports[0]);
         if (result.status != 0) return result;
     } else if (!nvme && cmd.SubArgCount == 4) {
-        return {TARN_STATUS_UNKNOWN_PARAM, std::string("Error: Option ") + cmd.Option + " takes a target, a LUN and a drive!"};
+        return {TARN_STATUS_UNKNOWN_PARAM,
+                std::string("Error: Option ") + cmd.Option + " takes a target, a LUN and a drive!"};
     }
 
     std::vector<VTAPI_BootDeviceInfo> infos(ports.size());
@@ -176,7 +177,7 @@ Result BootDevicesReport(const TarnCommand &cmd, Sink &sink) {
         {"lun", "LUN", 5, 2, true},
     };
     static const char *kUse[] = {"Primary", "Alternate 1", "Alternate 2", "Alternate 3",
-                                 "Drive 4", "Drive 5", "Drive 6", "Drive 7"};
+                                 "Drive 4", "Drive 5",     "Drive 6",     "Drive 7"};
     sink.Open();
     if (setting) sink.Note("Boot device settings saved to HBA " + std::to_string(ports[0]->Instance) + ".");
     ListScope list(sink, "ports");

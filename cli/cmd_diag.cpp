@@ -36,9 +36,12 @@ void Parameters(Sink &sink, bool loopback) {
         const char *key;
         const char *label;
     } kRows[] = {
-        {DIAG_ROW_DATA_PATTERN, "data_pattern", "Data Pattern"}, {DIAG_ROW_DATA_SIZE, "data_size", "Data Size"},
-        {DIAG_ROW_TEST_COUNT, "test_count", "Test Count"},       {DIAG_ROW_TEST_INCREMENT, "test_increment", "Test Increment"},
-        {DIAG_ROW_ON_ERROR, "on_error", "On Error"},             {DIAG_ROW_LOOPBACK_TYPE, "loopback_type", "Loopback Type"},
+        {DIAG_ROW_DATA_PATTERN, "data_pattern", "Data Pattern"},
+        {DIAG_ROW_DATA_SIZE, "data_size", "Data Size"},
+        {DIAG_ROW_TEST_COUNT, "test_count", "Test Count"},
+        {DIAG_ROW_TEST_INCREMENT, "test_increment", "Test Increment"},
+        {DIAG_ROW_ON_ERROR, "on_error", "On Error"},
+        {DIAG_ROW_LOOPBACK_TYPE, "loopback_type", "Loopback Type"},
     };
     ObjectScope object(sink, "parameters");
     for (const auto &r : kRows) {
@@ -100,14 +103,16 @@ Result LoopbackReport(const TarnCommand &cmd, Sink &sink) {
     std::vector<SDMDevice *> run = WorkerPorts(ports);
     std::vector<VTAPI_DiagResult> results(ports.size());
     const uint32_t status = CreateLoopbackThreadTest(run.data(), static_cast<uint32_t>(run.size()), results.data());
-    if (status == VTAPI_GENERAL_FAILURE)
-        return {TARN_STATUS_NO_MEMORY, "Error: Unable to start the loopback test!"};
+    if (status == VTAPI_GENERAL_FAILURE) return {TARN_STATUS_NO_MEMORY, "Error: Unable to start the loopback test!"};
 
     static const Table kPorts = {
-        {"instance", "Inst", 4, 0, true},   {"wwpn", "WWPN", 23, 2},
+        {"instance", "Inst", 4, 0, true},
+        {"wwpn", "WWPN", 23, 2},
         {"test_status", "Test Status", 13, 2, false, 13},
-        {"runs", "Runs", 6, 1, true},       {"failed_runs", "Failed", 6, 1, true},
-        {"iterations", "Iterations", 10, 1, true}, {"stopped", "Stopped", 7, 1, true},
+        {"runs", "Runs", 6, 1, true},
+        {"failed_runs", "Failed", 6, 1, true},
+        {"iterations", "Iterations", 10, 1, true},
+        {"stopped", "Stopped", 7, 1, true},
     };
     sink.Open();
     sink.Blank();
@@ -123,8 +128,8 @@ Result LoopbackReport(const TarnCommand &cmd, Sink &sink) {
             const SDMDevice &d = *ports[i];
             const VTAPI_DiagResult &r = results[i];
             PortScope port(sink, d, PortStyle::Row);
-            const std::string testStatus = r.RunsDone > 0 || r.LastRun.TestStatus[0] ? FieldText(r.LastRun.TestStatus)
-                                                                                    : std::string("Not Run");
+            const std::string testStatus =
+                r.RunsDone > 0 || r.LastRun.TestStatus[0] ? FieldText(r.LastRun.TestStatus) : std::string("Not Run");
             sink.Row(kPorts, {Value::Number(d.Instance), Value::Text(WwnText(d.DevicePortProperty.WWPN)),
                               Value::Text(testStatus), Value::Number(r.RunsDone), Value::Number(r.RunsFailed),
                               Value::Number(r.IterationsDone), Value::Text(r.Aborted ? "yes" : "no")});
@@ -172,10 +177,8 @@ Result ReadWriteBufferReport(const TarnCommand &cmd, Sink &sink) {
     }
 
     static const Table kTargets = {
-        {"target_wwpn", "Target WWPN", 23, 2},
-        {"loop_id", "Loop ID", 7, 1, true},
-        {"status", "Status", 16, 2, false, 16},
-        {"runs", "Runs", 5, 1, true},
+        {"target_wwpn", "Target WWPN", 23, 2},           {"loop_id", "Loop ID", 7, 1, true},
+        {"status", "Status", 16, 2, false, 16},          {"runs", "Runs", 5, 1, true},
         {"data_miscompares", "Miscompare", 10, 1, true},
     };
     sink.Open();

@@ -51,7 +51,8 @@ Result SetDiagnosticParameters(const TarnCommand &cmd, uint32_t mode) {
 Result SetPollingParameters(const TarnCommand &cmd, uint32_t kind, const std::vector<std::string> &extraNames,
                             std::vector<NamedArgument> &extra) {
     std::vector<NamedArgument> args;
-    Result result = SplitNamedArguments(cmd, kind == POLL_STATISTICS ? "AP, SR, LF, DF or PF" : "AP, SR, LF or PF", args);
+    Result result =
+        SplitNamedArguments(cmd, kind == POLL_STATISTICS ? "AP, SR, LF, DF or PF" : "AP, SR, LF or PF", args);
     if (result.status != 0) return result;
     InitializeUserPollingTable(kind);
     extra.clear();

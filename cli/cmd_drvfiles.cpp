@@ -37,8 +37,8 @@ std::vector<const SDMDevice *> PhysicalOnly(const std::vector<const SDMDevice *>
 }
 
 Result NoPhysicalPort(const TarnCommand &cmd) {
-    return {TARN_STATUS_NOT_SUPPORTED,
-            std::string("Error: Option ") + cmd.Option + " is not supported on a virtual port; choose its physical port!"};
+    return {TARN_STATUS_NOT_SUPPORTED, std::string("Error: Option ") + cmd.Option +
+                                           " is not supported on a virtual port; choose its physical port!"};
 }
 
 // The command-line status of a driver-file result.
@@ -93,7 +93,9 @@ void ShowDriverSettings(Sink &sink, const SDMDevice &d) {
         const std::string &name = param.first, &value = param.second;
         ItemScope item(sink);
         sink.Row(kParams, {Value::Text(name), Value::Text(value)});
-        sink.Xml([&name, &value] { XmlLine("\t<DriverParameter Name=\"%s\">%s</DriverParameter>", name.c_str(), value.c_str()); });
+        sink.Xml([&name, &value] {
+            XmlLine("\t<DriverParameter Name=\"%s\">%s</DriverParameter>", name.c_str(), value.c_str());
+        });
     }
 }
 
@@ -157,7 +159,8 @@ Result SetDriverSettingsReport(const TarnCommand &cmd, Sink &sink) {
             return {TARN_STATUS_NOT_PERMITTED,
                     "Error: No module option file found (/etc/conf.modules, /etc/modprobe.conf.local, "
                     "/etc/modprobe.conf, /etc/modules.conf)!"};
-        if (rc != 0) return {TARN_STATUS_NOT_PERMITTED, "Error: Unable to rewrite the option line of module " + module + "!"};
+        if (rc != 0)
+            return {TARN_STATUS_NOT_PERMITTED, "Error: Unable to rewrite the option line of module " + module + "!"};
     }
     sink.Open();
     sink.Note("Driver settings changed; they take effect when the driver is loaded again.");
@@ -220,8 +223,12 @@ Result AllBindings(const std::vector<const SDMDevice *> &ports, std::vector<std:
 void ShowBindings(Sink &sink, const SDMDevice &d, const std::vector<FoTargetData> &bindings) {
     PortScope port(sink, d, PortStyle::Heading);
     static const Table kBindings = {
-        {"target_id", "Tgt", 3, 0, true}, {"device_instance", "DI", 2, 1, true}, {"wwpn", "WWPN", 23},
-        {"wwnn", "WWNN", 23},             {"port_id", "Port ID", 8},             {"status", "Status", 0},
+        {"target_id", "Tgt", 3, 0, true},
+        {"device_instance", "DI", 2, 1, true},
+        {"wwpn", "WWPN", 23},
+        {"wwnn", "WWNN", 23},
+        {"port_id", "Port ID", 8},
+        {"status", "Status", 0},
     };
     ListScope list(sink, "bindings");
     if (bindings.empty()) {
@@ -232,9 +239,9 @@ void ShowBindings(Sink &sink, const SDMDevice &d, const std::vector<FoTargetData
     for (const FoTargetData &b : bindings) {
         const int32_t state = BindingState(d, b);
         ItemScope item(sink);
-        sink.Row(kBindings, {Value::Number(b.TargetNumber), Value::Number(b.DeviceInstance), Value::Text(WwnText(b.WWPN)),
-                             Value::Text(WwnText(b.WWNN)), Value::Text(PortIdText(b.PortId)),
-                             Value::Text(StateText(state))});
+        sink.Row(kBindings,
+                 {Value::Number(b.TargetNumber), Value::Number(b.DeviceInstance), Value::Text(WwnText(b.WWPN)),
+                  Value::Text(WwnText(b.WWNN)), Value::Text(PortIdText(b.PortId)), Value::Text(StateText(state))});
         sink.Xml([&b, state] { XML_EmitHBATargetPersistBinding(&b, state); });
     }
 }
@@ -249,7 +256,8 @@ int FreeTargetNumber(const std::vector<FoTargetData> &bindings) {
 
 Result OnePort(const TarnCommand &cmd, const std::vector<const SDMDevice *> &ports, const char *what) {
     if (ports.size() == 1) return {};
-    return {TARN_STATUS_BAD_VALUE, std::string("Error: Choose one HBA port for option ") + cmd.Option + " " + what + "!"};
+    return {TARN_STATUS_BAD_VALUE,
+            std::string("Error: Choose one HBA port for option ") + cmd.Option + " " + what + "!"};
 }
 
 Result BindTargets(const TarnCommand &cmd, const SDMDevice &d, bool bind) {
@@ -274,16 +282,19 @@ Result BindTargets(const TarnCommand &cmd, const SDMDevice &d, bool bind) {
         for (const FoTargetData &b : bindings)
             if (all && rc == 0) rc = ISDFoDeletePersistentTargetEntry(d.DeviceHandle, b.TargetNumber, b.DeviceInstance);
         if (rc == SDERR_NOT_FOUND)
-            return {TARN_STATUS_BAD_VALUE, "Error: Target " + which + " is not bound on HBA " + std::to_string(d.Instance) + "!"};
-        if (rc != 0) return {CliStatus(rc), std::string("Error: Unable to remove the binding (") + SDGetErrorString(rc) + ")!"};
+            return {TARN_STATUS_BAD_VALUE,
+                    "Error: Target " + which + " is not bound on HBA " + std::to_string(d.Instance) + "!"};
+        if (rc != 0)
+            return {CliStatus(rc), std::string("Error: Unable to remove the binding (") + SDGetErrorString(rc) + ")!"};
         return {};
     }
     std::vector<const TargetEntry *> targets;
     for (const TargetEntry *t = d.Targets.First; t; t = t->next)
         if (all || std::memcmp(t->WWPN, wwpn, 8) == 0) targets.push_back(t);
     if (targets.empty())
-        return {TARN_STATUS_BAD_VALUE, all ? "Error: HBA " + std::to_string(d.Instance) + " sees no targets to bind!"
-                                           : "Error: Target " + which + " not found on HBA " + std::to_string(d.Instance) + "!"};
+        return {TARN_STATUS_BAD_VALUE,
+                all ? "Error: HBA " + std::to_string(d.Instance) + " sees no targets to bind!"
+                    : "Error: Target " + which + " not found on HBA " + std::to_string(d.Instance) + "!"};
     for (const TargetEntry *t : targets) {
         FoTargetData data{};
         auto bound = FindBinding(bindings, t->WWPN);
@@ -300,13 +311,15 @@ Result BindTargets(const TarnCommand &cmd, const SDMDevice &d, bool bind) {
         }
         data.TargetNumber = uint8_t(number >= 0 ? number : FreeTargetNumber(bindings));
         if (number < 0 && FreeTargetNumber(bindings) < 0)
-            return {TARN_STATUS_BAD_VALUE, "Error: No free target number left on HBA " + std::to_string(d.Instance) + "!"};
+            return {TARN_STATUS_BAD_VALUE,
+                    "Error: No free target number left on HBA " + std::to_string(d.Instance) + "!"};
         std::memcpy(data.WWNN, t->WWNN, 8);
         std::memcpy(data.WWPN, t->WWPN, 8);
         std::memcpy(data.PortId, t->PortId, 3);
         rc = ISDFoSetTargetData(d.DeviceHandle, &data);
-        if (rc != 0) return {CliStatus(rc), std::string("Error: Unable to bind target ") + WwnText(t->WWPN) + " (" +
-                                                SDGetErrorString(rc) + ")!"};
+        if (rc != 0)
+            return {CliStatus(rc), std::string("Error: Unable to bind target ") + WwnText(t->WWPN) + " (" +
+                                       SDGetErrorString(rc) + ")!"};
         bindings.push_back(data);
     }
     return {};
@@ -382,7 +395,8 @@ void ShowLunSelection(Sink &sink, const SDMDevice &d, std::vector<FoTargetData> 
         sink.Line({{"wwpn", "Target ", Value::Text(WwnText(t->WWPN))},
                    {"target_id", "  bound as target ",
                     bound != bindings.end() ? Value::Number(bound->TargetNumber) : Value::None()}});
-        static const Table kLuns = {{"lun", "LUN", 5, 2, true}, {"selected", "Selected", 8, 2}, {"product", "Product", 0, 2}};
+        static const Table kLuns = {
+            {"lun", "LUN", 5, 2, true}, {"selected", "Selected", 8, 2}, {"product", "Product", 0, 2}};
         ListScope luns(sink, "luns");
         if (t->Luns.First == nullptr) sink.Note("  No LUNs.");
         else sink.Columns(kLuns);
@@ -405,7 +419,8 @@ void ShowLunSelection(Sink &sink, const SDMDevice &d, std::vector<FoTargetData> 
 Result ChangeLunSelection(const TarnCommand &cmd, const SDMDevice &d, const uint8_t *wwpn, bool enable) {
     const TargetEntry *t = FindTarget(d, wwpn);
     if (t == nullptr)
-        return {TARN_STATUS_BAD_VALUE, "Error: Target " + WwnText(wwpn) + " not found on HBA " + std::to_string(d.Instance) + "!"};
+        return {TARN_STATUS_BAD_VALUE,
+                "Error: Target " + WwnText(wwpn) + " not found on HBA " + std::to_string(d.Instance) + "!"};
     std::vector<uint32_t> luns;
     if (!ParseLuns(cmd.SubArgs[2], *t, luns))
         return {TARN_STATUS_BAD_VALUE, std::string("Error: Invalid LUN list '") + cmd.SubArgs[2] + "' for option " +
@@ -419,7 +434,8 @@ Result ChangeLunSelection(const TarnCommand &cmd, const SDMDevice &d, const uint
         // LUN masks belong to a binding: bind the target first.
         const int number = FreeTargetNumber(bindings);
         if (number < 0)
-            return {TARN_STATUS_BAD_VALUE, "Error: No free target number left on HBA " + std::to_string(d.Instance) + "!"};
+            return {TARN_STATUS_BAD_VALUE,
+                    "Error: No free target number left on HBA " + std::to_string(d.Instance) + "!"};
         binding.TargetNumber = uint8_t(number);
         std::memcpy(binding.WWNN, t->WWNN, 8);
         std::memcpy(binding.WWPN, t->WWPN, 8);
@@ -438,9 +454,10 @@ Result ChangeLunSelection(const TarnCommand &cmd, const SDMDevice &d, const uint
         else masks.DisabledLuns[lun / 8] |= uint8_t(1u << (lun % 8));
     }
     if ((rc = ISDFoSetLunData(d.DeviceHandle, &masks)) != 0)
-        return {CliStatus(rc), rc == SDERR_NOT_SUPPORTED
-                                   ? "Error: The driver of HBA " + std::to_string(d.Instance) + " takes no LUN selection!"
-                                   : std::string("Error: Unable to write the LUN selection (") + SDGetErrorString(rc) + ")!"};
+        return {CliStatus(rc),
+                rc == SDERR_NOT_SUPPORTED
+                    ? "Error: The driver of HBA " + std::to_string(d.Instance) + " takes no LUN selection!"
+                    : std::string("Error: Unable to write the LUN selection (") + SDGetErrorString(rc) + ")!"};
     return {};
 }
 
@@ -451,8 +468,8 @@ Result SelectiveLunsReport(const TarnCommand &cmd, Sink &sink) {
     uint8_t wwpn[8] = {};
     const bool filtered = n > 0;
     if (filtered && TarnParseWWN(cmd.SubArgs[0], wwpn) != 0)
-        return {TARN_STATUS_BAD_VALUE, std::string("Error: Invalid target WWPN '") + cmd.SubArgs[0] + "' for option " +
-                                           cmd.Option + "!"};
+        return {TARN_STATUS_BAD_VALUE,
+                std::string("Error: Invalid target WWPN '") + cmd.SubArgs[0] + "' for option " + cmd.Option + "!"};
     const bool enable = n == 3 && strcasecmp(cmd.SubArgs[1], "enable") == 0;
     const bool disable = n == 3 && strcasecmp(cmd.SubArgs[1], "disable") == 0;
     if (n == 2 || (n == 3 && !enable && !disable))
@@ -462,7 +479,8 @@ Result SelectiveLunsReport(const TarnCommand &cmd, Sink &sink) {
     const auto ports = PhysicalOnly(SelectPorts(cmd, result));
     if (result.status != 0) return result;
     if (ports.empty()) return NoPhysicalPort(cmd);
-    if (filtered && std::none_of(ports.begin(), ports.end(), [&wwpn](const SDMDevice *d) { return FindTarget(*d, wwpn); }))
+    if (filtered &&
+        std::none_of(ports.begin(), ports.end(), [&wwpn](const SDMDevice *d) { return FindTarget(*d, wwpn); }))
         return {TARN_STATUS_BAD_VALUE, "Error: Target " + WwnText(wwpn) + " not found on the selected HBA port(s)!"};
     if (enable || disable) {
         if (Result one = OnePort(cmd, ports, cmd.SubArgs[1]); one.status != 0) return one;

@@ -93,8 +93,8 @@ Result ChooseCards(const TarnCommand &cmd, const CardTree &tree, std::vector<Car
     for (const SDMDevice *d : ports) {
         if (isVirtualPortHBA(d)) {
             if (cmd.Selection != TARN_SELECT_ALL)
-                return {TARN_STATUS_NOT_SUPPORTED, "Error: " + HbaName(*d) +
-                                                       " is a virtual port; select a physical port of its card."};
+                return {TARN_STATUS_NOT_SUPPORTED,
+                        "Error: " + HbaName(*d) + " is a virtual port; select a physical port of its card."};
             continue;
         }
         const AdapterEntry *card = tree.CardOf(*d);
@@ -105,8 +105,8 @@ Result ChooseCards(const TarnCommand &cmd, const CardTree &tree, std::vector<Car
         // so before any file is read.
         SDOptionRomLayout probe{};
         if (SDGetOptionRomLayout(d->DeviceHandle, 0, &probe, sizeof probe) == SDERR_NOT_SUPPORTED)
-            return {TARN_STATUS_NOT_SUPPORTED, "Error: Flash update of " + HbaName(*d) + " is not supported: " +
-                                                   SDGetErrorString(SDERR_NOT_SUPPORTED) + "."};
+            return {TARN_STATUS_NOT_SUPPORTED, "Error: Flash update of " + HbaName(*d) +
+                                                   " is not supported: " + SDGetErrorString(SDERR_NOT_SUPPORTED) + "."};
         bool seen = false;
         for (const CardUpdate &c : cards) seen = seen || c.card == card;
         if (!seen) cards.push_back({d, card, nullptr});
@@ -163,8 +163,8 @@ void ShowPlan(Sink &sink, const CardUpdate &u, const std::string &file) {
         for (uint32_t i = 0; i < plan.Count; ++i) {
             const VTFU_UpdateComponent &c = plan.Components[i];
             ItemScope item(sink);
-            sink.Row(kComponents, {Value::Number(c.Region, Hex(c.Region)), Value::Text(c.Name),
-                                   VersionValue(c.Current), VersionValue(c.New), Value::Number(c.Size)});
+            sink.Row(kComponents, {Value::Number(c.Region, Hex(c.Region)), Value::Text(c.Name), VersionValue(c.Current),
+                                   VersionValue(c.New), Value::Number(c.Size)});
         }
     }
     sink.Xml([&plan, &file] { XmlFlashPlan(plan, file); });
@@ -210,8 +210,7 @@ Result FlashUpdateReport(const TarnCommand &cmd, Sink &sink) {
         VTFU_UpdatePlan *plan = nullptr;
         const uint32_t rc = vtfuPlanFlashUpdate(u.card, args.file.c_str(), &plan);
         u.plan.reset(plan);
-        if (rc != VTAPI_SUCCESS)
-            return {static_cast<int32_t>(rc), "Unable to read file '" + args.file + "'!"};
+        if (rc != VTAPI_SUCCESS) return {static_cast<int32_t>(rc), "Unable to read file '" + args.file + "'!"};
         if (plan->Status != VTAPI_SUCCESS) return {static_cast<int32_t>(plan->Status), plan->Message};
     }
 

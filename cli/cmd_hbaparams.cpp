@@ -40,7 +40,8 @@ std::vector<const SDMDevice *> NvramPorts(const TarnCommand &cmd, Result &result
 
 std::string ConfigFailureText(uint32_t status) {
     const char *text = config::ConfigErrorText();
-    std::string message = text != nullptr && text[0] != '\0' ? std::string(text) : "Error: status " + std::to_string(status);
+    std::string message =
+        text != nullptr && text[0] != '\0' ? std::string(text) : "Error: status " + std::to_string(status);
     // A backend without NVRAM or flash access (the Linux driver's) says so.
     if (status == SDERR_NOT_SUPPORTED) message += std::string(" ") + SDGetErrorString(status) + ".";
     return message;
@@ -83,9 +84,12 @@ Result ParseRequest(const TarnCommand &cmd, Request &req) {
         int args;  // -1: optional one
     };
     static const Word kWords[] = {
-        {"template", Action::Template, -1},        {"template-file", Action::TemplateFile, 1},
-        {"restore-defaults", Action::RestoreDefaults, 0}, {"reset-defaults", Action::ResetDefaults, 0},
-        {"save", Action::Save, 1},                 {"restore", Action::Restore, 1},
+        {"template", Action::Template, -1},
+        {"template-file", Action::TemplateFile, 1},
+        {"restore-defaults", Action::RestoreDefaults, 0},
+        {"reset-defaults", Action::ResetDefaults, 0},
+        {"save", Action::Save, 1},
+        {"restore", Action::Restore, 1},
         {"global", Action::Global, 1},
     };
     for (const Word &w : kWords) {
@@ -135,8 +139,8 @@ uint32_t Apply(const Request &req, SDMDevice *d, std::string &message) {
         return rc;
     case Action::Template:
     case Action::TemplateFile: {
-        const uint32_t oem = req.action == Action::Template && req.oemGiven ? FindOEMType(req.file.c_str())
-                                                                            : config::OemOfDevice(d);
+        const uint32_t oem =
+            req.action == Action::Template && req.oemGiven ? FindOEMType(req.file.c_str()) : config::OemOfDevice(d);
         rc = req.action == Action::Template ? LoadHBAParametersFromTemplateFile(d, oem)
                                             : UpdateHBAParametersFromTemplateFile(d, req.file.c_str(), oem);
         message = rc == 0 ? config::TemplateResultText(0, d, req.file) : ConfigFailureText(rc);

@@ -178,22 +178,23 @@ Result StatisticsReport(const TarnCommand &cmd, Sink &sink) {
 
     MetricsFile metrics(promPath);
     ObserverScope<diag::StatisticsPollObserver, diag::SetStatisticsPollObserver> observe(
-        metrics.enabled() ? diag::StatisticsPollObserver(
-                                [&metrics](const std::vector<const SDMDevice *> &polled,
-                                           const std::vector<HBAStatisticsSample> &samples) {
-                                    metrics.Write(StatisticsMetrics(polled, samples));
-                                })
+        metrics.enabled() ? diag::StatisticsPollObserver([&metrics](const std::vector<const SDMDevice *> &polled,
+                                                                    const std::vector<HBAStatisticsSample> &samples) {
+            metrics.Write(StatisticsMetrics(polled, samples));
+        })
                           : diag::StatisticsPollObserver{});
     std::vector<SDMDevice *> run = WorkerPorts(ports);
     std::vector<HBAStatisticsSample> last(ports.size());
     const uint32_t status = CreateThreadForHBAStatistics(run.data(), static_cast<uint32_t>(run.size()), last.data());
-    if (status == VTAPI_GENERAL_FAILURE) return {TARN_STATUS_NO_MEMORY, "Error: Unable to start the statistics monitor!"};
-    if (status != VTAPI_SUCCESS) return {TARN_STATUS_NO_ADAPTER, "Error: No compatible HBA(s) found in current system!"};
+    if (status == VTAPI_GENERAL_FAILURE)
+        return {TARN_STATUS_NO_MEMORY, "Error: Unable to start the statistics monitor!"};
+    if (status != VTAPI_SUCCESS)
+        return {TARN_STATUS_NO_ADAPTER, "Error: No compatible HBA(s) found in current system!"};
 
     static const Table kPorts = {
-        {"instance", "Inst", 4, 0, true},      {"errors", "Errors", 7, 1, true},
-        {"device_errors", "DevErr", 7, 1, true}, {"resets", "Resets", 6, 1, true},
-        {"io_count", "I/O Count", 11, 1, true}, {"io_per_second", "IOPS", 7, 1, true},
+        {"instance", "Inst", 4, 0, true},         {"errors", "Errors", 7, 1, true},
+        {"device_errors", "DevErr", 7, 1, true},  {"resets", "Resets", 6, 1, true},
+        {"io_count", "I/O Count", 11, 1, true},   {"io_per_second", "IOPS", 7, 1, true},
         {"bytes_per_second", "BPS", 10, 1, true}, {"time", "Time", 19, 1},
     };
     sink.Open();
@@ -237,24 +238,29 @@ Result LinkStatusReport(const TarnCommand &cmd, Sink &sink) {
 
     MetricsFile metrics(promPath);
     ObserverScope<diag::LinkStatusPollObserver, diag::SetLinkStatusPollObserver> observe(
-        metrics.enabled() ? diag::LinkStatusPollObserver(
-                                [&metrics](const std::vector<const SDMDevice *> &polled,
-                                           const std::vector<std::vector<LinkStatusEntry>> &read) {
-                                    metrics.Write(LinkStatusMetrics(polled, read));
-                                })
-                          : diag::LinkStatusPollObserver{});
+        metrics.enabled()
+            ? diag::LinkStatusPollObserver([&metrics](const std::vector<const SDMDevice *> &polled,
+                                                      const std::vector<std::vector<LinkStatusEntry>> &read) {
+                  metrics.Write(LinkStatusMetrics(polled, read));
+              })
+            : diag::LinkStatusPollObserver{});
     std::vector<SDMDevice *> run = WorkerPorts(ports);
     VTAPI_LinkStatusResultList *totals = nullptr;
     const uint32_t status = CreateThreadForLinkStatus(run.data(), static_cast<uint32_t>(run.size()), &totals);
-    if (status == VTAPI_GENERAL_FAILURE) return {TARN_STATUS_NO_MEMORY, "Error: Unable to start the link status monitor!"};
-    if (status != VTAPI_SUCCESS) return {TARN_STATUS_NO_ADAPTER, "Error: No compatible HBA(s) found in current system!"};
+    if (status == VTAPI_GENERAL_FAILURE)
+        return {TARN_STATUS_NO_MEMORY, "Error: Unable to start the link status monitor!"};
+    if (status != VTAPI_SUCCESS)
+        return {TARN_STATUS_NO_ADAPTER, "Error: No compatible HBA(s) found in current system!"};
 
     // The totals list holds every port's and target's entry; each port shows
     // its own entry and those of its targets.
     static const Table kEntries = {
-        {"port_name", "Port Name", 23, 0},         {"link_failures", "LinkFail", 8, 1, true},
-        {"loss_of_sync", "SyncLoss", 8, 1, true},  {"loss_of_signal", "SigLoss", 8, 1, true},
-        {"invalid_crc", "InvCRC", 8, 1, true},     {"primitive_seq_protocol_errors", "SeqProto", 8, 1, true},
+        {"port_name", "Port Name", 23, 0},
+        {"link_failures", "LinkFail", 8, 1, true},
+        {"loss_of_sync", "SyncLoss", 8, 1, true},
+        {"loss_of_signal", "SigLoss", 8, 1, true},
+        {"invalid_crc", "InvCRC", 8, 1, true},
+        {"primitive_seq_protocol_errors", "SeqProto", 8, 1, true},
         {"invalid_transmission_words", "InvTxWrd", 8, 1, true},
     };
     auto find = [totals](const uint8_t *wwpn) {

@@ -113,8 +113,7 @@ void ListVports(Sink &sink, const SDMDevice &d) {
         const std::string value = std::to_string(e->QoSVal) + (e->QoSType == SD_QOS_SPEED ? " G" : " %");
         ItemScope item(sink);
         sink.JsonField("qos_enabled", Value::Number(e->QoSEnabled));
-        sink.Row(kVports, {Value::Number(e->VPortId),
-                           instance == 0xFFFFFFFFu ? Value::None() : Value::Number(instance),
+        sink.Row(kVports, {Value::Number(e->VPortId), instance == 0xFFFFFFFFu ? Value::None() : Value::Number(instance),
                            Value::Text(WwnText(e->WWPN)), Value::Text(QoSTypeText(e->QoSType)),
                            Value::Number(e->QoSVal, e->QoSEnabled ? value : value + "*"), bandwidth});
         sink.Xml([e, &bandwidth, instance] { XmlVport(*e, bandwidth, instance); });
@@ -258,8 +257,8 @@ Result VirtualPortsReport(const TarnCommand &cmd, Sink &sink) {
     }
 
     if (ports.size() != 1)
-        return {TARN_STATUS_BAD_VALUE, std::string("Error: Choose one HBA port for option ") + cmd.Option + " " +
-                                           action + "!"};
+        return {TARN_STATUS_BAD_VALUE,
+                std::string("Error: Choose one HBA port for option ") + cmd.Option + " " + action + "!"};
     auto *d = const_cast<SDMDevice *>(ports.front());
     char message[kMessageSize] = "";
     std::string done;
@@ -276,15 +275,15 @@ Result VirtualPortsReport(const TarnCommand &cmd, Sink &sink) {
         else if (TarnParseWWN(cmd.SubArgs[1], wwpn) == 0 || FindVport(*d, cmd.SubArgs[1], wwpn))
             rc = DeleteVPortForHBA(d, wwpn, message, sizeof message);
         else
-            return {TARN_STATUS_NO_ADAPTER, std::string("Error: vPort '") + cmd.SubArgs[1] + "' not found on " +
-                                                PortName(*d) + "!"};
+            return {TARN_STATUS_NO_ADAPTER,
+                    std::string("Error: vPort '") + cmd.SubArgs[1] + "' not found on " + PortName(*d) + "!"};
         if (rc != 0) return Refused(rc, message);
         done = message;
     } else if (is("qos")) {
         uint8_t wwpn[8] = {};
         if (!FindVport(*d, cmd.SubArgs[1], wwpn))
-            return {TARN_STATUS_NO_ADAPTER, std::string("Error: vPort '") + cmd.SubArgs[1] + "' not found on " +
-                                                PortName(*d) + "!"};
+            return {TARN_STATUS_NO_ADAPTER,
+                    std::string("Error: vPort '") + cmd.SubArgs[1] + "' not found on " + PortName(*d) + "!"};
         const uint32_t rc = SetVirtualPortQoS(d, wwpn, &qos, locked.data(), uint32_t(locked.size()));
         const std::string what = "QoS of vPort " + WwnText(wwpn) + " of " + PortName(*d);
         switch (rc) {
@@ -294,8 +293,8 @@ Result VirtualPortsReport(const TarnCommand &cmd, Sink &sink) {
             return Refused(rc, "Unable to set " + what + " (not enough bandwidth left for it)!");
         case VTAPI_QOS_DISABLED: return Refused(rc, "Unable to set " + what + " (QoS is disabled on this vPort)!");
         case VTAPI_PORT_NOT_FOUND:
-            return Refused(rc, "Specified vPort " + WwnText(wwpn) + " does not exist (HBA " +
-                                   std::to_string(d->Instance) + ")!");
+            return Refused(
+                rc, "Specified vPort " + WwnText(wwpn) + " does not exist (HBA " + std::to_string(d->Instance) + ")!");
         default: return Refused(rc, "Unable to set " + what + " (" + SDGetErrorString(rc) + ")!");
         }
         done = what + " set to " + std::to_string(qos.QoSValue) + (qos.QoSType == SD_QOS_SPEED ? " Gb/s." : " %.");
@@ -305,8 +304,8 @@ Result VirtualPortsReport(const TarnCommand &cmd, Sink &sink) {
         if (rc != 0)
             return Refused(rc, "Unable to rebalance the QoS of " + PortName(*d) + " (" +
                                    (rc == VTAPI_QOS_PERCENT_OVERFLOW ? std::string("reserved shares exceed 100 %")
-                                    : rc < 0x20000000u ? std::string("not supported on this port")
-                                                       : std::string(SDGetErrorString(rc))) +
+                                    : rc < 0x20000000u               ? std::string("not supported on this port")
+                                                                     : std::string(SDGetErrorString(rc))) +
                                    ")!");
         done = "QoS of " + std::to_string(count) + " vPort(s) of " + PortName(*d) + " rebalanced.";
     }

@@ -267,7 +267,8 @@ uint32_t RunCommandLine(int32_t argc, char **argv) {
         vt::oss::CommandEnd();
     } else {
         static const char kDisabled[] = "This feature is not available or disabled!";
-        if (g_command.Output != TARN_OUTPUT_TEXT) vt::cli::ReportFailure(g_command.Output, TARN_STATUS_NOT_PERMITTED, kDisabled);
+        if (g_command.Output != TARN_OUTPUT_TEXT)
+            vt::cli::ReportFailure(g_command.Output, TARN_STATUS_NOT_PERMITTED, kDisabled);
         else TarnPrint(VT_MSG_PLAIN, "%s\n", kDisabled);
         status = TARN_STATUS_NOT_PERMITTED;
     }
@@ -380,8 +381,7 @@ VTAPI_EXPORT uint32_t FirstPassParseArg(int32_t argc, char **argv, int32_t fromF
                     if (TarnInitializeLogFile("a+") != 0)
                         SetParseError(TARN_STATUS_OUTPUT_SWITCH, "Unable to open file '%s' for writing!",
                                       GetLogFileName());
-                    else
-                        bSysLog = 1;
+                    else bSysLog = 1;
                 }
             } else {
                 SetLogFileName(name.c_str());
@@ -471,8 +471,7 @@ VTAPI_EXPORT uint32_t SecondPassParseArg(int32_t argc, char **argv) {
     if (c->id == TARN_CMD_VERSION) bGetAppVersion = 1;
 
     size_t next = 1;
-    if (c->selectsPorts && next < words.size() && !IsOptionWord(words[next]) &&
-        !IsKeywordArgument(*c, words[next])) {
+    if (c->selectsPorts && next < words.size() && !IsOptionWord(words[next]) && !IsKeywordArgument(*c, words[next])) {
         const std::string &sel = words[next++];
         if (strcasecmp(sel.c_str(), "all") == 0) {
             g_command.Selection = TARN_SELECT_ALL;
@@ -497,9 +496,8 @@ VTAPI_EXPORT uint32_t SecondPassParseArg(int32_t argc, char **argv) {
     for (; next < words.size(); ++next) {
         const std::string &w = words[next];
         if (IsOptionWord(w)) {
-            SetParseError(TARN_STATUS_UNKNOWN_PARAM,
-                          "Error: Option '%s' cannot follow '%s' (one command at a time)!", w.c_str(),
-                          words[0].c_str());
+            SetParseError(TARN_STATUS_UNKNOWN_PARAM, "Error: Option '%s' cannot follow '%s' (one command at a time)!",
+                          w.c_str(), words[0].c_str());
             return TARN_STATUS_UNKNOWN_PARAM;
         }
         if (g_command.SubArgCount >= c->maxSubArgs) {
@@ -515,8 +513,8 @@ VTAPI_EXPORT uint32_t SecondPassParseArg(int32_t argc, char **argv) {
         std::snprintf(g_command.SubArgs[g_command.SubArgCount++], TARN_SUBARG_SIZE, "%s", w.c_str());
     }
     bOptionEnable = c->enableKey == nullptr || TarnPreferenceGetKeyValue(c->enableKey, 0) != 0 ? 1 : 0;
-    TarnLogMessage(VT_MSG_DEBUG, "SecondPassParseArg: command=%s selection=%d subargs=%u enabled=%d",
-                   g_command.Option, g_command.Selection, g_command.SubArgCount, bOptionEnable);
+    TarnLogMessage(VT_MSG_DEBUG, "SecondPassParseArg: command=%s selection=%d subargs=%u enabled=%d", g_command.Option,
+                   g_command.Selection, g_command.SubArgCount, bOptionEnable);
     return 0;
 }
 

@@ -29,6 +29,7 @@ constexpr const char kHbaHelp[] =
 constexpr uint32_t kAny = TARN_MAX_SUBARGS;  // a command not yet available takes any arguments
 
 // The commands of the usage list, in usage order.
+// clang-format off
 const std::vector<CommandEntry> kCommands = {
     {TARN_CMD_GENERAL, {"g"}, "[hba]", "General host information",
      "Shows the host (name, operating system, device library and the backend\n"
@@ -231,6 +232,7 @@ const std::vector<CommandEntry> kCommands = {
     {TARN_CMD_HELP, {"h", "?"}, "[command]", "This page, or help on one command (-h -t)",
      "Shows the usage page, or the help of one command.\n", 0, false, nullptr, nullptr, nullptr},
 };
+// clang-format on
 
 void Print(const std::string &text) { scfxPrint(text.c_str()); }
 
@@ -306,8 +308,8 @@ std::string CommandHelpText(int32_t id) {
     if (c == nullptr) return "";
     if (c->help == nullptr || (c->walk == nullptr && c->id != TARN_CMD_HELP))
         return OptionWords(*c) + "  " + c->summary + "\n\nThis command is not available in this version of tarncli.\n";
-    std::string text = "Usage: tarncli " + Words(*c, ", ") + (c->grammar[0] != '\0' ? " " : "") + c->grammar +
-                       "\n\n" + c->help;
+    std::string text =
+        "Usage: tarncli " + Words(*c, ", ") + (c->grammar[0] != '\0' ? " " : "") + c->grammar + "\n\n" + c->help;
     if (c->selectsPorts) text += kHbaHelp;
     return text + "\n" + kStatuses;
 }
@@ -331,7 +333,8 @@ int32_t ProcessCommand(const TarnCommand *command) {
         return 0;
     }
     if (cmd.Command == TARN_CMD_NONE) {
-        ReportFailure(cmd.Output, TARN_STATUS_UNKNOWN_PARAM, "Error: No command given! Run 'tarncli -h' for the usage.");
+        ReportFailure(cmd.Output, TARN_STATUS_UNKNOWN_PARAM,
+                      "Error: No command given! Run 'tarncli -h' for the usage.");
         return TARN_STATUS_UNKNOWN_PARAM;
     }
     const CommandEntry *entry = FindCommandById(cmd.Command);

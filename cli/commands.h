@@ -37,16 +37,16 @@ struct Result {
 using Walk = Result (*)(const TarnCommand &command, Sink &sink);
 
 struct CommandEntry {
-    int32_t id;                  // TarnCommandId
+    int32_t id;                       // TarnCommandId
     std::vector<const char *> words;  // option words without '-' ("tp", "topology")
-    const char *grammar;         // arguments, e.g. "[hba] [target-wwpn]"
-    const char *summary;         // one line of the usage page
-    const char *help;            // the help of the command; null while it has no walk
-    uint32_t maxSubArgs;         // arguments after the port selector
-    bool selectsPorts;           // the first argument may be a port selector
-    const char *keyword;         // first arguments that are never a selector ("vpd", "set|delete")
-    const char *enableKey;       // reference-file switch that enables it, or null
-    Walk walk;                   // null: not available in this version
+    const char *grammar;              // arguments, e.g. "[hba] [target-wwpn]"
+    const char *summary;              // one line of the usage page
+    const char *help;                 // the help of the command; null while it has no walk
+    uint32_t maxSubArgs;              // arguments after the port selector
+    bool selectsPorts;                // the first argument may be a port selector
+    const char *keyword;              // first arguments that are never a selector ("vpd", "set|delete")
+    const char *enableKey;            // reference-file switch that enables it, or null
+    Walk walk;                        // null: not available in this version
 };
 
 const std::vector<CommandEntry> &Commands();

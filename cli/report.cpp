@@ -94,8 +94,7 @@ std::vector<Piece> PortPieces(const SDMDevice &d) {
                                  {"model", ": ", Value::Text(ModelName(d))}};
     if (isVirtualPortHBA(&d))
         pieces.push_back({"virtual_port_id", ", virtual port ", Value::Number(d.DeviceNodeProperty.VPortId)});
-    else
-        pieces.push_back({"port", ", port ", Value::Number(GetPhyPortNumber(&d))});
+    else pieces.push_back({"port", ", port ", Value::Number(GetPhyPortNumber(&d))});
     pieces.push_back({"wwpn", ", WWPN ", Value::Text(WwnText(d.DevicePortProperty.WWPN))});
     return pieces;
 }
@@ -122,7 +121,8 @@ const char *PeripheralTypeText(uint8_t type) {
 
 uint64_t LunCapacity(const LunEntry &lun) {
     if (lun.BlockSize == VTAPI_CAPACITY_UNKNOWN32 || lun.BlockSize == 0) return 0;
-    if (lun.LastBlock64 != VTAPI_CAPACITY_UNKNOWN64) return (lun.LastBlock64 + 1) * static_cast<uint64_t>(lun.BlockSize);
+    if (lun.LastBlock64 != VTAPI_CAPACITY_UNKNOWN64)
+        return (lun.LastBlock64 + 1) * static_cast<uint64_t>(lun.BlockSize);
     if (lun.LastBlock32 != VTAPI_CAPACITY_UNKNOWN32 && lun.LastBlock32 != 0xFFFFFFFFu)
         return (static_cast<uint64_t>(lun.LastBlock32) + 1) * lun.BlockSize;
     return 0;

@@ -212,15 +212,16 @@ private:
 
 // ------------------------------------------------------- shared values
 
-std::string WwnText(const uint8_t *wwn);     // "xx:xx:xx:xx:xx:xx:xx:xx"
-std::string PortIdText(const uint8_t *id);   // "xx:xx:xx"
+std::string WwnText(const uint8_t *wwn);    // "xx:xx:xx:xx:xx:xx:xx:xx"
+std::string PortIdText(const uint8_t *id);  // "xx:xx:xx"
 // A fixed-size text field of a record, up to its first NUL.
-template <size_t N> std::string FieldText(const char (&field)[N]) {
+template <size_t N>
+std::string FieldText(const char (&field)[N]) {
     size_t n = 0;
     while (n < N && field[n] != '\0') ++n;
     return std::string(field, n);
 }
-std::string Trim(std::string text);          // without leading and trailing blanks
+std::string Trim(std::string text);  // without leading and trailing blanks
 // The port's model, with the "-S" of the OEM boards that carry it.
 std::string ModelName(const SDMDevice &device);
 std::string PortState(const SDMDevice &device);  // "Online", "Link Down", ...
@@ -231,10 +232,10 @@ Value SupportedSpeeds(const SDMDevice &device);
 // The identity of a port: its instance, model, port (or virtual port id)
 // and WWPN, as the pieces of its heading.
 std::vector<Piece> PortPieces(const SDMDevice &device);
-const char *PeripheralTypeText(uint8_t type);    // "Disk", "Tape", ...
-uint64_t LunCapacity(const LunEntry &lun);       // bytes; 0 when unknown
-std::string SizeText(uint64_t bytes);            // "107.4 GB"; "-" for 0
-Value Size(uint64_t bytes);                      // the same with the bytes for JSON
+const char *PeripheralTypeText(uint8_t type);  // "Disk", "Tape", ...
+uint64_t LunCapacity(const LunEntry &lun);     // bytes; 0 when unknown
+std::string SizeText(uint64_t bytes);          // "107.4 GB"; "-" for 0
+Value Size(uint64_t bytes);                    // the same with the bytes for JSON
 bool IsNVMeTarget(const TargetEntry &target);
 // The value of a VPD entry as text: as it stands, or in hexadecimal
 // ("0x8e") for the "RV" checksum or a value holding an unprintable byte.

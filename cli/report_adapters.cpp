@@ -99,9 +99,8 @@ void VitalProductData(Sink &sink, const SDMDevice &d) {
         for (uint32_t i = 0; i < info.count && i < VTFU_VPD_MAX_ENTRIES; ++i) {
             const VPDEntry &e = info.entries[i];
             const std::string description = FieldText(e.description);
-            const std::string label = description.empty() || description == "UNKNOWN"
-                                          ? "Keyword " + FieldText(e.tag)
-                                          : description;
+            const std::string label =
+                description.empty() || description == "UNKNOWN" ? "Keyword " + FieldText(e.tag) : description;
             ItemScope item(sink);
             sink.JsonField("keyword", Value::Text(FieldText(e.tag)));
             sink.JsonField("label", Value::Text(label));

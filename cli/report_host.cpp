@@ -14,9 +14,7 @@ namespace {
 
 constexpr const char kToolVersion[] = VT_TOOL_VERSION;
 
-std::string Plural(uint32_t n, const char *word) {
-    return std::to_string(n) + " " + word + (n == 1 ? "" : "s");
-}
+std::string Plural(uint32_t n, const char *word) { return std::to_string(n) + " " + word + (n == 1 ? "" : "s"); }
 
 struct Totals {
     uint32_t cards = 0, ports = 0, vports = 0, targets = 0, luns = 0;
@@ -72,9 +70,8 @@ void Host(Sink &sink) {
     sink.Field("device_backend", "Device Backend",
                Value::Text(backendText.empty() ? std::string("-") : backendText)
                    .WithParts({{"device_backend", backend.name.empty() ? Value::None() : Value::Text(backend.name)},
-                               {"device_backend_description", backend.description.empty()
-                                                                  ? Value::None()
-                                                                  : Value::Text(backend.description)}}));
+                               {"device_backend_description",
+                                backend.description.empty() ? Value::None() : Value::Text(backend.description)}}));
     sink.Field("hbas", "HBAs",
                Value::Text(std::to_string(t.cards) + " (" + Plural(t.ports, "FC port") + ", " +
                            Plural(t.vports, "virtual port") + ")")
@@ -121,9 +118,12 @@ Result GeneralReport(const TarnCommand &cmd, Sink &sink) {
     const auto ports = SelectPorts(cmd, result);
     if (result.status != 0) return result;
     static const Table kPorts = {
-        {"instance", "Inst", 4, 0, true},      {"model", "Model", 10, 2, false, 10},
-        {"serial", "Serial", 11, 2, false, 11}, {"port", "Port", 4, 1, true},
-        {"wwpn", "WWPN", 23, 2},               {"state", "State", 9, 2, false, 9},
+        {"instance", "Inst", 4, 0, true},
+        {"model", "Model", 10, 2, false, 10},
+        {"serial", "Serial", 11, 2, false, 11},
+        {"port", "Port", 4, 1, true},
+        {"wwpn", "WWPN", 23, 2},
+        {"state", "State", 9, 2, false, 9},
         {"speed_gbps", "Speed", 0, 1},
     };
     sink.Open();
@@ -140,9 +140,9 @@ Result GeneralReport(const TarnCommand &cmd, Sink &sink) {
                                  ? Value::Text("v" + std::to_string(d->DeviceNodeProperty.VPortId))
                                        .WithParts({{"virtual_port_id", Value::Number(d->DeviceNodeProperty.VPortId)}})
                                  : Value::Number(GetPhyPortNumber(d));
-        sink.Row(kPorts, {Value::Number(d->Instance), Value::Text(ModelName(*d)), Value::Text(GetAdapterSerialNo(d)),
-                          number, Value::Text(WwnText(d->DevicePortProperty.WWPN)), Value::Text(PortState(*d)),
-                          PortSpeed(*d)});
+        sink.Row(kPorts,
+                 {Value::Number(d->Instance), Value::Text(ModelName(*d)), Value::Text(GetAdapterSerialNo(d)), number,
+                  Value::Text(WwnText(d->DevicePortProperty.WWPN)), Value::Text(PortState(*d)), PortSpeed(*d)});
     }
     return result;
 }
@@ -154,9 +154,8 @@ Result SummaryReport(const TarnCommand &cmd, Sink &sink) {
     const auto ports = SelectPorts(cmd, result);
     if (result.status != 0) return result;
     static const Table kPorts = {
-        {"instance", "Inst", 4, 0, true},   {"model", "Model", 8, 2, false, 8},
-        {"wwpn", "WWPN", 23, 2},            {"state", "State", 9, 2, false, 9},
-        {"speed_gbps", "Gb/s", 4, 2, true}, {"targets", "Tgts", 4, 2, true},
+        {"instance", "Inst", 4, 0, true},   {"model", "Model", 8, 2, false, 8},   {"wwpn", "WWPN", 23, 2},
+        {"state", "State", 9, 2, false, 9}, {"speed_gbps", "Gb/s", 4, 2, true},   {"targets", "Tgts", 4, 2, true},
         {"luns", "LUNs", 5, 2, true},       {"capacity_bytes", "Capacity", 0, 2},
     };
     sink.Open();

@@ -58,8 +58,8 @@ struct TargetFilter {
 bool ReadTargetFilter(const TarnCommand &cmd, uint32_t index, TargetFilter &filter, Result &result) {
     if (cmd.SubArgCount <= index || strcasecmp(cmd.SubArgs[index], "all") == 0) return true;
     if (TarnParseWWN(cmd.SubArgs[index], filter.wwpn) != 0) {
-        result = {TARN_STATUS_BAD_VALUE,
-                  std::string("Error: Invalid target WWPN '") + cmd.SubArgs[index] + "' for option " + cmd.Option + "!"};
+        result = {TARN_STATUS_BAD_VALUE, std::string("Error: Invalid target WWPN '") + cmd.SubArgs[index] +
+                                             "' for option " + cmd.Option + "!"};
         return false;
     }
     filter.set = true;
@@ -133,11 +133,11 @@ Result TargetsReport(const TarnCommand &command, Sink &sink) {
             if (!filter.Matches(*t)) continue;
             TargetScope target(sink, *t, TargetStyle::Row);
             sink.Xml([t] { XML_EmitTarget(t); });
-            sink.Row(kTargets, {Value::Number(t->DiscTargetProperty.TargetId), Value::Text(WwnText(t->WWPN)),
-                                Value::Text(PortIdText(t->PortId)), Value::Text(TargetType(*t)),
-                                Value::Text((t->TargetFlags & SD_TGTFLAG_LOGGED_IN) ? "Online" : "Offline"),
-                                Value::Number(t->Luns.Count), Value::Text(WwnText(t->WWNN)),
-                                Value::Text(TargetProduct(*t))});
+            sink.Row(kTargets,
+                     {Value::Number(t->DiscTargetProperty.TargetId), Value::Text(WwnText(t->WWPN)),
+                      Value::Text(PortIdText(t->PortId)), Value::Text(TargetType(*t)),
+                      Value::Text((t->TargetFlags & SD_TGTFLAG_LOGGED_IN) ? "Online" : "Offline"),
+                      Value::Number(t->Luns.Count), Value::Text(WwnText(t->WWNN)), Value::Text(TargetProduct(*t))});
         }
     }
     return result;

@@ -8,17 +8,17 @@
 
 namespace vt::cli {
 
-Result GeneralReport(const TarnCommand &command, Sink &sink);   // -g
-Result InfoReport(const TarnCommand &command, Sink &sink);      // -i
-Result TargetsReport(const TarnCommand &command, Sink &sink);   // -t
-Result LunsReport(const TarnCommand &command, Sink &sink);      // -l
-Result SummaryReport(const TarnCommand &command, Sink &sink);   // -z
-Result VersionReport(const TarnCommand &command, Sink &sink);   // -v
+Result GeneralReport(const TarnCommand &command, Sink &sink);  // -g
+Result InfoReport(const TarnCommand &command, Sink &sink);     // -i
+Result TargetsReport(const TarnCommand &command, Sink &sink);  // -t
+Result LunsReport(const TarnCommand &command, Sink &sink);     // -l
+Result SummaryReport(const TarnCommand &command, Sink &sink);  // -z
+Result VersionReport(const TarnCommand &command, Sink &sink);  // -v
 // NVRAM settings and boot devices.
 Result HBAParamsReport(const TarnCommand &command, Sink &sink);     // -c
 Result ModifyParamsReport(const TarnCommand &command, Sink &sink);  // -n
 Result BootDevicesReport(const TarnCommand &command, Sink &sink);   // -e
-Result FlashUpdateReport(const TarnCommand &command, Sink &sink);  // -b
+Result FlashUpdateReport(const TarnCommand &command, Sink &sink);   // -b
 // Diagnostics and monitors (cmd_diag.cpp, cmd_monitor.cpp).
 Result LoopbackReport(const TarnCommand &command, Sink &sink);         // -kl
 Result ReadWriteBufferReport(const TarnCommand &command, Sink &sink);  // -kr

@@ -34,7 +34,8 @@ std::string JsonString(const std::string &text) {
             // ISO-8859-1 character.
             size_t length = c >= 0xF0 && c <= 0xF4 ? 4 : c >= 0xE0 ? 3 : c >= 0xC2 && c < 0xE0 ? 2 : 0;
             bool valid = length != 0 && i + length <= n;
-            for (size_t k = 1; valid && k < length; ++k) valid = (static_cast<unsigned char>(text[i + k]) & 0xC0) == 0x80;
+            for (size_t k = 1; valid && k < length; ++k)
+                valid = (static_cast<unsigned char>(text[i + k]) & 0xC0) == 0x80;
             if (valid && length == 3) {
                 const auto c1 = static_cast<unsigned char>(text[i + 1]);
                 valid = !(c == 0xE0 && c1 < 0xA0) && !(c == 0xED && c1 >= 0xA0);  // overlong, surrogate

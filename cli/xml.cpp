@@ -19,10 +19,10 @@
 using vt::cli::XmlLine;
 
 // Hands the call to the format-2 twin when format 2 is chosen.
-#define FORMAT2(call)   \
-    if (bXmlOutPut2) {  \
-        call;           \
-        return;         \
+#define FORMAT2(call)  \
+    if (bXmlOutPut2) { \
+        call;          \
+        return;        \
     }
 
 namespace {
@@ -37,7 +37,7 @@ constexpr const char kLunIndent[] = "\t\t\t";
 constexpr const char kTopIndent[] = "    ";
 constexpr const char kHostIndent[] = "        ";
 
-#define WWN_FMT "%02x:%02x:%02x:%02x:%02x:%02x:%02x:%02x"
+#define WWN_FMT     "%02x:%02x:%02x:%02x:%02x:%02x:%02x:%02x"
 #define WWN_ARGS(w) (w)[0], (w)[1], (w)[2], (w)[3], (w)[4], (w)[5], (w)[6], (w)[7]
 
 void Element(const char *indent, const char *name, const char *format, ...) __attribute__((format(printf, 3, 4)));
@@ -161,7 +161,9 @@ void TargetBody(const TargetEntry *t, bool format2) {
     XML_PrintElement(kTargetIndent, "Vendor", FIELD(t->VendorId));
     XML_PrintElement(kTargetIndent, "Product", FIELD(t->ProductId));
     XML_PrintElement(kTargetIndent, "Type",
-                     nvme ? "NVMe" : tape ? "Tape" : vt::cli::PeripheralTypeText(t->PeripheralType));
+                     nvme   ? "NVMe"
+                     : tape ? "Tape"
+                            : vt::cli::PeripheralTypeText(t->PeripheralType));
     XML_PrintElement(kTargetIndent, "Status", (t->TargetFlags & SD_TGTFLAG_LOGGED_IN) ? "Online" : "Offline");
     Element(kTargetIndent, "LunCount", "%u", t->Luns.Count);
 }
@@ -336,17 +338,15 @@ VTAPI_EXPORT void XML_EmitHBAHeader(const SDMDevice *device) {
     if (device == nullptr) return;
     const uint8_t *n = device->DeviceNodeProperty.WWNN, *p = device->DevicePortProperty.WWPN;
     XmlLine("     <HBA> ");
-    XmlLine("        <HBA Port=\"%u\" WWNN=\"" WWN_FMT "\"         WWPN=\"" WWN_FMT "\" />", device->Instance, WWN_ARGS(n),
-            WWN_ARGS(p));
+    XmlLine("        <HBA Port=\"%u\" WWNN=\"" WWN_FMT "\"         WWPN=\"" WWN_FMT "\" />", device->Instance,
+            WWN_ARGS(n), WWN_ARGS(p));
 }
 
 VTAPI_EXPORT void XML_2_EmitHBAHeader(const SDMDevice *device) {
     if (device == nullptr) return;
     XmlLine("     <HBA> ");
-    if (isVirtualPortHBA(device))
-        HbaLine("        ", device, "VirtualPort", device->DeviceNodeProperty.VPortId);
-    else
-        HbaLine("        ", device, "HBAPort", static_cast<int>(GetPhyPortNumber(device)));
+    if (isVirtualPortHBA(device)) HbaLine("        ", device, "VirtualPort", device->DeviceNodeProperty.VPortId);
+    else HbaLine("        ", device, "HBAPort", static_cast<int>(GetPhyPortNumber(device)));
 }
 
 VTAPI_EXPORT void XML_EmitHBAFooter(void) {

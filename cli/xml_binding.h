@@ -16,7 +16,7 @@ extern "C" {
 #endif
 
 /* State of a bound target on its port. */
-#define TARN_BINDING_NOT_PRESENT 0  /* the port does not see the target */
+#define TARN_BINDING_NOT_PRESENT 0 /* the port does not see the target */
 #define TARN_BINDING_ONLINE      1
 #define TARN_BINDING_OFFLINE     2
 

@@ -26,15 +26,20 @@ CipherCtx NewCtx() {
 std::array<uint8_t, 32> Sha256(std::string_view data) {
     std::array<uint8_t, 32> out{};
     unsigned int len = 0;
-    if (EVP_Digest(data.data(), data.size(), out.data(), &len, EVP_sha256(), nullptr) != 1 ||
-        len != out.size())
+    if (EVP_Digest(data.data(), data.size(), out.data(), &len, EVP_sha256(), nullptr) != 1 || len != out.size())
         throw std::runtime_error("SHA-256 failed");
     return out;
 }
 
 std::array<uint8_t, kHeaderSize> Header() {
-    return {kMagic[0], kMagic[1], kMagic[2], kMagic[3],
-            static_cast<uint8_t>(kVersion >> 8), static_cast<uint8_t>(kVersion & 0xFF), 0, 0};
+    return {kMagic[0],
+            kMagic[1],
+            kMagic[2],
+            kMagic[3],
+            static_cast<uint8_t>(kVersion >> 8),
+            static_cast<uint8_t>(kVersion & 0xFF),
+            0,
+            0};
 }
 
 void Check(int rc, const char *what) {
@@ -76,15 +81,12 @@ std::vector<uint8_t> Seal(std::string_view body) {
     Check(EVP_CIPHER_CTX_ctrl(ctx.get(), EVP_CTRL_GCM_SET_IVLEN, kNonceSize, nullptr), "ivlen");
     Check(EVP_EncryptInit_ex(ctx.get(), nullptr, nullptr, key.data(), digest.data()), "key");
     Check(EVP_EncryptUpdate(ctx.get(), nullptr, &len, header.data(), header.size()), "aad");
-    Check(EVP_EncryptUpdate(ctx.get(), out.data() + cipherAt, &len,
-                            reinterpret_cast<const uint8_t *>(body.data()),
+    Check(EVP_EncryptUpdate(ctx.get(), out.data() + cipherAt, &len, reinterpret_cast<const uint8_t *>(body.data()),
                             static_cast<int>(body.size())),
           "encrypt");
     int tail = 0;
     Check(EVP_EncryptFinal_ex(ctx.get(), out.data() + cipherAt + len, &tail), "final");
-    Check(EVP_CIPHER_CTX_ctrl(ctx.get(), EVP_CTRL_GCM_GET_TAG, kTagSize,
-                              out.data() + cipherAt + body.size()),
-          "tag");
+    Check(EVP_CIPHER_CTX_ctrl(ctx.get(), EVP_CTRL_GCM_GET_TAG, kTagSize, out.data() + cipherAt + body.size()), "tag");
     return out;
 }
 
@@ -101,8 +103,7 @@ const char *Describe(OpenStatus status) {
 OpenStatus Open(std::span<const uint8_t> image, std::string &body) {
     const auto header = Header();
     const size_t magicBytes = std::min(image.size(), kMagic.size());
-    if (!std::equal(image.begin(), image.begin() + magicBytes, kMagic.begin()))
-        return OpenStatus::kForeign;
+    if (!std::equal(image.begin(), image.begin() + magicBytes, kMagic.begin())) return OpenStatus::kForeign;
     if (image.size() < kHeaderSize) return OpenStatus::kTruncated;
     if (!std::equal(header.begin(), header.end(), image.begin())) return OpenStatus::kForeign;
     if (image.size() < kOverhead) return OpenStatus::kTruncated;

@@ -8,9 +8,7 @@ namespace {
 struct Pattern {
     uint16_t base;
     uint16_t ignoreMask;
-    bool Matches(uint16_t did) const {
-        return ((did ^ base) & ~ignoreMask & 0xFFFFu) == 0;
-    }
+    bool Matches(uint16_t did) const { return ((did ^ base) & ~ignoreMask & 0xFFFFu) == 0; }
 };
 
 #define VT_PATTERN(name, base, ignore) constexpr Pattern k##name{base, ignore};
@@ -46,8 +44,7 @@ bool InFamily(uint16_t did, Family family) { return FamilyOf(did) == family; }
 
 const std::vector<ChipRow> &ChipRows() {
     static const std::vector<ChipRow> rows = {
-#define VT_CHIP(did, ignore, isp, ftype, family, label) \
-    ChipRow{did, ignore, isp, ftype, Family::family, label},
+#define VT_CHIP(did, ignore, isp, ftype, family, label) ChipRow{did, ignore, isp, ftype, Family::family, label},
 #include "idtable.def"
     };
     return rows;
@@ -55,8 +52,7 @@ const std::vector<ChipRow> &ChipRows() {
 
 const ChipRow *FindChipRow(uint16_t did) {
     const auto &rows = ChipRows();
-    auto it = std::find_if(rows.begin(), rows.end(),
-                           [did](const ChipRow &r) { return r.Matches(did); });
+    auto it = std::find_if(rows.begin(), rows.end(), [did](const ChipRow &r) { return r.Matches(did); });
     return it == rows.end() ? nullptr : &*it;
 }
 
@@ -93,9 +89,7 @@ bool IsIsp8Gb(uint16_t did) { return InFamily(did, Family::kFc8G); }
 
 uint32_t NvramSizeForIspType(uint32_t code) { return code < 8 ? 256 : 512; }
 
-bool IsFcoeIspType(uint32_t code) {
-    return code == 15 || code == 17 || code == 21 || code == 26;
-}
+bool IsFcoeIspType(uint32_t code) { return code == 15 || code == 17 || code == 21 || code == 26; }
 
 bool IsPallasChip(uint16_t did) { return InFamily(did, Family::kPallas); }
 
@@ -108,8 +102,7 @@ bool IsTern(uint16_t did) { return InFamily(did, Family::kTern); }
 
 bool IsOrla(uint16_t did) {
     auto family = FamilyOf(did);
-    return family == Family::kOrla || family == Family::kOrlaAlt ||
-           family == Family::kOrlaFc16;
+    return family == Family::kOrla || family == Family::kOrlaAlt || family == Family::kOrlaFc16;
 }
 
 bool IsOrlaCna(uint16_t did) { return InFamily(did, Family::kOrla); }
@@ -131,9 +124,8 @@ const std::vector<BoardRow> &BoardRows() {
 
 const BoardRow *FindBoard(uint16_t ssvid, uint16_t ssdid) {
     const auto &rows = BoardRows();
-    auto it = std::find_if(rows.begin(), rows.end(), [&](const BoardRow &r) {
-        return r.ssvid == ssvid && r.ssdid == ssdid;
-    });
+    auto it =
+        std::find_if(rows.begin(), rows.end(), [&](const BoardRow &r) { return r.ssvid == ssvid && r.ssdid == ssdid; });
     return it == rows.end() ? nullptr : &*it;
 }
 
@@ -153,16 +145,14 @@ bool IsOemBladeBoard(uint16_t v, uint16_t d) { return HasFlag(v, d, kBoardOemBla
 bool IsEdcBoard(uint16_t ssvid, uint16_t ssdid) {
     if (ssvid != kMakerVendorId) return false;
     const auto &ranges = EdcRanges();
-    return std::any_of(ranges.begin(), ranges.end(), [ssdid](const SsdidRange &r) {
-        return ssdid >= r.first && ssdid <= r.last;
-    });
+    return std::any_of(ranges.begin(), ranges.end(),
+                       [ssdid](const SsdidRange &r) { return ssdid >= r.first && ssdid <= r.last; });
 }
 
 bool IsNoLowSpeedsBoard(uint16_t ssdid) {
     const auto &rows = BoardRows();
-    return std::any_of(rows.begin(), rows.end(), [ssdid](const BoardRow &r) {
-        return r.ssdid == ssdid && (r.flags & kBoardNoLowSpeeds) != 0;
-    });
+    return std::any_of(rows.begin(), rows.end(),
+                       [ssdid](const BoardRow &r) { return r.ssdid == ssdid && (r.flags & kBoardNoLowSpeeds) != 0; });
 }
 
 int WrenGeneration(uint16_t did, uint16_t ssvid, uint16_t ssdid) {

@@ -19,21 +19,21 @@ inline constexpr uint32_t kNoIsp = 0xFFFFFFFFu;
 inline constexpr uint32_t kOtherFunctionType = 6;
 
 enum class Family : uint8_t {
-    kLegacyFc,   // before 4 Gb (codes 0-7)
-    kFc4G,       // codes 8-11
-    kFc8G,       // code 12
-    kPallas,     // code 13
-    kCna1,       // first converged generation (14, 15)
-    kTern,       // 16-19
-    kOrla,       // the four Orla converged functions (20-23)
-    kOrlaAlt,    // the further Orla FCoE ID (21)
-    kOrlaFc16,   // Orla 16 Gb FC functions (24)
-    kWren,       // 25
-    kSkiff,      // 25
-    kTove,       // 26
-    kKite,       // 27
-    kFinch,      // non-FC, function type 1
-    kHeron,      // non-FC, function type 3
+    kLegacyFc,  // before 4 Gb (codes 0-7)
+    kFc4G,      // codes 8-11
+    kFc8G,      // code 12
+    kPallas,    // code 13
+    kCna1,      // first converged generation (14, 15)
+    kTern,      // 16-19
+    kOrla,      // the four Orla converged functions (20-23)
+    kOrlaAlt,   // the further Orla FCoE ID (21)
+    kOrlaFc16,  // Orla 16 Gb FC functions (24)
+    kWren,      // 25
+    kSkiff,     // 25
+    kTove,      // 26
+    kKite,      // 27
+    kFinch,     // non-FC, function type 1
+    kHeron,     // non-FC, function type 3
 };
 
 struct ChipRow {
@@ -44,9 +44,7 @@ struct ChipRow {
     Family family;
     const char *label;
 
-    bool Matches(uint16_t did) const {
-        return ((did ^ deviceId) & ~ignoreMask & 0xFFFFu) == 0;
-    }
+    bool Matches(uint16_t did) const { return ((did ^ deviceId) & ~ignoreMask & 0xFFFFu) == 0; }
 };
 
 // Board predicate bits of a BoardRow.

@@ -79,7 +79,8 @@ uint32_t NvmeSum(const VTAPI_NVMeBootDeviceEntries *block, uint32_t length) {
 uint32_t NvmeBlockPlace(SDMDevice *d, uint32_t &region, uint32_t &offset) {
     const uint32_t chip = CoreGetISPType(d);
     if (chip < 24) {
-        LogDebug(kFile, __LINE__, "GetNVMeBootDeviceEntries: NVMe boot configuration is not supported with current adapter.");
+        LogDebug(kFile, __LINE__,
+                 "GetNVMeBootDeviceEntries: NVMe boot configuration is not supported with current adapter.");
         SetConfigErrorText("Operation is not supported with current HBA %u (%s)!", d->Instance, ModelOf(d).c_str());
         return kNvmeBootNotSupported;
     }
@@ -106,7 +107,8 @@ extern "C" {
 
 VTAPI_EXPORT uint32_t SetBfsConfigMode(uint32_t mode) {
     if (mode == 1) g_bfsConfigMode = 1;
-    else if (mode == 2 || mode == 4) g_bfsConfigMode = g_bfsConfigMode == 1 ? uint8_t(mode) : uint8_t(g_bfsConfigMode | mode);
+    else if (mode == 2 || mode == 4)
+        g_bfsConfigMode = g_bfsConfigMode == 1 ? uint8_t(mode) : uint8_t(g_bfsConfigMode | mode);
     return g_bfsConfigMode;
 }
 
@@ -162,7 +164,8 @@ VTAPI_EXPORT uint32_t SetBootDeviceInfo(SDMDevice *adapter, const VTAPI_BootDevi
     if (uint32_t rc = CheckWritable(adapter)) return rc;
     std::vector<uint8_t> image;
     if (uint32_t rc = ReadNvramImage(adapter, 1, image)) {
-        SetConfigErrorText("Unable to retrieve HBA parameters of HBA %u (%s)!", adapter->Instance, ModelOf(adapter).c_str());
+        SetConfigErrorText("Unable to retrieve HBA parameters of HBA %u (%s)!", adapter->Instance,
+                           ModelOf(adapter).c_str());
         return rc;
     }
     const uint32_t chip = CoreGetISPType(adapter);
@@ -190,7 +193,8 @@ VTAPI_EXPORT uint32_t SetBootDeviceInfo(SDMDevice *adapter, const VTAPI_BootDevi
     const uint32_t rc = updateNVRam(adapter, image.data(), chip > 7 ? 512 : 256, 1, 1);
     if (rc != SDERR_NONE) {
         const uint32_t refused = WriteRefusal(adapter, rc);
-        if (refused != kNotPermitted) SetConfigErrorText("Failed to update HBA parameters of selected HBA %u!", adapter->Instance);
+        if (refused != kNotPermitted)
+            SetConfigErrorText("Failed to update HBA parameters of selected HBA %u!", adapter->Instance);
         return refused;
     }
     return kOk;
@@ -346,8 +350,10 @@ VTAPI_EXPORT uint32_t SetNVMeBootDeviceEntries(SDMDevice *adapter, const VTAPI_N
     if (!adapter) return kNoAdapter;
     if (!block) return VTAPI_INVALID_ARGUMENT;
     if (CoreGetISPType(adapter) < 24) {
-        LogDebug(kFile, __LINE__, "SetNVMeBootDeviceEntries: NVMe boot configuration is not supported with current adapter.");
-        SetConfigErrorText("Operation is not supported with current HBA %u (%s)!", adapter->Instance, ModelOf(adapter).c_str());
+        LogDebug(kFile, __LINE__,
+                 "SetNVMeBootDeviceEntries: NVMe boot configuration is not supported with current adapter.");
+        SetConfigErrorText("Operation is not supported with current HBA %u (%s)!", adapter->Instance,
+                           ModelOf(adapter).c_str());
         return kNvmeBootNotSupported;
     }
     VTAPI_NVMeBootDeviceEntries next = *block;

@@ -28,16 +28,16 @@ enum class ValueRule : uint8_t {
 // Which ports have a parameter, by chip type code.
 enum class Support : uint8_t {
     All,
-    ChipAbove1,      // code above 1
-    Below4Gb,        // codes below 8 (gone from 4 Gb and later adapters)
-    Only4Or8Gb,      // codes 8-12
-    Only2Gb,         // codes 2-7: "only available with 2G HBAs"
-    Chip24Up,        // 16 Gb generation and later
+    ChipAbove1,  // code above 1
+    Below4Gb,    // codes below 8 (gone from 4 Gb and later adapters)
+    Only4Or8Gb,  // codes 8-12
+    Only2Gb,     // codes 2-7: "only available with 2G HBAs"
+    Chip24Up,    // 16 Gb generation and later
     Chip25Up,
     ChipAbove24,
-    Distance,        // code 25 or above 26
-    VirtualLane,     // code 27, with a driver that has the feature
-    Never,           // refused by name
+    Distance,     // code 25 or above 26
+    VirtualLane,  // code 27, with a driver that has the feature
+    Never,        // refused by name
 };
 
 // Where a value sits in VTAPI_HBAParams; size 0 for a parameter without a
@@ -49,28 +49,31 @@ struct RecordField {
 };
 
 struct ParamRow {
-    const char *alias;        // as stored in User_NVRam_Entry
-    const char *parseAlias;   // as the name parser accepts it
+    const char *alias;       // as stored in User_NVRam_Entry
+    const char *parseAlias;  // as the name parser accepts it
     const char *name;
-    int32_t variable;         // NVRAM variable identifier, or kNoVariable
+    int32_t variable;  // NVRAM variable identifier, or kNoVariable
     ValueRule rule;
-    int32_t low, high;        // Range
-    int32_t values[7];        // OneOf, `count` of them
+    int32_t low, high;  // Range
+    int32_t values[7];  // OneOf, `count` of them
     uint8_t count;
-    const char *message;      // stored when ValidateParamValue refuses
-    bool words;               // "Enable"/"Disable" may stand for 1/0
+    const char *message;  // stored when ValidateParamValue refuses
+    bool words;           // "Enable"/"Disable" may stand for 1/0
     Support support;
-    bool readOnlyOnConverged; // refused on converged (FCoE) adapters
-    bool needsReboot;         // a change takes effect at the next reset
+    bool readOnlyOnConverged;  // refused on converged (FCoE) adapters
+    bool needsReboot;          // a change takes effect at the next reset
     RecordField field;
 };
 
-#define VT_FIELD(f) RecordField{offsetof(VTAPI_HBAParams, f), sizeof(VTAPI_HBAParams::f), false}
-#define VT_FIELD_INVERTED(f) RecordField{offsetof(VTAPI_HBAParams, f), sizeof(VTAPI_HBAParams::f), true}
-#define VT_NO_FIELD RecordField{0, 0, false}
-#define VT_SWITCH(alias, name, var, message, support, reboot, field)                                          \
+#define VT_FIELD(f) \
+    RecordField { offsetof(VTAPI_HBAParams, f), sizeof(VTAPI_HBAParams::f), false }
+#define VT_FIELD_INVERTED(f) \
+    RecordField { offsetof(VTAPI_HBAParams, f), sizeof(VTAPI_HBAParams::f), true }
+#define VT_NO_FIELD \
+    RecordField { 0, 0, false }
+#define VT_SWITCH(alias, name, var, message, support, reboot, field) \
     ParamRow { alias, alias, name, var, ValueRule::Range, 0, 1, {}, 0, message, true, support, false, reboot, field }
-#define VT_RANGE(alias, name, var, lo, hi, message, words, support, conv, reboot, field)                      \
+#define VT_RANGE(alias, name, var, lo, hi, message, words, support, conv, reboot, field) \
     ParamRow { alias, alias, name, var, ValueRule::Range, lo, hi, {}, 0, message, words, support, conv, reboot, field }
 
 inline constexpr const char kFcNvmeMessage[] = "Invalid input, FC NVMe enable option must be 0 or 1!";
@@ -82,6 +85,7 @@ inline constexpr const char kNameValueMessage[] = "Invalid HBA parameter name/va
 // message says 1, EnableDistanceSupport shares the LR message, PortDisable
 // and FabricPriority share the FC NVMe message, row 36's stored alias is
 // "PD" like row 15's while the parser knows it as "PS".
+// clang-format off
 inline constexpr ParamRow kParamRows[kParamCount] = {
     VT_RANGE("DR", "DataRate", 57, 0, 7, "Invalid input, data rate must be from 0 to 5!", false,
              Support::ChipAbove1, true, true, VT_FIELD(DataRate)),
@@ -168,12 +172,22 @@ inline constexpr ParamRow kParamRows[kParamCount] = {
     VT_SWITCH("VL", "VirtualLane", 187, "Invalid input, virtual lane optionn must be 0 or 1!", Support::VirtualLane,
               true, VT_FIELD(VirtualLane)),
 };
+// clang-format on
 
 // Row indexes the apply step refers to by name.
 enum ParamIndex : int {
-    kDataRateRow = 0, kConnectionOptionRow = 1, kEnableHardLoopIdRow = 4, kHardLoopIdRow = 5, kFrameSizeRow = 6,
-    kLinkDownErrorRow = 14, kExecutionThrottleRow = 16, kFastErrorReportingRow = 17, kOperationModeRow = 18,
-    kInterruptDelayRow = 19, kDescendingSearchRow = 22, kVirtualLaneRow = 38,
+    kDataRateRow = 0,
+    kConnectionOptionRow = 1,
+    kEnableHardLoopIdRow = 4,
+    kHardLoopIdRow = 5,
+    kFrameSizeRow = 6,
+    kLinkDownErrorRow = 14,
+    kExecutionThrottleRow = 16,
+    kFastErrorReportingRow = 17,
+    kOperationModeRow = 18,
+    kInterruptDelayRow = 19,
+    kDescendingSearchRow = 22,
+    kVirtualLaneRow = 38,
 };
 
 // Data-rate codes.
@@ -194,6 +208,7 @@ struct RecordRow {
 };
 
 // The record's fields in their order, with the variable each is read from.
+// clang-format off
 inline constexpr RecordRow kRecordRows[] = {
     {"Data Rate", 57, VT_FIELD(DataRate), ReadWhen::ChipAbove1},
     {"Connection Option", 44, VT_FIELD(ConnectionOption), ReadWhen::Always},
@@ -240,6 +255,7 @@ inline constexpr RecordRow kRecordRows[] = {
     {"Fabric Priority", 186, VT_FIELD(FabricPriority), ReadWhen::Always},
     {"Virtual Lane", 187, VT_FIELD(VirtualLane), ReadWhen::Always},
 };
+// clang-format on
 
 #undef VT_FIELD
 #undef VT_FIELD_INVERTED
@@ -253,9 +269,11 @@ struct BootDriveVariables {
     uint32_t portNameByte0;
     uint32_t lun;
 };
+// clang-format off
 inline constexpr BootDriveVariables kBootDrives[8] = {
     {72, 80}, {98, 106}, {107, 115}, {116, 124}, {149, 157}, {158, 166}, {167, 175}, {176, 184},
 };
+// clang-format on
 inline constexpr uint32_t kBootNodeNameByte0 = 84;  // 84-91, drive 0's node name
 
 // NVRAM image size: 256 bytes below chip type code 8, else 512.

@@ -104,7 +104,8 @@ uint32_t CheckWritable(const SDMDevice *device) {
 }
 
 uint32_t WriteRefusal(const SDMDevice *device, uint32_t sdStatus) {
-    if (sdStatus == SDERR_LOCKDOWN || (sdStatus == SDERR_NOT_SUPPORTED && (PortFlagsOf(device) & SD_PORTFLAG_MAINTENANCE))) {
+    if (sdStatus == SDERR_LOCKDOWN ||
+        (sdStatus == SDERR_NOT_SUPPORTED && (PortFlagsOf(device) & SD_PORTFLAG_MAINTENANCE))) {
         const uint32_t rc = CheckWritable(device);
         if (rc != kOk) return rc;
         SetConfigErrorText("Unable to apply new settings to HBA HBA %u (%s). Change is not permitted!",
@@ -190,7 +191,8 @@ VTAPI_EXPORT void SetNoRebootRequired(uint32_t noReboot) { g_noRebootRequired = 
 
 VTAPI_EXPORT uint32_t isAdapterSupported(const SDMDevice *adapter) {
     if (!adapter || isVirtualPortHBA(adapter)) return 0;
-    const auto *board = vt::ids::FindBoard(adapter->DeviceChipProperty.SubVendorID, adapter->DeviceChipProperty.SubSystemID);
+    const auto *board =
+        vt::ids::FindBoard(adapter->DeviceChipProperty.SubVendorID, adapter->DeviceChipProperty.SubSystemID);
     return board && std::strcmp(board->supported, "FALSE") == 0 ? 0 : 1;
 }
 
@@ -320,7 +322,8 @@ VTAPI_EXPORT uint32_t UpdateUserNVRAMConfig(SDMDevice *adapter, UserNVRamEntry *
                                effective(kDataRateRow) == kDataRate16G ? "16Gbit/s" : "32Gbit/s");
             rc = kBadValue;
         } else if (row == kHardLoopIdRow && effective(kEnableHardLoopIdRow) == 0) {
-            SetConfigErrorText("Invalid input, hard loop ID setting is not allowed when hard loop ID option is disabled)!");
+            SetConfigErrorText(
+                "Invalid input, hard loop ID setting is not allowed when hard loop ID option is disabled)!");
             rc = kBadValue;
         } else if (row == kInterruptDelayRow && effective(kOperationModeRow) == 0) {
             SetConfigErrorText("Unable to change Interrupt Delay setting to %d with current Operation Mode set to 0",

@@ -52,8 +52,8 @@ namespace vt::config {
 
 // Result codes of the configuration workers.
 inline constexpr uint32_t kOk = 0;
-inline constexpr uint32_t kOpenFailed = 1;         // template or NVRAM file cannot be opened
-inline constexpr uint32_t kInvalidFile = 5;        // the file is not for this HBA
+inline constexpr uint32_t kOpenFailed = 1;   // template or NVRAM file cannot be opened
+inline constexpr uint32_t kInvalidFile = 5;  // the file is not for this HBA
 inline constexpr uint32_t kUnsupportedHba = 7;
 inline constexpr uint32_t kNoAdapter = 8;
 inline constexpr uint32_t kCorrupted = 13;
@@ -147,8 +147,8 @@ VTAPI_EXPORT uint32_t GetNVMeBootDeviceEntries(SDMDevice *adapter, VTAPI_NVMeBoo
 VTAPI_EXPORT uint32_t SetNVMeBootDeviceEntries(SDMDevice *adapter, const VTAPI_NVMeBootDeviceEntries *block);
 VTAPI_EXPORT uint32_t CheckNVMeBootParametersAndDriveMapping(const VTAPI_NVMeBootDeviceEntries *block);
 /* Index of the drive with this target WWPN and namespace, or -1. */
-VTAPI_EXPORT int32_t SearchNVMeBootDeviceEntryList(const VTAPI_NVMeBootDeviceEntries *block,
-                                                   const uint8_t *targetWWPN, uint32_t namespaceId);
+VTAPI_EXPORT int32_t SearchNVMeBootDeviceEntryList(const VTAPI_NVMeBootDeviceEntries *block, const uint8_t *targetWWPN,
+                                                   uint32_t namespaceId);
 /* Puts the drive in place of the one with its target and namespace, else in
  * the first free slot; -1 when all eight are taken. */
 VTAPI_EXPORT int32_t AddNVMeBootDriveMapping(VTAPI_NVMeBootDeviceEntries *block, const VTAPI_NVMeBootDrive *drive);

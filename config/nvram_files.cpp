@@ -81,7 +81,8 @@ bool WriteFileAtomically(const char *path, const void *data, size_t size) {
         if (n <= 0) ok = false;
         else done += size_t(n);
     }
-    if (ok && existed) ok = fchmod(fd, old.st_mode & 07777) == 0 && (fchown(fd, old.st_uid, old.st_gid) == 0 || errno == EPERM);
+    if (ok && existed)
+        ok = fchmod(fd, old.st_mode & 07777) == 0 && (fchown(fd, old.st_uid, old.st_gid) == 0 || errno == EPERM);
     ok = ok && fsync(fd) == 0;
     ok = close(fd) == 0 && ok;
     if (ok) ok = rename(tmp.c_str(), path) == 0;
@@ -100,8 +101,8 @@ bool Is16GbAdapter(const SDMDevice *d) {
 
 // The template lines that are not copied: the subsystem IDs must be the
 // adapter's, the serial number becomes the adapter's own.
-uint32_t ApplySpecialFields(SDMDevice *d, const char *prefix, const NvramTemplate &t, const std::vector<uint8_t> &current,
-                            std::vector<uint8_t> &image) {
+uint32_t ApplySpecialFields(SDMDevice *d, const char *prefix, const NvramTemplate &t,
+                            const std::vector<uint8_t> &current, std::vector<uint8_t> &image) {
     for (const TemplateField &f : t.special) {
         if (f.flags & (kTemplateSubsystemVendorId | kTemplateSubsystemDeviceId)) {
             const bool vendor = f.flags & kTemplateSubsystemVendorId;
@@ -112,8 +113,9 @@ uint32_t ApplySpecialFields(SDMDevice *d, const char *prefix, const NvramTemplat
                 return kInvalidFile;
             }
         } else if (f.flags & kTemplateSerialNumber) {
-            const std::string serial(d->DeviceNodeProperty.SerialNumber,
-                                     strnlen(d->DeviceNodeProperty.SerialNumber, sizeof d->DeviceNodeProperty.SerialNumber));
+            const std::string serial(
+                d->DeviceNodeProperty.SerialNumber,
+                strnlen(d->DeviceNodeProperty.SerialNumber, sizeof d->DeviceNodeProperty.SerialNumber));
             if (f.isString) {
                 std::string text = serial.substr(0, f.bitWidth / 8);
                 text.resize(f.bitWidth / 8, ' ');
@@ -121,11 +123,14 @@ uint32_t ApplySpecialFields(SDMDevice *d, const char *prefix, const NvramTemplat
                 continue;
             }
             size_t digits = 0;
-            while (digits < serial.size() && std::isdigit(static_cast<unsigned char>(serial[serial.size() - 1 - digits])))
+            while (digits < serial.size() &&
+                   std::isdigit(static_cast<unsigned char>(serial[serial.size() - 1 - digits])))
                 ++digits;
-            const unsigned long number = digits ? std::strtoul(serial.c_str() + serial.size() - digits, nullptr, 10) : 0;
+            const unsigned long number =
+                digits ? std::strtoul(serial.c_str() + serial.size() - digits, nullptr, 10) : 0;
             if (digits < 5 || digits > 9 || number >= kSerialNumberLimit) {
-                LogDebug(kFile, __LINE__, "%s: serial number %s cannot be stored in the nvram!", prefix, serial.c_str());
+                LogDebug(kFile, __LINE__, "%s: serial number %s cannot be stored in the nvram!", prefix,
+                         serial.c_str());
                 return kInvalidFile;
             }
             SetTemplateBits(image, f.bitOffset, f.bitWidth, uint32_t(number));
@@ -179,11 +184,12 @@ uint32_t WriteWholeImage(SDMDevice *d, std::vector<uint8_t> &image, bool restore
         return refused;
     }
     if (restoreDefaults)
-        SetConfigErrorText(RebootRequired() ? "HBA Parameters Restore Defaults Complete. Changes have been saved toHBA %u and a reboot is required."
-                                            : "HBA Parameters Restore Defaults Complete. Changes have been saved toHBA %u.",
-                           d->Instance);
-    else
-        SetConfigErrorText("%s", ConfigCompletionText(d).c_str());
+        SetConfigErrorText(
+            RebootRequired()
+                ? "HBA Parameters Restore Defaults Complete. Changes have been saved toHBA %u and a reboot is required."
+                : "HBA Parameters Restore Defaults Complete. Changes have been saved toHBA %u.",
+            d->Instance);
+    else SetConfigErrorText("%s", ConfigCompletionText(d).c_str());
     return kOk;
 }
 
@@ -214,7 +220,8 @@ uint32_t LoadDefaults(SDMDevice *d, bool identityOnly) {
     if (image.size() != NvramSizeOf(d)) return kNotSupported;
     InitializeParamTable();
     const uint32_t size = uint32_t(image.size());
-    const uint32_t rc = identityOnly ? FillFromTemplate(d, path, image.data(), size, "ResetToDefaultSettings", size == 256, true)
+    const uint32_t rc = identityOnly
+                            ? FillFromTemplate(d, path, image.data(), size, "ResetToDefaultSettings", size == 256, true)
                         : size == 256 ? updateRawNvramTemplateBufferFor2GbHBA(d, path, image.data(), size)
                                       : updateRawNvramTemplateBufferFor4GbHBA(d, path, image.data(), size);
     if (rc == kInvalidFile) {
@@ -296,7 +303,9 @@ std::string TemplateResultText(uint32_t result, const SDMDevice *d, const std::s
     case 61:
         std::snprintf(text, sizeof text, "Operation is not supported with current HBA %u (%s)!", hba, model.c_str());
         break;
-    case 81: std::snprintf(text, sizeof text, "Unable to retrieve HBA parameters of HBA %u (%s)!", hba, model.c_str()); break;
+    case 81:
+        std::snprintf(text, sizeof text, "Unable to retrieve HBA parameters of HBA %u (%s)!", hba, model.c_str());
+        break;
     case 82:
     case 83: std::snprintf(text, sizeof text, "Failed to update HBA parameters of selected HBA %u!", hba); break;
     case 84: std::snprintf(text, sizeof text, "Unable to open NVRAM template file (%s)!", file.c_str()); break;
@@ -319,7 +328,8 @@ VTAPI_EXPORT uint32_t FindOEMType(const char *name) {
 VTAPI_EXPORT uint32_t GetNVRamTemplatesDir(const SDMDevice *adapter, char *path, uint32_t oem) {
     if (!adapter || !path) return 1;
     for (const char *extension : {".dat", ".DAT"}) {
-        const std::string file = TemplatePath(TarnGetInstallationDir(), adapter->DeviceChipProperty.DeviceID, oem, extension);
+        const std::string file =
+            TemplatePath(TarnGetInstallationDir(), adapter->DeviceChipProperty.DeviceID, oem, extension);
         std::snprintf(path, 512, "%s", file.c_str());
         LogDebug(kFile, __LINE__, "GetNVRamTemplatesDir: Template file=%s", path);
         if (FILE *f = std::fopen(path, "r")) {
@@ -334,7 +344,8 @@ VTAPI_EXPORT uint32_t LoadHBAParametersFromTemplateFile(SDMDevice *adapter, uint
     ClearConfigErrorText();
     if (!adapter) return NoAdapter();
     const uint32_t chip = CoreGetISPType(adapter);
-    const bool allowed = OemAllowedForChip(chip, oem) && (oem != 0 || TarnPreferenceGetKeyValue(kOemZeroPreference, 0) != 0);
+    const bool allowed =
+        OemAllowedForChip(chip, oem) && (oem != 0 || TarnPreferenceGetKeyValue(kOemZeroPreference, 0) != 0);
     if (!allowed) {
         SetConfigErrorText("Operation is not supported with current HBA %u (%s)!", adapter->Instance,
                            ModelOf(adapter).c_str());
@@ -440,9 +451,8 @@ VTAPI_EXPORT uint32_t UpdateAdapterNVRAMFromFile(SDMDevice *adapter, const char 
         SetConfigErrorText("%s", TemplateResultText(kRetrieveFailed, adapter, name).c_str());
         return kRetrieveFailed;
     }
-    switch (CheckSavedImage(image, current, [&](const std::vector<uint8_t> &i, uint32_t id) {
-        return Variable(adapter, i, id);
-    })) {
+    switch (CheckSavedImage(image, current,
+                            [&](const std::vector<uint8_t> &i, uint32_t id) { return Variable(adapter, i, id); })) {
     case SavedImage::Ok: break;
     case SavedImage::WrongSize: SetConfigErrorText("NVRAM file must be 256 or 512 bytes"); return kCorrupted;
     case SavedImage::BadChecksum:
@@ -483,16 +493,18 @@ VTAPI_EXPORT uint32_t UpdateAdapterGlobalNVRAMFromFile(SDMDevice *adapter, const
     }
     if (check == GlobalImage::OtherPort) {
         const uint8_t *w = adapter->DevicePortProperty.WWPN;
-        SetConfigErrorText("Skipping Global NVRAM Update on HBA %u - %s.\nIncorrect Global NVRAM file for this HBA "
-                           "(WWPN %02x:%02x:%02x:%02x:%02x:%02x:%02x:%02x)!",
-                           adapter->Instance, ModelOf(adapter).c_str(), w[0], w[1], w[2], w[3], w[4], w[5], w[6], w[7]);
+        SetConfigErrorText(
+            "Skipping Global NVRAM Update on HBA %u - %s.\nIncorrect Global NVRAM file for this HBA "
+            "(WWPN %02x:%02x:%02x:%02x:%02x:%02x:%02x:%02x)!",
+            adapter->Instance, ModelOf(adapter).c_str(), w[0], w[1], w[2], w[3], w[4], w[5], w[6], w[7]);
         return kInvalidFile;
     }
     Progress("Updating Global Nvram on HBA %u - %8s. Please wait...", adapter->Instance, ModelOf(adapter).c_str());
     rc = SDUpdateOptionRomEx2(adapter->DeviceHandle, image.data(), kGlobalNvramSize, kGlobalNvramRegion, 0, 0);
     if (rc != SDERR_NONE) {
         const uint32_t refused = WriteRefusal(adapter, rc);
-        if (refused != kNotPermitted) SetConfigErrorText("Failed to program HBA parameters (HBA %u)!", adapter->Instance);
+        if (refused != kNotPermitted)
+            SetConfigErrorText("Failed to program HBA parameters (HBA %u)!", adapter->Instance);
         return refused;
     }
     SetConfigErrorText("Global NVRAM update complete. Changes have been saved to HBA %u and a reboot is required.",

@@ -16,6 +16,7 @@ using namespace vt::config;
 namespace {
 
 // Display labels of the 39 rows ("" for the rows never shown).
+// clang-format off
 constexpr const char *kLabels[kParamCount] = {
     "Data Rate", "Connection Options", "Enable FC Tape Support", "Maximum LUNs per Target", "Enable Hard Loop ID",
     "Hard Loop ID", "Frame Size", "Enable LIP Full Login", "Enable LIP Reset", "Enable Target Reset",
@@ -27,6 +28,7 @@ constexpr const char *kLabels[kParamCount] = {
     "Enable Selective LUN Login", "Force World Login", "FC-NVMe Enable", "Port Disable", "Fabric Priority",
     "Virtual Lane",
 };
+// clang-format on
 
 const char *DataRateText(uint32_t code) {
     static const char *kText[] = {"1 Gb/s", "2 Gb/s", "Auto", "4 Gb/s", "8 Gb/s", "16 Gb/s", "32 Gb/s", "64 Gb/s"};
@@ -54,7 +56,7 @@ std::string Coded(uint32_t code, const char *meaning) { return std::to_string(co
 
 const char *DriveName(uint32_t drive) {
     static const char *kNames[] = {"Primary", "Alternate 1", "Alternate 2", "Alternate 3",
-                                   "Drive 4", "Drive 5", "Drive 6", "Drive 7"};
+                                   "Drive 4", "Drive 5",     "Drive 6",     "Drive 7"};
     return kNames[drive & 7];
 }
 
@@ -92,7 +94,8 @@ std::vector<ReportRow> BootDeviceReport(const SDMDevice *device, const VTAPI_Boo
         {"Boot Order List", "EnableBootOrderList", Switch(info.EnableBootOrderList)},
     };
     const uint32_t chip = CoreGetISPType(device);
-    if (NvramSizeForChip(chip) == 512) rows.push_back({"Force World Login", "ForceWorldLogin", Switch(info.ForceWorldLogin)});
+    if (NvramSizeForChip(chip) == 512)
+        rows.push_back({"Force World Login", "ForceWorldLogin", Switch(info.ForceWorldLogin)});
     if (ChipHasParam(Support::Chip24Up, chip)) {
         rows.push_back({"Fabric Assigned Boot LUN", "FabricAssignedBootLun", Switch(info.FabricAssignedBootLun)});
         rows.push_back({"FC-NVMe Enable", "NVMeEnable", Switch(info.NVMeEnable)});

@@ -60,10 +60,8 @@ void SetTemplateBits(std::vector<uint8_t> &image, size_t bitOffset, size_t width
     for (size_t i = 0; i < width; ++i, ++bitOffset) {
         if (bitOffset / 8 >= image.size()) return;
         const auto bit = static_cast<uint8_t>(1u << (bitOffset % 8));
-        if (i < 32 && ((value >> i) & 1u))
-            image[bitOffset / 8] |= bit;
-        else
-            image[bitOffset / 8] &= static_cast<uint8_t>(~bit);
+        if (i < 32 && ((value >> i) & 1u)) image[bitOffset / 8] |= bit;
+        else image[bitOffset / 8] &= static_cast<uint8_t>(~bit);
     }
 }
 

@@ -35,18 +35,18 @@ inline constexpr uint32_t kTemplateUnknownLine = 15;  // a line whose type canno
 inline constexpr size_t kTemplateMaxString = 80;
 
 struct TemplateField {
-    uint8_t flags = 0;       // kTemplate* bits of a special line
-    uint32_t line = 0;       // 1-based line number
-    size_t bitOffset = 0;    // where the field lies in the image
-    size_t bitWidth = 0;     // bits; 8 per byte for a string
+    uint8_t flags = 0;     // kTemplate* bits of a special line
+    uint32_t line = 0;     // 1-based line number
+    size_t bitOffset = 0;  // where the field lies in the image
+    size_t bitWidth = 0;   // bits; 8 per byte for a string
     bool isString = false;
-    uint32_t value = 0;      // a numeric field's value
-    std::string text;        // a string field's bytes (at most 80)
+    uint32_t value = 0;  // a numeric field's value
+    std::string text;    // a string field's bytes (at most 80)
 };
 
 struct NvramTemplate {
-    std::vector<uint8_t> image;           // all lines packed, special ones included
-    std::vector<TemplateField> special;   // the special lines, in file order
+    std::vector<uint8_t> image;          // all lines packed, special ones included
+    std::vector<TemplateField> special;  // the special lines, in file order
     size_t bitsUsed = 0;
 };
 

@@ -15,7 +15,7 @@
 namespace {
 
 struct VPortRef {
-    uint32_t index;   // slot in the physical node's vPort table
+    uint32_t index;  // slot in the physical node's vPort table
     uint8_t wwpn[8];
 };
 
@@ -134,16 +134,13 @@ uint32_t ApplyQoS(VPortQoSEntry *e, VPortQoSList *list, const SDQoS &q) {
             e->QoSVal = 0;
         }
         return SetPercentBwFor(e, list, q.QoSValue);
-    case SD_QOS_SPEED:
-        e->QoSType = SD_QOS_SPEED;
-        return SetQoSValType(e, list, q.QoSValue);
+    case SD_QOS_SPEED: e->QoSType = SD_QOS_SPEED; return SetQoSValType(e, list, q.QoSValue);
     case SD_QOS_RESERVED: {
         e->QoSType = SD_QOS_RESERVED;
         if (uint32_t rc = SetQoSValType(e, list, q.QoSValue)) return rc;
         return GetTotalPercentageBW(list, 0) > list->MaxPercentageBW ? VTAPI_QOS_PERCENT_OVERFLOW : 0;
     }
-    default:
-        return VTAPI_INVALID_ARGUMENT;
+    default: return VTAPI_INVALID_ARGUMENT;
     }
 }
 
@@ -206,8 +203,8 @@ VTAPI_EXPORT uint32_t AddNewvPortToAdapterList(const SDMDevice *physical, const 
     return 0;
 }
 
-uint32_t CreateVirtualPortOnDevice(SDMDevice *physical, const uint8_t *wwnn, const uint8_t *wwpn,
-                                                uint8_t *createdWWPN, uint16_t *vportId) {
+uint32_t CreateVirtualPortOnDevice(SDMDevice *physical, const uint8_t *wwnn, const uint8_t *wwpn, uint8_t *createdWWPN,
+                                   uint16_t *vportId) {
     if (!vportId) return VTAPI_INVALID_ARGUMENT;
     if (uint32_t rc = CheckPhysical(physical)) return rc;
     uint8_t portName[8];
@@ -298,8 +295,8 @@ void FreeVirtualPortQoSList(VPortQoSList *list) {
     list->Count = 0;
 }
 
-uint32_t SetVirtualPortQoS(SDMDevice *physical, const uint8_t *vportWWPN, const SDQoS *qos,
-                                        const uint16_t *lockedIds, uint32_t lockedCount) {
+uint32_t SetVirtualPortQoS(SDMDevice *physical, const uint8_t *vportWWPN, const SDQoS *qos, const uint16_t *lockedIds,
+                           uint32_t lockedCount) {
     if (!vportWWPN || !qos || (lockedCount && !lockedIds)) return VTAPI_INVALID_ARGUMENT;
     VPortQoSList list;
     if (uint32_t rc = GetVirtualPortQoSList(physical, &list)) return rc;
@@ -334,8 +331,8 @@ uint32_t SetVirtualPortQoS(SDMDevice *physical, const uint8_t *vportWWPN, const 
     return rc;
 }
 
-VTAPI_EXPORT uint32_t CreateVPortForHBA(SDMDevice *physical, int32_t userByte, uint8_t *createdWWPN,
-                                        uint16_t *vportId, char *message, uint32_t size) {
+VTAPI_EXPORT uint32_t CreateVPortForHBA(SDMDevice *physical, int32_t userByte, uint8_t *createdWWPN, uint16_t *vportId,
+                                        char *message, uint32_t size) {
     if (!physical || !vportId) return VTAPI_INVALID_ARGUMENT;
     const int32_t saved = g_UserVPortWWNByte;
     g_UserVPortWWNByte = userByte < 0 ? -1 : userByte;
@@ -353,8 +350,8 @@ VTAPI_EXPORT uint32_t CreateVPortForHBA(SDMDevice *physical, int32_t userByte, u
         // The WWPN the user's byte gives.
         std::memcpy(wwpn, physical->DevicePortProperty.WWPN, 8);
         wwpn[1] = uint8_t(userByte);
-        Message(message, size, "Duplicate vPort WWPN %02x:%02x:%02x:%02x:%02x:%02x:%02x:%02x (HBA %u - %s!", w[0],
-                w[1], w[2], w[3], w[4], w[5], w[6], w[7], physical->Instance, Model(physical).c_str());
+        Message(message, size, "Duplicate vPort WWPN %02x:%02x:%02x:%02x:%02x:%02x:%02x:%02x (HBA %u - %s!", w[0], w[1],
+                w[2], w[3], w[4], w[5], w[6], w[7], physical->Instance, Model(physical).c_str());
         return rc;
     }
     if (rc == VTAPI_VPORT_WWN_UNUSABLE || rc == VTAPI_NOT_SUPPORTED_ON_VPORT || rc == VTAPI_OPTION_NOT_SUPPORTED)
@@ -364,8 +361,7 @@ VTAPI_EXPORT uint32_t CreateVPortForHBA(SDMDevice *physical, int32_t userByte, u
     return rc;
 }
 
-VTAPI_EXPORT uint32_t DeleteVPortForHBA(SDMDevice *physical, const uint8_t *vportWWPN, char *message,
-                                        uint32_t size) {
+VTAPI_EXPORT uint32_t DeleteVPortForHBA(SDMDevice *physical, const uint8_t *vportWWPN, char *message, uint32_t size) {
     if (!physical || !vportWWPN) return VTAPI_INVALID_ARGUMENT;
     const uint8_t *w = vportWWPN;
     if (CheckPhysical(physical) == 0 && VirtualPortsOf(physical).empty()) {
@@ -378,8 +374,8 @@ VTAPI_EXPORT uint32_t DeleteVPortForHBA(SDMDevice *physical, const uint8_t *vpor
                 "Configuration changed, vPort %02x:%02x:%02x:%02x:%02x:%02x:%02x:%02x of HBA %u has been deleted.",
                 w[0], w[1], w[2], w[3], w[4], w[5], w[6], w[7], physical->Instance);
     else if (rc == VTAPI_PORT_NOT_FOUND)
-        Message(message, size, "Specified vPort %02x:%02x:%02x:%02x:%02x:%02x:%02x:%02x does not exist (HBA %u)!",
-                w[0], w[1], w[2], w[3], w[4], w[5], w[6], w[7], physical->Instance);
+        Message(message, size, "Specified vPort %02x:%02x:%02x:%02x:%02x:%02x:%02x:%02x does not exist (HBA %u)!", w[0],
+                w[1], w[2], w[3], w[4], w[5], w[6], w[7], physical->Instance);
     else
         Message(message, size, "Unable to delete vPort %02x:%02x:%02x:%02x:%02x:%02x:%02x:%02x of HBA %u (%s)!", w[0],
                 w[1], w[2], w[3], w[4], w[5], w[6], w[7], physical->Instance, SDGetErrorString(rc));

@@ -39,19 +39,19 @@ extern "C" {
 #define VTAPI_QOS_PERCENT_OVERFLOW 378u
 
 /* Options of populateVPortWWNArray. */
-#define VPORT_WWN_SEQUENTIAL 0u  /* count upward from 4 */
-#define VPORT_WWN_USER       2u  /* the user's byte, g_UserVPortWWNByte */
+#define VPORT_WWN_SEQUENTIAL 0u /* count upward from 4 */
+#define VPORT_WWN_USER       2u /* the user's byte, g_UserVPortWWNByte */
 /* any other option: random bytes */
 
 /* One vPort of a physical port, in discovery order. */
 typedef struct VPortQoSEntry {
     uint16_t VPortId;
-    uint16_t QoSVal;       /* percentage (0-100) or speed, by type */
-    uint16_t QoSType;      /* SD_QOS_* */
-    uint16_t QoSEnabled;   /* 1 when QoS may be set on this vPort */
-    uint16_t Locked;       /* 1: no other change takes from it */
+    uint16_t QoSVal;     /* percentage (0-100) or speed, by type */
+    uint16_t QoSType;    /* SD_QOS_* */
+    uint16_t QoSEnabled; /* 1 when QoS may be set on this vPort */
+    uint16_t Locked;     /* 1: no other change takes from it */
     uint16_t Reserved;
-    uint8_t  WWPN[8];
+    uint8_t WWPN[8];
     struct VPortQoSEntry *next;
 } VPortQoSEntry;
 
@@ -59,15 +59,15 @@ typedef struct VPortQoSList {
     uint32_t Count;
     VPortQoSEntry *First;
     VPortQoSEntry *Last;
-    uint16_t MaxPercentageBW;           /* MAX_BW_PERCENTAGE */
-    uint16_t MaxRemainingPercentageBW;  /* the available percentage */
+    uint16_t MaxPercentageBW;          /* MAX_BW_PERCENTAGE */
+    uint16_t MaxRemainingPercentageBW; /* the available percentage */
 } VPortQoSList;
 
 /* A vPort and its bandwidth, as CompareBw sorts them. */
 typedef struct VPortBwPair {
     uint16_t VPortId;
     uint16_t Value;
-    uint32_t Index;        /* the caller's own use */
+    uint32_t Index; /* the caller's own use */
 } VPortBwPair;
 
 /* ------------------------------------------------------- WWPN choice */
@@ -136,8 +136,8 @@ VTAPI_EXPORT uint32_t AddNewvPortToAdapterList(const SDMDevice *physical, const 
  * is generated (GenerateVPortWWN); without a WWNN the WWPN serves as both.
  * The WWPN tried is stored in createdWWPN when that is not null, also when
  * libvtsdm refuses the creation. */
-uint32_t CreateVirtualPortOnDevice(SDMDevice *physical, const uint8_t *wwnn, const uint8_t *wwpn,
-                                                uint8_t *createdWWPN, uint16_t *vportId);
+uint32_t CreateVirtualPortOnDevice(SDMDevice *physical, const uint8_t *wwnn, const uint8_t *wwpn, uint8_t *createdWWPN,
+                                   uint16_t *vportId);
 uint32_t DeleteVirtualPortOnDevice(SDMDevice *physical, const uint8_t *vportWWPN);
 
 /* The QoS list of the port's vPorts (their values read now); released with
@@ -148,13 +148,13 @@ void FreeVirtualPortQoSList(VPortQoSList *list);
  * vPorts; the vPorts with the IDs in `lockedIds` are locked for this
  * change.  Every vPort whose value changes is written, lowered ones first;
  * a refused change writes none. */
-uint32_t SetVirtualPortQoS(SDMDevice *physical, const uint8_t *vportWWPN, const SDQoS *qos,
-                                        const uint16_t *lockedIds, uint32_t lockedCount);
+uint32_t SetVirtualPortQoS(SDMDevice *physical, const uint8_t *vportWWPN, const SDQoS *qos, const uint16_t *lockedIds,
+                           uint32_t lockedCount);
 
 /* The same for the command line, with the message for the user in
  * `message` (size bytes).  userByte -1 draws the vPort's byte at random. */
-VTAPI_EXPORT uint32_t CreateVPortForHBA(SDMDevice *physical, int32_t userByte, uint8_t *createdWWPN,
-                                        uint16_t *vportId, char *message, uint32_t size);
+VTAPI_EXPORT uint32_t CreateVPortForHBA(SDMDevice *physical, int32_t userByte, uint8_t *createdWWPN, uint16_t *vportId,
+                                        char *message, uint32_t size);
 VTAPI_EXPORT uint32_t DeleteVPortForHBA(SDMDevice *physical, const uint8_t *vportWWPN, char *message, uint32_t size);
 VTAPI_EXPORT uint32_t DeleteAllVPortsForHBA(SDMDevice *physical, char *message, uint32_t size);
 

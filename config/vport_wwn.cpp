@@ -78,8 +78,7 @@ VTAPI_EXPORT int32_t populateVPortWWNArray(const uint8_t *physicalWWPN, int32_t 
     // Takes the value when it is usable; logs a rejected one.
     auto take = [&](int value) {
         Candidate(physicalWWPN, value, wwpn);
-        if (value >= kLowestByte && value <= 255 && !InTable(value) && isUniqueVirtualPortWWPN(wwpn) &&
-            Record(value))
+        if (value >= kLowestByte && value <= 255 && !InTable(value) && isUniqueVirtualPortWWPN(wwpn) && Record(value))
             return true;
         LogDebug(__FILE__, __LINE__, "populateVPortWWNArray: Found issues!");
         return false;

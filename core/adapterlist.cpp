@@ -72,9 +72,7 @@ VTAPI_EXPORT void InitAdapterList(void) {
 VTAPI_EXPORT AdapterNode *GetAdapterList(void) { return g_first; }
 VTAPI_EXPORT uint32_t GetCountOfEntryInAdapterList(void) { return g_count; }
 
-VTAPI_EXPORT AdapterNode *CreateNewAdapter(void) {
-    return static_cast<AdapterNode *>(calloc(1, sizeof(AdapterNode)));
-}
+VTAPI_EXPORT AdapterNode *CreateNewAdapter(void) { return static_cast<AdapterNode *>(calloc(1, sizeof(AdapterNode))); }
 
 VTAPI_EXPORT AdapterNode *FindAdapterInAdapterList(AdapterNode *node) {
     if (!node) return nullptr;
@@ -338,8 +336,8 @@ VTAPI_EXPORT uint32_t CreateAdapterEntryFromSDMDevice(AdapterNode *node, SDMDevi
                 const char *drv = device->DeviceNodeProperty.DriverVersion;
                 const bool vmware = strstr(drv, "-vm") || strstr(drv, "vmw");
                 for (uint32_t i = 0; i < VTAPI_MAX_VPORTS; ++i) {
-                    SDMDevice *v = vmware ? FindVMwareVirtualPort(device->Instance, i)
-                                          : FindVPortByVPortID(device->Instance, i);
+                    SDMDevice *v =
+                        vmware ? FindVMwareVirtualPort(device->Instance, i) : FindVPortByVPortID(device->Instance, i);
                     if (!v) continue;
                     const uint8_t *w = v->DevicePortProperty.WWPN;
                     if (IsWwpnValid(w) && node->VPortWWPN[i]) {
@@ -457,11 +455,10 @@ VTAPI_EXPORT int32_t AddAdapterToAdapterList(AdapterNode *node) {
 VTAPI_EXPORT int FindLocationInAdapterEntryList(const AdapterNode *listed, const AdapterNode *candidate) {
     int r;
     const bool neitherVirtual = listed->Interface != SD_INTERFACE_VPORT && candidate->Interface != SD_INTERFACE_VPORT;
-    if (neitherVirtual && ((isTernAdapter(listed) && isTernAdapter(candidate)) ||
-                           (isOrlaAdapter(listed) && isOrlaAdapter(candidate))))
+    if (neitherVirtual &&
+        ((isTernAdapter(listed) && isTernAdapter(candidate)) || (isOrlaAdapter(listed) && isOrlaAdapter(candidate))))
         r = strcmp(candidate->WWPNText, listed->WWPNText);
-    else
-        r = strcmp(listed->WWPNText, candidate->WWPNText);
+    else r = strcmp(listed->WWPNText, candidate->WWPNText);
     LogDebug(__FILE__, __LINE__, "FindLocationInAdapterEntryList: returns %d", r);
     return r;
 }

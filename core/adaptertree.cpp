@@ -36,7 +36,9 @@ void CopyTrimmed(char *dst, size_t size, const char *src) {
     dst[n] = '\0';
 }
 
-uint32_t Be32(const uint8_t *p) { return (uint32_t(p[0]) << 24) | (uint32_t(p[1]) << 16) | (uint32_t(p[2]) << 8) | p[3]; }
+uint32_t Be32(const uint8_t *p) {
+    return (uint32_t(p[0]) << 24) | (uint32_t(p[1]) << 16) | (uint32_t(p[2]) << 8) | p[3];
+}
 
 // Reads a whole flash region through the device-management library.
 bool ReadRegion(uint32_t handle, uint32_t region, std::vector<uint8_t> &out) {
@@ -171,8 +173,10 @@ VTAPI_EXPORT uint32_t GetHBAOptionROMVersions(const SDMDevice *device, AdapterEn
             if (pcir + 0x18 > rom.size() || memcmp(&rom[pcir], "PCIR", 4) != 0) break;
             uint16_t rev = uint16_t(rom[pcir + 0x12] | (rom[pcir + 0x13] << 8));
             uint8_t type = rom[pcir + 0x14];
-            char *dst = type == 0 ? entry->FlashBIOSVersion : type == 1 ? entry->FCodeVersion
-                        : type == 3 ? entry->EFIVersion : nullptr;
+            char *dst = type == 0   ? entry->FlashBIOSVersion
+                        : type == 1 ? entry->FCodeVersion
+                        : type == 3 ? entry->EFIVersion
+                                    : nullptr;
             if (dst) snprintf(dst, 32, "%d.%02d", rev >> 8, rev & 0xFF);
             size_t len = size_t(rom[pcir + 0x10] | (rom[pcir + 0x11] << 8)) * 512;
             if ((rom[pcir + 0x15] & 0x80) || len == 0) break;
@@ -277,8 +281,8 @@ VTAPI_EXPORT uint32_t BuildAdapterInfoForFC(AdapterEntryList *list) {
         proto->PciBusNumber = bus;
         proto->PciDeviceNumber = dev;
         proto->PciFunctionNumber = fn;
-        proto->ProtocolType = (isp == 15 || isp == 17 || isp == 21 || isp == 26) ? VTAPI_PROTOCOL_FCOE
-                                                                                : VTAPI_PROTOCOL_FC;
+        proto->ProtocolType =
+            (isp == 15 || isp == 17 || isp == 21 || isp == 26) ? VTAPI_PROTOCOL_FCOE : VTAPI_PROTOCOL_FC;
     }
     return 0;
 }

@@ -15,11 +15,11 @@ extern "C" {
 #endif
 
 typedef struct SubSystemRecord {
-    char SSDID[16];               /* subsystem ID, text ("0x0A16") */
-    char SSVID[16];               /* subsystem vendor ID, text */
-    char ISP[32];                 /* chip part number */
-    char Desc[128];               /* board description */
-    char Supported[16];           /* the board is enabled when it holds "TRUE" */
+    char SSDID[16];     /* subsystem ID, text ("0x0A16") */
+    char SSVID[16];     /* subsystem vendor ID, text */
+    char ISP[32];       /* chip part number */
+    char Desc[128];     /* board description */
+    char Supported[16]; /* the board is enabled when it holds "TRUE" */
     struct SubSystemRecord *next;
 } SubSystemRecord;
 
@@ -34,8 +34,7 @@ typedef struct SubSystemList {
  * FreeSubSystemList. */
 VTAPI_EXPORT SubSystemList *BuildSubSystemListFromFile(const char *path);
 /* The first record whose SSDID and SSVID have these numeric values, or null. */
-VTAPI_EXPORT SubSystemRecord *FindSubSystemInSubSystemList(SubSystemList *list, uint16_t ssdid,
-                                                           uint16_t ssvid);
+VTAPI_EXPORT SubSystemRecord *FindSubSystemInSubSystemList(SubSystemList *list, uint16_t ssdid, uint16_t ssvid);
 void FreeSubSystemList(SubSystemList *list);
 
 #ifdef __cplusplus

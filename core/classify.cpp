@@ -19,9 +19,7 @@ uint16_t Ssdid(const SDMDevice *d) { return d->DeviceChipProperty.SubSystemID; }
 
 extern "C" {
 
-VTAPI_EXPORT uint32_t GetISPType(const SDMDevice *device) {
-    return device ? ids::IspTypeForDeviceId(Did(device)) : 0;
-}
+VTAPI_EXPORT uint32_t GetISPType(const SDMDevice *device) { return device ? ids::IspTypeForDeviceId(Did(device)) : 0; }
 
 VTAPI_EXPORT uint32_t CoreGetISPType(const SDMDevice *device) { return GetISPType(device); }
 
@@ -35,9 +33,7 @@ VTAPI_EXPORT uint32_t GetISP4GbType(const SDMDevice *device) {
     return device ? uint32_t(ids::Isp4GbType(Did(device))) : 0;
 }
 
-VTAPI_EXPORT uint32_t GetISP8GbType(const SDMDevice *device) {
-    return device && ids::IsIsp8Gb(Did(device)) ? 1 : 0;
-}
+VTAPI_EXPORT uint32_t GetISP8GbType(const SDMDevice *device) { return device && ids::IsIsp8Gb(Did(device)) ? 1 : 0; }
 
 VTAPI_EXPORT uint32_t GetISP4GbOrNewerType(const SDMDevice *device) {
     return device && CoreGetISPType(device) >= 8 ? 1 : 0;
@@ -51,25 +47,17 @@ VTAPI_EXPORT uint32_t isFCOeHBA(const SDMDevice *device) {
     return device && device->DeviceNodeProperty.Interface == SD_INTERFACE_FCOE ? 1 : 0;
 }
 
-VTAPI_EXPORT uint32_t isFCoECNA(const SDMDevice *device) {
-    return device && ids::IsFcoeCna(Did(device)) ? 1 : 0;
-}
+VTAPI_EXPORT uint32_t isFCoECNA(const SDMDevice *device) { return device && ids::IsFcoeCna(Did(device)) ? 1 : 0; }
 
 VTAPI_EXPORT uint32_t isTernHBA(const SDMDevice *device) { return device && ids::IsTern(Did(device)) ? 1 : 0; }
 
-VTAPI_EXPORT uint32_t isTernAdapter(const AdapterNode *node) {
-    return node && ids::IsTern(node->DeviceID) ? 1 : 0;
-}
+VTAPI_EXPORT uint32_t isTernAdapter(const AdapterNode *node) { return node && ids::IsTern(node->DeviceID) ? 1 : 0; }
 
 VTAPI_EXPORT uint32_t isOrlaHBA(const SDMDevice *device) { return device && ids::IsOrla(Did(device)) ? 1 : 0; }
 
-VTAPI_EXPORT uint32_t isOrlaAdapter(const AdapterNode *node) {
-    return node && ids::IsOrla(node->DeviceID) ? 1 : 0;
-}
+VTAPI_EXPORT uint32_t isOrlaAdapter(const AdapterNode *node) { return node && ids::IsOrla(node->DeviceID) ? 1 : 0; }
 
-VTAPI_EXPORT uint32_t isOrlaCNA(const SDMDevice *device) {
-    return device && ids::IsOrlaCna(Did(device)) ? 1 : 0;
-}
+VTAPI_EXPORT uint32_t isOrlaCNA(const SDMDevice *device) { return device && ids::IsOrlaCna(Did(device)) ? 1 : 0; }
 
 VTAPI_EXPORT uint32_t isToveHBA(const SDMDevice *device) { return device && ids::IsTove(Did(device)) ? 1 : 0; }
 
@@ -100,8 +88,7 @@ VTAPI_EXPORT uint32_t isSkiff16GHBA(const SDMDevice *device) {
 }
 
 VTAPI_EXPORT uint32_t isSkiff32GHBA(const SDMDevice *device) {
-    return device && CoreGetISPType(device) == 25 && ids::MatchesSkiff32Pattern(Did(device)) &&
-                   !isSkiff16GHBA(device)
+    return device && CoreGetISPType(device) == 25 && ids::MatchesSkiff32Pattern(Did(device)) && !isSkiff16GHBA(device)
                ? 1
                : 0;
 }
@@ -213,8 +200,7 @@ VTAPI_EXPORT uint32_t GetAdapterPciPhysicalPortNumber(SDMDevice *device) {
     if (rc != SDERR_NONE)
         LogDebug(__FILE__, __LINE__, "GetAdapterPciPhysicalPortNumber: SDGetHbaDeviceChipProperty failed (0x%x) (%s)",
                  rc, SDGetErrorString(rc));
-    else
-        device->DeviceChipProperty = chip;
+    else device->DeviceChipProperty = chip;
     return device->DeviceChipProperty.PhysPortNumber;
 }
 

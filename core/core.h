@@ -205,7 +205,7 @@ VTAPI_EXPORT uint32_t getHostSystemType(void);
 /* --------------------------------------------------- the core's start-up */
 VTAPI_EXPORT extern uint32_t g_AuxToolId;
 VTAPI_EXPORT extern char g_ToolVersion[32];
-extern char g_configurationFileName[260];  /* the agent's properties file */
+extern char g_configurationFileName[260]; /* the agent's properties file */
 VTAPI_EXPORT uint32_t CorePreInitialize(void);
 VTAPI_EXPORT uint32_t CoreInitialize(void);
 VTAPI_EXPORT uint32_t CoreUninitialize(void);

@@ -54,8 +54,7 @@ VTAPI_EXPORT const char *GetAdapterSerialNo(const SDMDevice *device) {
 
 VTAPI_EXPORT uint32_t GetPhyPortNumber(const SDMDevice *device) {
     if (!device) return 0;
-    return isVirtualPortHBA(device) ? device->DeviceNodeProperty.VPortIndex
-                                    : device->DeviceChipProperty.PhysPortNumber;
+    return isVirtualPortHBA(device) ? device->DeviceNodeProperty.VPortIndex : device->DeviceChipProperty.PhysPortNumber;
 }
 
 VTAPI_EXPORT uint32_t CoreIsDriverWithRemotePortInfoSupport(const SDMDevice *device) {
@@ -79,21 +78,21 @@ VTAPI_EXPORT SDMDevice *CreateNewSDMDevice(uint32_t handle, uint32_t instance) {
     d->Instance = instance;
     uint32_t rc;
     if ((rc = SDGetHbaDeviceChipProperty(handle, &d->DeviceChipProperty)) != SDERR_NONE)
-        LogDebug(__FILE__, __LINE__, "CreateNewSDMDevice: SDGetHbaDeviceChipProperty(%d) failed (0x%x) (%s)",
-                 instance, rc, SDGetErrorString(rc));
+        LogDebug(__FILE__, __LINE__, "CreateNewSDMDevice: SDGetHbaDeviceChipProperty(%d) failed (0x%x) (%s)", instance,
+                 rc, SDGetErrorString(rc));
     if ((rc = SDGetHbaDeviceDriverProperty(handle, &d->DeviceDriverProperty)) != SDERR_NONE)
         LogDebug(__FILE__, __LINE__, "CreateNewSDMDevice: SDGetHbaDeviceDriverProperty(%d) failed (0x%x) (%s)",
                  instance, rc, SDGetErrorString(rc));
     if ((rc = SDGetHbaDeviceNodeProperty(handle, &d->DeviceNodeProperty)) != SDERR_NONE)
-        LogDebug(__FILE__, __LINE__, "CreateNewSDMDevice: SDGetHbaDeviceNodeProperty(%d) failed (0x%x) (%s)",
-                 instance, rc, SDGetErrorString(rc));
+        LogDebug(__FILE__, __LINE__, "CreateNewSDMDevice: SDGetHbaDeviceNodeProperty(%d) failed (0x%x) (%s)", instance,
+                 rc, SDGetErrorString(rc));
     if ((rc = SDGetHbaDevicePortProperty(handle, &d->DevicePortProperty)) != SDERR_NONE)
-        LogDebug(__FILE__, __LINE__, "CreateNewSDMDevice: SDGetHbaDevicePortProperty(%d) failed (0x%x) (%s)",
-                 instance, rc, SDGetErrorString(rc));
+        LogDebug(__FILE__, __LINE__, "CreateNewSDMDevice: SDGetHbaDevicePortProperty(%d) failed (0x%x) (%s)", instance,
+                 rc, SDGetErrorString(rc));
     SDGetStatistics(handle, &d->DeviceStatistics);
     if (!isVirtualPortHBA(d)) {
-        uint32_t size = d->DeviceChipProperty.NvramSize ? d->DeviceChipProperty.NvramSize
-                                                        : (CoreGetISPType(d) < 8 ? 256 : 512);
+        uint32_t size =
+            d->DeviceChipProperty.NvramSize ? d->DeviceChipProperty.NvramSize : (CoreGetISPType(d) < 8 ? 256 : 512);
         if (size > sizeof d->DeviceInitialNVRAM) size = sizeof d->DeviceInitialNVRAM;
         if (SDGetNVRam(handle, 0, 1, d->DeviceInitialNVRAM, size) == SDERR_NONE)
             memcpy(d->DeviceCurrentNVRAM, d->DeviceInitialNVRAM, size);

@@ -13,8 +13,8 @@
 
 namespace {
 
-uint32_t g_openRetries = 0;            // reset only by a successful open
-uint32_t g_targetLunDiscovery = 1;     // core option: refresh LUN OS names
+uint32_t g_openRetries = 0;         // reset only by a successful open
+uint32_t g_targetLunDiscovery = 1;  // core option: refresh LUN OS names
 uint32_t g_fabricScanning = 0;
 uint32_t g_hostSystemType = 0;
 
@@ -40,9 +40,7 @@ SDMDevice *CopyDevice(const SDMDevice *d) {
 
 }  // namespace
 
-void vt::core::SetTarnListRelease(TarnList list, TarnListRelease release) {
-    g_tarnListRelease[size_t(list)] = release;
-}
+void vt::core::SetTarnListRelease(TarnList list, TarnListRelease release) { g_tarnListRelease[size_t(list)] = release; }
 
 extern "C" {
 
@@ -168,7 +166,8 @@ VTAPI_EXPORT int FindLocationInList(const SDMDevice *listed, const SDMDevice *ca
     if ((isVirtualPortHBA(listed) || isVirtualPortHBA(candidate)) && byPortId)
         return strcmp(GetStringPortID(listed->DevicePortProperty.PortId, a),
                       GetStringPortID(candidate->DevicePortProperty.PortId, b));
-    return strcmp(GetStringWWN(listed->DevicePortProperty.WWPN, a), GetStringWWN(candidate->DevicePortProperty.WWPN, b));
+    return strcmp(GetStringWWN(listed->DevicePortProperty.WWPN, a),
+                  GetStringWWN(candidate->DevicePortProperty.WWPN, b));
 }
 
 VTAPI_EXPORT SDMDevice *SortAdapterList(SDMDeviceList *deviceList) {

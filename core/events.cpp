@@ -13,7 +13,6 @@ namespace {
 
 const char kFile[] = __FILE__;
 
-
 const char *EventText(uint32_t code) {
     switch (code) {
     case 1: return "Lip Occurred";
@@ -72,9 +71,15 @@ VTAPI_EXPORT uint32_t CoreHandleAEN(void) {
             switch (code) {
             case 1: summary |= 0x0004; break;
             case 2: summary = (summary | 0x0008) & ~0x0001u; break;
-            case 3: summary |= 0x0001; rebuild = true; break;
+            case 3:
+                summary |= 0x0001;
+                rebuild = true;
+                break;
             case 5:
-            case 6: summary |= 0x0010; rebuild = true; break;
+            case 6:
+                summary |= 0x0010;
+                rebuild = true;
+                break;
             case 8: summary |= 0x0200; break;
             case 9: summary |= 0x10000; break;
             default: break;
@@ -124,8 +129,7 @@ VTAPI_EXPORT uint32_t CoreHandlePortStateChange(void) {
                 }
                 if (g_CoreAenDisabled)
                     LogDebug(kFile, __LINE__, "CoreHandlePortStateChange: Skipping Rebuild due to disabled AEN");
-                else
-                    rebuild = true;
+                else rebuild = true;
             }
         } else if (state == 2 || state == 3) {
             status |= 0x0001;
@@ -135,8 +139,7 @@ VTAPI_EXPORT uint32_t CoreHandlePortStateChange(void) {
                 status |= 0x1000;
                 if (g_CoreAenDisabled)
                     LogDebug(kFile, __LINE__, "CoreHandlePortStateChange: Skipping Rebuild due to disabled AEN");
-                else
-                    rebuild = true;
+                else rebuild = true;
             }
         }
         LogDebug(kFile, __LINE__, "CoreHandlePortStateChange: Device (%d) - Link State [%04x]", d->Instance, state);

@@ -64,8 +64,7 @@ std::optional<uint16_t> ParseId(std::string_view text) {
     }
     unsigned value = 0;
     auto [end, ec] = std::from_chars(text.data(), text.data() + text.size(), value, base);
-    if (text.empty() || ec != std::errc() || end != text.data() + text.size() || value > 0xFFFF)
-        return std::nullopt;
+    if (text.empty() || ec != std::errc() || end != text.data() + text.size() || value > 0xFFFF) return std::nullopt;
     return static_cast<uint16_t>(value);
 }
 
@@ -95,8 +94,8 @@ std::optional<std::vector<SubSystemRecord>> ParseBody(std::string_view body, siz
         body.remove_prefix(eol == std::string_view::npos ? body.size() : eol + 1);
         if (line.empty()) continue;
         auto fields = bt::ParseRecord(line);
-        if (!fields || !fields->contains("SSDID") || !fields->contains("SSVID") ||
-            !ParseId(fields->at("SSDID")) || !ParseId(fields->at("SSVID"))) {
+        if (!fields || !fields->contains("SSDID") || !fields->contains("SSVID") || !ParseId(fields->at("SSDID")) ||
+            !ParseId(fields->at("SSVID"))) {
             badLine = lineNo;
             return std::nullopt;
         }
@@ -123,23 +122,22 @@ VTAPI_EXPORT SubSystemList *BuildSubSystemListFromFile(const char *path) {
     std::string error;
     auto image = ReadWholeFile(path, error);
     if (!image) {
-        LogDebug(__FILE__, __LINE__, "BuildSubSystemListFromFile: cannot read board table %s: %s",
-                 path, error.c_str());
+        LogDebug(__FILE__, __LINE__, "BuildSubSystemListFromFile: cannot read board table %s: %s", path, error.c_str());
         return nullptr;
     }
     std::string body;
     const bt::OpenStatus status = bt::Open(*image, body);
     if (status != bt::OpenStatus::kOk) {
-        LogError(__FILE__, __LINE__, "BuildSubSystemListFromFile: board table %s is %s; ignored",
-                 path, image->empty() ? "empty" : bt::Describe(status));
+        LogError(__FILE__, __LINE__, "BuildSubSystemListFromFile: board table %s is %s; ignored", path,
+                 image->empty() ? "empty" : bt::Describe(status));
         return nullptr;
     }
     size_t badLine = 0;
     auto records = ParseBody(body, badLine);
     if (!records) {
         LogError(__FILE__, __LINE__,
-                 "BuildSubSystemListFromFile: board table %s has a malformed record at line %zu; ignored",
-                 path, badLine);
+                 "BuildSubSystemListFromFile: board table %s has a malformed record at line %zu; ignored", path,
+                 badLine);
         return nullptr;
     }
 
@@ -157,13 +155,11 @@ VTAPI_EXPORT SubSystemList *BuildSubSystemListFromFile(const char *path) {
         list->Last = node;
         ++list->Count;
     }
-    LogDebug(__FILE__, __LINE__, "BuildSubSystemListFromFile: %u boards read from %s", list->Count,
-             path);
+    LogDebug(__FILE__, __LINE__, "BuildSubSystemListFromFile: %u boards read from %s", list->Count, path);
     return list;
 }
 
-VTAPI_EXPORT SubSystemRecord *FindSubSystemInSubSystemList(SubSystemList *list, uint16_t ssdid,
-                                                           uint16_t ssvid) {
+VTAPI_EXPORT SubSystemRecord *FindSubSystemInSubSystemList(SubSystemList *list, uint16_t ssdid, uint16_t ssvid) {
     if (list == nullptr) return nullptr;
     for (SubSystemRecord *rec = list->First; rec != nullptr; rec = rec->next) {
         if (FieldId(rec->SSDID) == ssdid && FieldId(rec->SSVID) == ssvid) return rec;

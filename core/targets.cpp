@@ -22,7 +22,7 @@ constexpr uint32_t kSenseSize = SD_SENSE_BUFFER_SIZE;
 constexpr uint32_t kInquirySize = 36;
 constexpr uint32_t kReadCap10Size = 8;
 constexpr uint32_t kReadCap16Size = 32;
-constexpr uint32_t kMaxTries = 3;           // REPORT LUNS and READ CAPACITY tries in all
+constexpr uint32_t kMaxTries = 3;            // REPORT LUNS and READ CAPACITY tries in all
 constexpr uint32_t kDefaultLunLimit = 4095;  // driver without a LUNs-per-target value
 constexpr size_t kDefaultLunBuffer = 32768;
 
@@ -124,7 +124,8 @@ private:
 uint32_t LunKey(const LunEntry *l) { return l->LunNumber; }
 
 std::string TargetKey(const TargetEntry *t) {
-    return std::string(reinterpret_cast<const char *>(t->WWNN), 8) + std::string(reinterpret_cast<const char *>(t->WWPN), 8);
+    return std::string(reinterpret_cast<const char *>(t->WWNN), 8) +
+           std::string(reinterpret_cast<const char *>(t->WWPN), 8);
 }
 
 thread_local AppendIndex<LunList, LunEntry, uint32_t> t_lunIndex(LunKey);
@@ -154,11 +155,10 @@ uint32_t ReadCapacityWithRetries(const SDMDevice *device, const TargetEntry *tar
     for (;;) {
         respSize = large ? kReadCap16Size : kReadCap10Size;
         senseSize = kSenseSize;
-        const uint32_t rc =
-            large ? SDSendScsiReadCapacityLargeCmdFC(device->DeviceHandle, target->WWPN, lun, resp, &respSize, sense,
-                                                     &senseSize)
-                  : SDSendScsiReadCapacityCmdFC(device->DeviceHandle, target->WWPN, lun, resp, &respSize, sense,
-                                                &senseSize);
+        const uint32_t rc = large ? SDSendScsiReadCapacityLargeCmdFC(device->DeviceHandle, target->WWPN, lun, resp,
+                                                                     &respSize, sense, &senseSize)
+                                  : SDSendScsiReadCapacityCmdFC(device->DeviceHandle, target->WWPN, lun, resp,
+                                                                &respSize, sense, &senseSize);
         if (rc != SDERR_SCSI_CHECK_CONDITION) return rc;
         const SenseInfo si = ParseSense(sense, senseSize);
         if (si.key == kKeyUnitAttention && ++counter < kMaxTries) {
@@ -183,8 +183,9 @@ void ReadDiskCapacity(const SDMDevice *device, const TargetEntry *target, uint16
     uint32_t rc = ReadCapacityWithRetries(device, target, lun, false, resp, respSize, sense, senseSize);
     if (!DataOk(rc) || respSize < kReadCap10Size) {
         if (rc != SDERR_SCSI_CHECK_CONDITION)
-            LogDebug(kFile, __LINE__, "RetrieveLunsForTarget: Lun (%d) - Unable to issue Read Capacity Command (0x%x) (%s)",
-                     lun, rc, SDGetErrorString(rc));
+            LogDebug(kFile, __LINE__,
+                     "RetrieveLunsForTarget: Lun (%d) - Unable to issue Read Capacity Command (0x%x) (%s)", lun, rc,
+                     SDGetErrorString(rc));
         return;
     }
     const uint32_t last = Be32(resp);
@@ -209,8 +210,8 @@ void ReadDiskCapacity(const SDMDevice *device, const TargetEntry *target, uint16
 
 // Sends REPORT LUNS, retrying a busy target or a unit attention after a
 // one-second wait, three tries in all.  Returns the last status.
-uint32_t ReportLunsWithRetries(const SDMDevice *device, const TargetEntry *target, uint8_t *buffer,
-                               uint32_t bufferSize, uint32_t &respSize) {
+uint32_t ReportLunsWithRetries(const SDMDevice *device, const TargetEntry *target, uint8_t *buffer, uint32_t bufferSize,
+                               uint32_t &respSize) {
     uint8_t sense[kSenseSize];
     for (uint32_t tries = 1;; ++tries) {
         respSize = bufferSize;
@@ -241,8 +242,9 @@ void InquireTarget(const SDMDevice *device, TargetEntry *target) {
     const uint32_t rc =
         SDSendScsiInquiryCmdFC(device->DeviceHandle, target->WWPN, 0, 0, 0, inq, &respSize, sense, &senseSize);
     if (!DataOk(rc)) {
-        LogDebug(kFile, __LINE__, "RetrieveLunsForTarget: Unable to send SCSI Inquiry Command to the target (0x%x) (%s)",
-                 rc, SDGetErrorString(rc));
+        LogDebug(kFile, __LINE__,
+                 "RetrieveLunsForTarget: Unable to send SCSI Inquiry Command to the target (0x%x) (%s)", rc,
+                 SDGetErrorString(rc));
         return;
     }
     if (respSize < 1 || inq[0] >= 64) return;
@@ -592,8 +594,8 @@ VTAPI_EXPORT int32_t RetrieveLunsForTarget(SDMDevice *device, TargetEntry *targe
         limit = kDefaultLunLimit;
         bufferSize = kDefaultLunBuffer;
     }
-    std::unique_ptr<uint8_t, FreeDeleter> buffer(
-        bufferSize <= UINT32_MAX ? static_cast<uint8_t *>(malloc(bufferSize)) : nullptr);
+    std::unique_ptr<uint8_t, FreeDeleter> buffer(bufferSize <= UINT32_MAX ? static_cast<uint8_t *>(malloc(bufferSize))
+                                                                          : nullptr);
     if (!buffer) {
         LogDebug(kFile, __LINE__, "RetrieveLunsForTarget: Unable to allocate memory for Lun list");
         return -1;

@@ -29,7 +29,7 @@ extern "C" {
 #define DIAG_TEST_READ_WRITE_BUFFER 1
 #define DIAG_TEST_ELS_ECHO          6
 /* OR'ed into the validation mode when the values come from the menu. */
-#define DIAG_MENU_MODE              0x100
+#define DIAG_MENU_MODE 0x100
 
 /* Rows of the table. */
 #define DIAG_ROW_DATA_PATTERN   0
@@ -124,8 +124,8 @@ VTAPI_EXPORT uint32_t CreateReadWriteBufferThreadTest(SDMDevice *const *ports, u
 /* Polling parameters of the statistics (kind 0) and link status (kind 1)
  * monitors: AutoPoll (AP), SetRate (SR), LogToFile (LF) and, for
  * statistics, DeviceFilter (DF). */
-#define POLL_STATISTICS  0
-#define POLL_LINK_STATUS 1
+#define POLL_STATISTICS        0
+#define POLL_LINK_STATUS       1
 #define POLL_ROW_AUTO_POLL     0
 #define POLL_ROW_SET_RATE      1
 #define POLL_ROW_LOG_TO_FILE   2

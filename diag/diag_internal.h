@@ -17,7 +17,7 @@
 
 namespace vt::diag {
 
-constexpr size_t kMessageSize = 256;     // the shared validation message buffer
+constexpr size_t kMessageSize = 256;  // the shared validation message buffer
 constexpr uint32_t kNoAdapter = 8;
 constexpr uint32_t kBadValue = 48;
 constexpr uint32_t kNotSupported = 61;
@@ -25,7 +25,7 @@ constexpr uint32_t kNoMemory = 115;
 
 // Parameter text helpers (diag_params.cpp).
 bool ParseUnsigned(const char *text, uint32_t &out);       // decimal or 0x hex, whole text
-std::optional<int> NamedPattern(const char *value);         // Random, CRPAT, CJTPAT, CSPAT
+std::optional<int> NamedPattern(const char *value);        // Random, CRPAT, CJTPAT, CSPAT
 bool ParseUserPattern(const char *value, uint8_t out[8]);  // 16 hex digits
 // The repeating unit of an FC compliance pattern, or null (diag_patterns.cpp).
 const std::vector<uint8_t> *CompliancePattern(int kind);

@@ -147,9 +147,7 @@ void Run(const SDMDevice &adapter, const DiagRequest &rq, uint32_t size, const u
                 SetText(r, "Data miscompare at byte %u: sent 0x%02x, received 0x%02x", at, tx[at], rx[at]);
             }
             return;
-        case SD_DIAG_STATUS_LOOP_DOWN:
-            SetStatus(r, "Loop Down", kResultLoopDown);
-            return;
+        case SD_DIAG_STATUS_LOOP_DOWN: SetStatus(r, "Loop Down", kResultLoopDown); return;
         case SD_DIAG_STATUS_PARAM_ERROR:
             SetStatus(r, "Param Error", kResultParamError);
             t_diagResult = kResultParamError;
@@ -281,8 +279,7 @@ VTAPI_EXPORT DiagLoopbackResult *DiagnosticsLoopBackTest(const SDMDevice *adapte
 
 DIAG_INTERNAL uint32_t GetDiagnosticsResult(void) { return t_diagResult; }
 
-DIAG_INTERNAL uint32_t RunLoopbackTest(const SDMDevice *adapter, const DiagRequest *request,
-                                       VTAPI_DiagResult *result) {
+DIAG_INTERNAL uint32_t RunLoopbackTest(const SDMDevice *adapter, const DiagRequest *request, VTAPI_DiagResult *result) {
     if (!adapter || !request || !result) return VTAPI_INVALID_ARGUMENT;
     vt::diag::AbortFlag(adapter->Instance).store(false);
     return vt::diag::RunLoopback(*adapter, *request, *result, nullptr);

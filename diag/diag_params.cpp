@@ -43,8 +43,8 @@ struct RowName {
     const char *name;
 };
 constexpr RowName kRows[DIAG_PARAM_COUNT] = {
-    {"DP", "DataPattern"}, {"DS", "DataSize"}, {"TC", "TestCount"},
-    {"TI", "TestIncrement"}, {"OE", "OnError"}, {"LT", "LoopbackType"},
+    {"DP", "DataPattern"},   {"DS", "DataSize"}, {"TC", "TestCount"},
+    {"TI", "TestIncrement"}, {"OE", "OnError"},  {"LT", "LoopbackType"},
 };
 
 template <size_t N>
@@ -177,8 +177,9 @@ VTAPI_EXPORT uint32_t ValidateDiagnosticsParamValue(uint32_t row, const char *va
                 return Refuse(message, "Data Size value must be 256,512,1024 or 2048 bytes!");
         } else if (loopback) {
             if (!number || !(OneOf(n, kLoopbackSizes) || OneOf(n, kLargeLoopbackSizes)))
-                return Refuse(message, "Data Size value must be 8,16,32,64,128,256,512,1024,2048,4096,8192,16384,"
-                                       "32768 or 65535 bytes!");
+                return Refuse(message,
+                              "Data Size value must be 8,16,32,64,128,256,512,1024,2048,4096,8192,16384,"
+                              "32768 or 65535 bytes!");
         } else if (!number || !OneOf(n, kSmallTestSizes)) {
             return Refuse(message, "Data Size value must be 8,16,32,64 or 128 bytes!");
         }

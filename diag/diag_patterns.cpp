@@ -67,8 +67,7 @@ DIAG_INTERNAL uint32_t FillDiagnosticsPattern(const DiagRequest *request, uint8_
     if (!request || !buffer) return 8;
     if (const auto *unit = vt::diag::CompliancePattern(request->PatternKind))
         Repeat(unit->data(), unit->size(), buffer, size);
-    else
-        Repeat(request->Pattern, sizeof request->Pattern, buffer, size);
+    else Repeat(request->Pattern, sizeof request->Pattern, buffer, size);
     return 0;
 }
 

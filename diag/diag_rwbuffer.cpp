@@ -31,9 +31,7 @@ std::array<uint8_t, 8> Key(const uint8_t *wwpn) {
     return k;
 }
 
-void SetStatus(VTAPI_RWBufferTestResult &e, const char *status) {
-    snprintf(e.Status, sizeof e.Status, "%s", status);
-}
+void SetStatus(VTAPI_RWBufferTestResult &e, const char *status) { snprintf(e.Status, sizeof e.Status, "%s", status); }
 
 struct TargetRun {
     const TargetEntry *target;
@@ -85,8 +83,7 @@ uint32_t ReadWriteBufferOnTargets(const SDMDevice &adapter, const DiagRequest &r
 
 namespace vt::diag {
 
-uint32_t RunReadWriteBuffer(const SDMDevice &adapter, const DiagRequest &request,
-                            VTAPI_RWBufferTestResultList &results,
+uint32_t RunReadWriteBuffer(const SDMDevice &adapter, const DiagRequest &request, VTAPI_RWBufferTestResultList &results,
                             const std::function<void(const VTAPI_RWBufferTestResult &)> &onProgress) {
     if (!ClaimPort(adapter.Instance)) return SDERR_DEVICE_BUSY;
     const std::atomic<bool> &abort = AbortFlag(adapter.Instance);

@@ -40,7 +40,8 @@ size_t Index(uint32_t instance) { return instance < SD_MAX_INSTANCES ? instance 
 
 void NapMs(long ms) {
     timespec ts{ms / 1000, (ms % 1000) * 1000000L};
-    while (nanosleep(&ts, &ts) != 0 && errno == EINTR) {}
+    while (nanosleep(&ts, &ts) != 0 && errno == EINTR) {
+    }
 }
 
 // Puts the terminal into single-key mode without echo for the session and

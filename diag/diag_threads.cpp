@@ -133,8 +133,10 @@ VTAPI_EXPORT uint32_t CreateLoopbackThreadTest(SDMDevice *const *ports, uint32_t
         VTAPI_DiagResult &result = results[i];
         if (isVirtualPortHBA(&port.device())) {
             snprintf(result.LastRun.TestStatus, sizeof result.LastRun.TestStatus, "Not Supported");
-            snprintf(result.LastRun.Text, sizeof result.LastRun.Text, "Loopback test is not supported on a virtual port");
-            screen.push(WwnText(port.device().DevicePortProperty.WWPN) + ": loopback test is not supported on a virtual port\n");
+            snprintf(result.LastRun.Text, sizeof result.LastRun.Text,
+                     "Loopback test is not supported on a virtual port");
+            screen.push(WwnText(port.device().DevicePortProperty.WWPN) +
+                        ": loopback test is not supported on a virtual port\n");
             status[i] = VTAPI_NOT_SUPPORTED_ON_VPORT;
             return;
         }
@@ -147,7 +149,8 @@ VTAPI_EXPORT uint32_t CreateLoopbackThreadTest(SDMDevice *const *ports, uint32_t
         status[i] = vt::diag::RunLoopback(port.device(), requests[i], result, [&](const DiagLoopbackResult &r) {
             screen.push(RunLine(port.device(), ++run, r));
         });
-        LogDebug(__FILE__, __LINE__, "CreateLoopbackThreadTest: worker of instance %u finished", port.device().Instance);
+        LogDebug(__FILE__, __LINE__, "CreateLoopbackThreadTest: worker of instance %u finished",
+                 port.device().Instance);
     });
     if (!started) return VTAPI_GENERAL_FAILURE;
     session.wait([](int32_t key) { return key == '\n'; }, [&] { screen.flush(); });
@@ -189,20 +192,20 @@ VTAPI_EXPORT uint32_t CreateReadWriteBufferThreadTest(SDMDevice *const *ports, u
             return;
         }
         const std::string name = WwnText(port.device().DevicePortProperty.WWPN);
-        status[i] = vt::diag::RunReadWriteBuffer(port.device(), requests[i], results[i],
-                                                 [&](const VTAPI_RWBufferTestResult &e) {
-                                                     char line[160];
-                                                     snprintf(line, sizeof line, "%-23s %-23s %4u/%-15s %4u %15u\n",
-                                                              name.c_str(), WwnText(e.TargetWWPN).c_str(), e.LoopId,
-                                                              e.Status, e.RunsDone, e.DataMiscompares);
-                                                     screen.push(line);
-                                                 });
+        status[i] = vt::diag::RunReadWriteBuffer(
+            port.device(), requests[i], results[i], [&](const VTAPI_RWBufferTestResult &e) {
+                char line[160];
+                snprintf(line, sizeof line, "%-23s %-23s %4u/%-15s %4u %15u\n", name.c_str(),
+                         WwnText(e.TargetWWPN).c_str(), e.LoopId, e.Status, e.RunsDone, e.DataMiscompares);
+                screen.push(line);
+            });
     });
     if (!started) return VTAPI_GENERAL_FAILURE;
     session.wait([](int32_t key) { return key == '\n'; }, [&] { screen.flush(); });
 
-    Print("\nPort Name               Target Port Name        Loop ID/Status       Data Miscompare "
-          "Link Failure Loss of Sync Loss of Signal Invalid CRC\n");
+    Print(
+        "\nPort Name               Target Port Name        Loop ID/Status       Data Miscompare "
+        "Link Failure Loss of Sync Loss of Signal Invalid CRC\n");
     uint32_t first = VTAPI_SUCCESS;
     for (uint32_t i = 0; i < count; ++i) {
         const std::string name = WwnText(ports[i]->DevicePortProperty.WWPN);

@@ -146,8 +146,7 @@ std::vector<LinkStatusEntry> MergeLinkStatus(const std::vector<LinkStatusEntry> 
 
 extern "C" {
 
-VTAPI_EXPORT LinkStatusEntry *FindDeviceInLinkStatusList(const VTAPI_LinkStatusResultList *list,
-                                                         const uint8_t *wwpn) {
+VTAPI_EXPORT LinkStatusEntry *FindDeviceInLinkStatusList(const VTAPI_LinkStatusResultList *list, const uint8_t *wwpn) {
     if (!list || !wwpn) return nullptr;
     for (LinkStatusEntry *e = list->First; e; e = e->next)
         if (memcmp(e->PortName, wwpn, 8) == 0) return e;
@@ -171,9 +170,9 @@ VTAPI_EXPORT uint32_t GetLinkStatus(const SDMDevice *adapter, VTAPI_LinkStatusRe
     LogDebug(kFile, __LINE__,
              "\tGettLinkStat: LnkFailCnt=%lu, LossOfSyncCnt=%lu, LossOfSiglCnt=%lu, InvalidCRCCnt=%lu, "
              "PriSeqProtErrCnt=%lu, InvalidTranWordCnt=%lu",
-             (unsigned long)st.LinkFailureCount, (unsigned long)st.LossOfSyncCount,
-             (unsigned long)st.LossOfSignalCount, (unsigned long)st.InvalidCRCCount,
-             (unsigned long)st.PrimitiveSeqProtocolErrorCount, (unsigned long)st.InvalidTransmissionWordCount);
+             (unsigned long)st.LinkFailureCount, (unsigned long)st.LossOfSyncCount, (unsigned long)st.LossOfSignalCount,
+             (unsigned long)st.InvalidCRCCount, (unsigned long)st.PrimitiveSeqProtocolErrorCount,
+             (unsigned long)st.InvalidTransmissionWordCount);
     LogDebug(kFile, __LINE__, "GetLinkStatus: Adding initiator entry to link status list...");
     LinkStatusEntry *port = Upsert(*list, adapter->DevicePortProperty.WWPN);
     if (!port) return vt::diag::kNoMemory;
@@ -204,9 +203,10 @@ VTAPI_EXPORT uint32_t GetLinkStatus(const SDMDevice *adapter, VTAPI_LinkStatusRe
             e->Status = VTAPI_LINKSTATUS_QUERY_FAILED;
             SetCounters(*e, SDLinkErrorStatus{});
             const bool removed = rc == SDERR_DEVICE_REMOVED;
-            snprintf(e->Text, sizeof e->Text,
-                     removed ? "Device has been removed (0x%x) (%s)" : "Unable to query target for link status (0x%x) (%s)",
-                     rc, SDGetErrorString(rc));
+            snprintf(
+                e->Text, sizeof e->Text,
+                removed ? "Device has been removed (0x%x) (%s)" : "Unable to query target for link status (0x%x) (%s)",
+                rc, SDGetErrorString(rc));
             snprintf(e->StatusText, sizeof e->StatusText, "%s",
                      removed ? "Device has been removed" : "Get link stats failed");
             LogDebug(kFile, __LINE__, "GetLinkStatus: %s", e->Text);

@@ -82,8 +82,9 @@ VTAPI_EXPORT uint32_t CreateThreadForLinkStatus(SDMDevice *const *ports, uint32_
     PollBoard<std::vector<LinkStatusEntry>> board(n);
 
     Print("\nLink Status\n\n");
-    Print("General keyboard shortcuts:\n      R     - Reset current\n      C     - Refresh current\n"
-          "      T     - Refresh total\n      ENTER - Cancel the current task\n\n");
+    Print(
+        "General keyboard shortcuts:\n      R     - Reset current\n      C     - Refresh current\n"
+        "      T     - Refresh total\n      ENTER - Cancel the current task\n\n");
     PrintColumns(nullptr);
 
     Session session(n, Instances(targets.data(), uint32_t(n)));
@@ -131,8 +132,8 @@ VTAPI_EXPORT uint32_t CreateThreadForLinkStatus(SDMDevice *const *ports, uint32_
             }
             ExportFcHBALinkStatusResultToCsvFile(settings.logFile.c_str(), &list, stamp);
             if (list.Count > 1)  // targets besides the port
-                ExportFcTargetLinkStatusResultToCsvFile(CompanionCsvName(settings.logFile, "targets").c_str(),
-                                                        &list, stamp);
+                ExportFcTargetLinkStatusResultToCsvFile(CompanionCsvName(settings.logFile, "targets").c_str(), &list,
+                                                        stamp);
         }
         if (g_pollObserver && !polled.empty()) g_pollObserver(polled, read);
     };
@@ -156,8 +157,7 @@ VTAPI_EXPORT uint32_t CreateThreadForLinkStatus(SDMDevice *const *ports, uint32_
                 totals = true;
                 PrintList(*GetLinkStatusResultSavedList(), "Total");
                 return false;
-            default:
-                return key == '\n';
+            default: return key == '\n';
             }
         },
         [&] { board.take(show); });

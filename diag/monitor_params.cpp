@@ -85,7 +85,8 @@ VTAPI_EXPORT uint32_t ValidatePollingParamValue(uint32_t kind, uint32_t row, con
     }
     switch (row) {
     case POLL_ROW_AUTO_POLL:
-        if (!number || n > 256) return Refuse(message, "Polling iteration value must be from 0 to 256. (0 = non-stop polling)!");
+        if (!number || n > 256)
+            return Refuse(message, "Polling iteration value must be from 0 to 256. (0 = non-stop polling)!");
         return 0;
     case POLL_ROW_SET_RATE:
         if (!number || (n != 0 && (n < 5 || n > 300)))
@@ -101,8 +102,7 @@ VTAPI_EXPORT uint32_t ValidatePollingParamValue(uint32_t kind, uint32_t row, con
 
 VTAPI_EXPORT uint32_t AddUserPollingData(uint32_t kind, uint32_t row, const char *value) {
     if (!KnownKind(kind) || row >= Rows(kind)) return 60;
-    snprintf(g_UserPollingTable[kind][row].Value, sizeof g_UserPollingTable[kind][row].Value, "%s",
-             value ? value : "");
+    snprintf(g_UserPollingTable[kind][row].Value, sizeof g_UserPollingTable[kind][row].Value, "%s", value ? value : "");
     return 0;
 }
 
@@ -110,6 +110,6 @@ VTAPI_EXPORT uint32_t AddUserPollingData(uint32_t kind, uint32_t row, const char
 
 namespace {
 // Both tables hold their defaults from the start.
-const bool g_defaults = (InitializeUserPollingTable(POLL_STATISTICS), InitializeUserPollingTable(POLL_LINK_STATUS),
-                         true);
+const bool g_defaults =
+    (InitializeUserPollingTable(POLL_STATISTICS), InitializeUserPollingTable(POLL_LINK_STATUS), true);
 }  // namespace

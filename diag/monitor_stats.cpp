@@ -156,8 +156,9 @@ using vt::diag::Print;
 
 void PrintStatisticsHeader() {
     Print("\nMonitoring\n\n");
-    Print("General keyboard shortcuts:\n      R     - Clear all counters next iteration in this session \n"
-          "      ENTER - Stop\n\n");
+    Print(
+        "General keyboard shortcuts:\n      R     - Clear all counters next iteration in this session \n"
+        "      ENTER - Stop\n\n");
     Print("%-3s %11s %13s %5s %10s %5s %10s %11s\n", "HBA", "", "Device", "", "", "", "", "");
     Print("%-4s%11s %13s %5s %10s %5s %10s %11s\n", "Port", "Errors", "Errors", "Reset", "I/O Count", "IOPS", "BPS",
           "Time");

@@ -178,7 +178,7 @@ uint32_t ModifyBindings(const Port &port, const std::function<uint32_t(Bindings 
     if (uint32_t rc = edit(records)) return rc;
     std::sort(records.begin(), records.end(), [](const VtlapiTargetBinding &a, const VtlapiTargetBinding &b) {
         return a.Target.TargetNumber != b.Target.TargetNumber ? a.Target.TargetNumber < b.Target.TargetNumber
-                                                : a.Target.DeviceInstance < b.Target.DeviceInstance;
+                                                              : a.Target.DeviceInstance < b.Target.DeviceInstance;
     });
     const std::string tokens =
         records.empty() ? std::string() : vt::drv::FormatAdapter(port.instance, port.wwpn, records, port.lunMasks);
@@ -257,13 +257,9 @@ VTAPI_EXPORT uint32_t vtlapi_get_dev_data_from_token(const char *token, VtlapiAd
     Bindings records = FromC(adapter);
     Wwn port{};
     switch (vt::drv::ParseToken(token, records, port)) {
-    case vt::drv::TokenKind::AdapterPort:
-        std::memcpy(adapter->AdapterWWPN, port.data(), 8);
-        return 0;
-    case vt::drv::TokenKind::Target:
-        return ToC(records, adapter);
-    case vt::drv::TokenKind::Ignored:
-        break;
+    case vt::drv::TokenKind::AdapterPort: std::memcpy(adapter->AdapterWWPN, port.data(), 8); return 0;
+    case vt::drv::TokenKind::Target: return ToC(records, adapter);
+    case vt::drv::TokenKind::Ignored: break;
     }
     return SDERR_NOT_FOUND;
 }
@@ -350,8 +346,7 @@ uint32_t vtlapi_get_module_name(uint32_t handle, char *module, uint32_t size) {
     if (module == nullptr) return SDERR_INVALID_PARAMETER;
     SDDriverProperty driver;
     if (uint32_t rc = SDGetHbaDeviceDriverProperty(handle, &driver)) return rc;
-    return CopyOut(std::string(driver.DriverName, strnlen(driver.DriverName, sizeof driver.DriverName)), module,
-                   size);
+    return CopyOut(std::string(driver.DriverName, strnlen(driver.DriverName, sizeof driver.DriverName)), module, size);
 }
 
 VTAPI_EXPORT uint32_t ISDFoGetPersistentTargetEntryList(uint32_t handle, FoTargetData *entries, uint32_t *count) {
@@ -367,8 +362,7 @@ VTAPI_EXPORT uint32_t ISDFoGetPersistentTargetEntryList(uint32_t handle, FoTarge
     return 0;
 }
 
-VTAPI_EXPORT uint32_t ISDFoGetTargetData(uint32_t handle, uint8_t target, uint8_t deviceInstance,
-                                         FoTargetData *data) {
+VTAPI_EXPORT uint32_t ISDFoGetTargetData(uint32_t handle, uint8_t target, uint8_t deviceInstance, FoTargetData *data) {
     if (data == nullptr) return SDERR_INVALID_PARAMETER;
     VtlapiTargetBinding r;
     if (uint32_t rc = LoadBinding(handle, target, deviceInstance, r)) return rc;

@@ -44,9 +44,9 @@ extern "C" {
  * neither read nor written. */
 #define VTLAPI_DRVFILE_MAX 300000u
 /* LUNs a mask covers (14-bit flat-space LUN numbers): 64 blocks of 256. */
-#define VTLAPI_MAX_LUNS 16384u
+#define VTLAPI_MAX_LUNS       16384u
 #define VTLAPI_LUN_MASK_BYTES (VTLAPI_MAX_LUNS / 8u)
-#define VTLAPI_LUN_BLOCK 256u
+#define VTLAPI_LUN_BLOCK      256u
 /* Lines of the module option files are examined up to this length. */
 #define VTLAPI_OPTLINE_MAX 65536u
 
@@ -62,17 +62,17 @@ typedef struct FoTargetData {
     uint8_t Reserved0;
     uint8_t WWNN[8];
     uint8_t WWPN[8];
-    uint8_t PortId[3];      /* 00:00:00 when the binding has no port ID */
+    uint8_t PortId[3]; /* 00:00:00 when the binding has no port ID */
     uint8_t Reserved1;
 } FoTargetData;
 
 /* The LUN masks of a bound target: bit (lun % 8) of byte lun / 8. */
 typedef struct FoLunData {
-    uint8_t  TargetNumber;
-    uint8_t  DeviceInstance;
+    uint8_t TargetNumber;
+    uint8_t DeviceInstance;
     uint16_t Reserved;
-    uint8_t  PreferredLuns[VTLAPI_LUN_MASK_BYTES];
-    uint8_t  DisabledLuns[VTLAPI_LUN_MASK_BYTES];
+    uint8_t PreferredLuns[VTLAPI_LUN_MASK_BYTES];
+    uint8_t DisabledLuns[VTLAPI_LUN_MASK_BYTES];
 } FoLunData;
 
 /* The binding of one target of an adapter. */
@@ -85,9 +85,9 @@ typedef struct VtlapiTargetBinding {
 /* The bindings of one adapter port.  Targets is allocated by the library
  * and released with vtlapi_free_bindings. */
 typedef struct VtlapiAdapterBindings {
-    uint8_t  AdapterWWPN[8];
-    uint32_t AdapterInstance;   /* the a of the tokens written */
-    uint32_t TargetCount;       /* one per parsed (target, device instance) */
+    uint8_t AdapterWWPN[8];
+    uint32_t AdapterInstance; /* the a of the tokens written */
+    uint32_t TargetCount;     /* one per parsed (target, device instance) */
     VtlapiTargetBinding *Targets;
 } VtlapiAdapterBindings;
 

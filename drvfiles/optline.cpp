@@ -12,9 +12,9 @@ std::string OptionsText(std::string_view module) { return "options " + std::stri
 constexpr const char *kBlanks = " \t\r\v\f";
 
 struct SplitOptionLine {
-    std::string prefix;             // up to and including "options <module>"
-    std::vector<std::string> words; // the parameters
-    std::string comment;            // from a word beginning with "#"
+    std::string prefix;              // up to and including "options <module>"
+    std::vector<std::string> words;  // the parameters
+    std::string comment;             // from a word beginning with "#"
 };
 
 SplitOptionLine Split(std::string_view line, std::string_view module) {

@@ -32,16 +32,14 @@ const AdapterEntry *CardOf(const ProtocolEntry *port) {
         for (const AdapterEntry *a = tree ? tree->First : nullptr; a; a = a->next)
             for (const PhyPortEntry *p = a->PhyPorts.First; p; p = p->next)
                 for (const ProtocolEntry *e = p->Protocols.First; e; e = e->next)
-                    if (e == port || SameNames(*e, *port))
-                        return a;
+                    if (e == port || SameNames(*e, *port)) return a;
     return nullptr;
 }
 
 bool InTree(const AdapterEntry *adapter) {
     for (const AdapterEntryList *tree : {gpAdapterList, gpBackupAdapterList})
         for (const AdapterEntry *a = tree ? tree->First : nullptr; a; a = a->next)
-            if (a == adapter)
-                return true;
+            if (a == adapter) return true;
     return false;
 }
 
@@ -49,13 +47,10 @@ bool InTree(const AdapterEntry *adapter) {
 uint32_t BootFileVersions(const AdapterFacts &facts, const std::vector<uint8_t> &file, VTAPI_FlashImageVersion *v) {
     const std::string hw = HardwareType(facts.deviceId);
     const uint32_t status = Validate(file.data(), uint32_t(file.size()), hw.c_str(), 0);
-    if (status == FLASH_ST_WRONG_ADAPTER)
-        return VTAPI_OPTION_NOT_SUPPORTED;
-    if (status != 0)
-        return VTAPI_FILE_CORRUPTED;
+    if (status == FLASH_ST_WRONG_ADAPTER) return VTAPI_OPTION_NOT_SUPPORTED;
+    if (status != 0) return VTAPI_FILE_CORRUPTED;
     BootVersions b;
-    if (!CheckBootChain(file, &b, false))
-        return VTAPI_FILE_CORRUPTED;
+    if (!CheckBootChain(file, &b, false)) return VTAPI_FILE_CORRUPTED;
     struct Slot {
         int codeType;
         uint8_t *dst;
@@ -86,8 +81,7 @@ std::optional<std::vector<uint8_t>> ReadRegion(uint32_t handle, uint32_t region,
     const uint32_t count = std::min<uint32_t>(Le32(layout + 4), (layoutSize - 8) / 8);
     for (uint32_t i = 0; i < count; ++i) {
         const uint8_t *d = layout + 8 + size_t(i) * 8;
-        if (Le32(d) != region)
-            continue;
+        if (Le32(d) != region) continue;
         std::vector<uint8_t> bytes(Le32(d + 4));
         if (uint32_t rc = SDGetOptionRomEx(handle, bytes.data(), uint32_t(bytes.size()), region, 0)) {
             LogDebug(kFile, __LINE__, "ReadRegion: SDGetOptionRomEx(0x%x) failed (0x%x)", region, rc);
@@ -99,14 +93,11 @@ std::optional<std::vector<uint8_t>> ReadRegion(uint32_t handle, uint32_t region,
     return std::nullopt;
 }
 
-
 // The card of a port that a flash update may write: 0, or the status that
 // refuses it.
 uint32_t UpdatableCard(const ProtocolEntry *port, const AdapterEntry **card) {
-    if (port == nullptr)
-        return VTAPI_INVALID_ARGUMENT;
-    if (port->Device.DeviceNodeProperty.VPortId != 0 ||
-        port->Device.DeviceNodeProperty.Interface == SD_INTERFACE_VPORT)
+    if (port == nullptr) return VTAPI_INVALID_ARGUMENT;
+    if (port->Device.DeviceNodeProperty.VPortId != 0 || port->Device.DeviceNodeProperty.Interface == SD_INTERFACE_VPORT)
         return VTAPI_NOT_SUPPORTED_ON_VPORT;
     *card = CardOf(port);
     if (*card == nullptr) {
@@ -119,23 +110,18 @@ uint32_t UpdatableCard(const ProtocolEntry *port, const AdapterEntry **card) {
 // A region saved to or replaced from a file, for a port's card.
 uint32_t SaveRegion(const ProtocolEntry *port, const char *fileName, uint32_t region) {
     const AdapterEntry *card = nullptr;
-    if (fileName == nullptr)
-        return VTAPI_INVALID_ARGUMENT;
-    if (uint32_t rc = UpdatableCard(port, &card))
-        return rc;
+    if (fileName == nullptr) return VTAPI_INVALID_ARGUMENT;
+    if (uint32_t rc = UpdatableCard(port, &card)) return rc;
     return SaveFlashRegionToFile(card, region, fileName);
 }
 
 uint32_t UpdateRegion(const ProtocolEntry *port, const char *fileName, uint32_t region) {
     const AdapterEntry *card = nullptr;
-    if (fileName == nullptr)
-        return VTAPI_INVALID_ARGUMENT;
-    if (uint32_t rc = UpdatableCard(port, &card))
-        return rc;
+    if (fileName == nullptr) return VTAPI_INVALID_ARGUMENT;
+    if (uint32_t rc = UpdatableCard(port, &card)) return rc;
     const uint32_t rc = UpdateFlashRegionFromFile(card, region, fileName);
     LogDebug(kFile, __LINE__, "flash update: region 0x%x of %s from %s: %u", region, card->SerialNumber, fileName, rc);
-    if (rc == VTAPI_REBOOT_REQUIRED)
-        guConfigChanged = 1;
+    if (rc == VTAPI_REBOOT_REQUIRED) guConfigChanged = 1;
     return rc;
 }
 
@@ -151,8 +137,7 @@ extern "C" {
 
 VTAPI_EXPORT uint32_t FC_GetFlashImageVersion(const ProtocolEntry *port, const char *fileName,
                                               VTAPI_FlashImageVersion *version) {
-    if (port == nullptr || fileName == nullptr || version == nullptr)
-        return VTAPI_INVALID_ARGUMENT;
+    if (port == nullptr || fileName == nullptr || version == nullptr) return VTAPI_INVALID_ARGUMENT;
     const AdapterEntry *card = CardOf(port);
     const std::optional<AdapterFacts> facts = FactsOf(card);
     if (!facts) {
@@ -165,8 +150,7 @@ VTAPI_EXPORT uint32_t FC_GetFlashImageVersion(const ProtocolEntry *port, const c
         return VTAPI_FILE_CORRUPTED;
     }
     *version = VTAPI_FlashImageVersion{};
-    if (file->size() >= 2 && (*file)[0] == 0x55 && (*file)[1] == 0xAA)
-        return BootFileVersions(*facts, *file, version);
+    if (file->size() >= 2 && (*file)[0] == 0x55 && (*file)[1] == 0xAA) return BootFileVersions(*facts, *file, version);
 
     const ImageCheck check = CheckImageForAdapter(*facts, card, MultiImageOf(*file), version);
     LogDebug(kFile, __LINE__, "FC_GetFlashImageVersion: %s stage %d status 0x%x card type 0x%x", fileName,
@@ -175,11 +159,9 @@ VTAPI_EXPORT uint32_t FC_GetFlashImageVersion(const ProtocolEntry *port, const c
 }
 
 VTAPI_EXPORT uint32_t FC_GetFlashImageSupportedAdapters(const char *fileName, VTAPI_FlashImageAdapters *adapters) {
-    if (fileName == nullptr || adapters == nullptr)
-        return VTAPI_INVALID_ARGUMENT;
+    if (fileName == nullptr || adapters == nullptr) return VTAPI_INVALID_ARGUMENT;
     const std::optional<std::vector<uint8_t>> file = ReadWholeFile(fileName);
-    if (!file)
-        return VTAPI_FILE_CORRUPTED;
+    if (!file) return VTAPI_FILE_CORRUPTED;
     const Bytes mbi = MultiImageOf(*file);
     const uint32_t size = uint32_t(mbi.size());
     if (!vtfuILT_ValidateILTHeader(mbi.data(), size) ||
@@ -196,8 +178,7 @@ VTAPI_EXPORT uint32_t FC_GetFlashImageSupportedAdapters(const char *fileName, VT
                                    sizeof adapters->MBIVersion);
     if (!cards.empty()) {
         auto *out = static_cast<VTAPI_FlashImageAdapter *>(std::malloc(cards.size() * sizeof(VTAPI_FlashImageAdapter)));
-        if (out == nullptr)
-            return VTAPI_GENERAL_FAILURE;
+        if (out == nullptr) return VTAPI_GENERAL_FAILURE;
         std::memcpy(out, cards.data(), cards.size() * sizeof(VTAPI_FlashImageAdapter));
         adapters->Adapters = out;
         adapters->Count = uint32_t(cards.size());
@@ -207,27 +188,21 @@ VTAPI_EXPORT uint32_t FC_GetFlashImageSupportedAdapters(const char *fileName, VT
 
 VTAPI_EXPORT uint32_t FC_GetFlashComponentVersion(const AdapterEntry *adapter, uint32_t component, char *version,
                                                   uint32_t size) {
-    if (adapter == nullptr || version == nullptr || size == 0)
-        return VTAPI_INVALID_ARGUMENT;
-    if (!InTree(adapter))
-        return VTAPI_DEVICE_NUMBER_NOT_FOUND;
+    if (adapter == nullptr || version == nullptr || size == 0) return VTAPI_INVALID_ARGUMENT;
+    if (!InTree(adapter)) return VTAPI_DEVICE_NUMBER_NOT_FOUND;
     const std::optional<AdapterFacts> facts = FactsOf(adapter);
-    if (!facts)
-        return VTAPI_PORT_NOT_FOUND;
+    if (!facts) return VTAPI_PORT_NOT_FOUND;
     uint32_t status = VTAPI_SUCCESS;
     const std::optional<std::vector<uint8_t>> region = ReadRegion(facts->handle, component, &status);
-    if (status != VTAPI_SUCCESS)
-        return status;
+    if (status != VTAPI_SUCCESS) return status;
     if (!region) {
         LogDebug(kFile, __LINE__, "FC_GetFlashComponentVersion: no region 0x%x in the flash of %s", component,
                  adapter->SerialNumber);
         return VTAPI_FUNCTION_NOT_APPLICABLE;
     }
     const std::optional<std::vector<uint8_t>> ilt = ReadRegion(facts->handle, VTFU_REGION_FLASH_ILT, &status);
-    const std::optional<std::string> text =
-        VersionInFlash(component, *region, ilt ? Bytes(*ilt) : Bytes());
-    if (!text)
-        return VTAPI_FUNCTION_NOT_APPLICABLE;
+    const std::optional<std::string> text = VersionInFlash(component, *region, ilt ? Bytes(*ilt) : Bytes());
+    if (!text) return VTAPI_FUNCTION_NOT_APPLICABLE;
     std::snprintf(version, size, "%s", text->c_str());
     return VTAPI_SUCCESS;
 }
@@ -235,10 +210,8 @@ VTAPI_EXPORT uint32_t FC_GetFlashComponentVersion(const AdapterEntry *adapter, u
 // options are reserved (0).
 VTAPI_EXPORT uint32_t FC_doOptionROMUpdate(const ProtocolEntry *port, const char *fileName, uint32_t options) {
     const AdapterEntry *card = nullptr;
-    if (fileName == nullptr)
-        return VTAPI_INVALID_ARGUMENT;
-    if (uint32_t rc = UpdatableCard(port, &card))
-        return rc;
+    if (fileName == nullptr) return VTAPI_INVALID_ARGUMENT;
+    if (uint32_t rc = UpdatableCard(port, &card)) return rc;
     const std::optional<std::vector<uint8_t>> file = ReadWholeFile(fileName);
     if (!file) {
         LogDebug(kFile, __LINE__, "FC_doOptionROMUpdate: cannot read %s", fileName);
@@ -254,8 +227,7 @@ VTAPI_EXPORT uint32_t FC_doOptionROMUpdate(const ProtocolEntry *port, const char
         LogDebug(kFile, __LINE__, "FC_doOptionROMUpdate: %s (0x%x): %s -> %s, %u bytes", c.name.c_str(), c.region,
                  c.current.c_str(), c.next.c_str(), c.size);
     const uint32_t rc = WriteFlashUpdate(plan);
-    if (rc == VTAPI_REBOOT_REQUIRED)
-        guConfigChanged = 1;
+    if (rc == VTAPI_REBOOT_REQUIRED) guConfigChanged = 1;
     return rc;
 }
 
@@ -293,25 +265,21 @@ VTAPI_EXPORT uint32_t FC_SaveAdapterMpiCfgToDatFile(const ProtocolEntry *port, c
 // is refused with the size in *size.
 VTAPI_EXPORT uint32_t FC_GetAdapterFlashMemoBlock(const ProtocolEntry *port, void *buffer, uint32_t *size) {
     const AdapterEntry *card = nullptr;
-    if (size == nullptr)
-        return VTAPI_INVALID_ARGUMENT;
+    if (size == nullptr) return VTAPI_INVALID_ARGUMENT;
     // A read: a port whose card is not in the adapter list is not found.
     if (uint32_t rc = UpdatableCard(port, &card))
         return rc == VTAPI_OPTION_ROM_UPDATE_FAILED ? VTAPI_PORT_NOT_FOUND : rc;
     const std::optional<AdapterFacts> facts = FactsOf(card);
-    if (!facts)
-        return VTAPI_PORT_NOT_FOUND;
+    if (!facts) return VTAPI_PORT_NOT_FOUND;
     uint32_t status = VTAPI_SUCCESS;
     const std::optional<std::vector<uint8_t>> block = ReadRegion(facts->handle, VTFU_REGION_FLASH_MEMO, &status);
-    if (status == SDERR_NOT_SUPPORTED)
-        return VTAPI_OPTION_NOT_SUPPORTED;
+    if (status == SDERR_NOT_SUPPORTED) return VTAPI_OPTION_NOT_SUPPORTED;
     if (status != VTAPI_SUCCESS) {
         LogDebug(kFile, __LINE__, "FC_GetAdapterFlashMemoBlock: the memo block of %s cannot be read (0x%x)",
                  card->SerialNumber, status);
         return VTAPI_GENERAL_FAILURE;
     }
-    if (!block)
-        return VTAPI_FUNCTION_NOT_APPLICABLE;
+    if (!block) return VTAPI_FUNCTION_NOT_APPLICABLE;
     const Memo memo = ParseMemoBlock(block->data(), block->size());
     if (memo.state == MemoState::kDamaged) {
         LogDebug(kFile, __LINE__, "FC_GetAdapterFlashMemoBlock: the memo block of %s is damaged", card->SerialNumber);
@@ -335,10 +303,8 @@ VTAPI_EXPORT uint32_t FC_GetAdapterFlashMemoBlock(const ProtocolEntry *port, voi
 // the module checks the file and keeps its firmware on any failure.
 VTAPI_EXPORT uint32_t FC_SfpModuleFirmwareUpdate(const ProtocolEntry *port, const char *fileName) {
     const AdapterEntry *card = nullptr;
-    if (fileName == nullptr)
-        return VTAPI_INVALID_ARGUMENT;
-    if (uint32_t rc = UpdatableCard(port, &card))
-        return rc;
+    if (fileName == nullptr) return VTAPI_INVALID_ARGUMENT;
+    if (uint32_t rc = UpdatableCard(port, &card)) return rc;
     const std::optional<std::vector<uint8_t>> file = ReadWholeFile(fileName);
     if (!file || file->empty() || file->size() > UINT32_MAX) {
         LogDebug(kFile, __LINE__, "FC_SfpModuleFirmwareUpdate: cannot read %s", fileName);

@@ -53,9 +53,7 @@ VTAPI_EXPORT uint32_t FC_GetAdapterBeaconStatus(const ProtocolEntry *, uint32_t 
 // -------- Link status and statistics
 
 VTAPI_EXPORT uint32_t FC_GetFWPrivateStats(const ProtocolEntry *, void *, uint32_t *) { return kPending; }
-VTAPI_EXPORT uint32_t FC_GetSCMRStatisticsList(const ProtocolEntry *, VTAPI_SCMRStatisticsList **) {
-    return kPending;
-}
+VTAPI_EXPORT uint32_t FC_GetSCMRStatisticsList(const ProtocolEntry *, VTAPI_SCMRStatisticsList **) { return kPending; }
 VTAPI_EXPORT uint32_t FC_FreeSCMRStatisticsList(VTAPI_SCMRStatisticsList *) { return kPending; }
 VTAPI_EXPORT uint32_t FC_SANCongMgmtResetStatistics(const ProtocolEntry *) { return kPending; }
 VTAPI_EXPORT uint32_t FC_GetSCMRProfile(const ProtocolEntry *, uint32_t *) { return kPending; }

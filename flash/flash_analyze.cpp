@@ -46,16 +46,13 @@ void Print(const std::string &line) { scfxPrint((line + "\n").c_str()); }
 
 // Progress and results: text mode only.
 void Inform(const std::string &line) {
-    if (!bXmlOutPut)
-        Print(line);
+    if (!bXmlOutPut) Print(line);
 }
 
 // A failure: the line in text mode, a whole status document in XML mode.
 void Report(uint32_t status, const std::string &line) {
-    if (bXmlOutPut)
-        XML_EmitStatusMessage(static_cast<int32_t>(status), line.c_str(), 0, 1, 1);
-    else
-        Print(line);
+    if (bXmlOutPut) XML_EmitStatusMessage(static_cast<int32_t>(status), line.c_str(), 0, 1, 1);
+    else Print(line);
 }
 
 // Component validators answer a count or the complement of a small code
@@ -72,14 +69,12 @@ public:
     FileBytes(const FileBytes &) = delete;
     FileBytes &operator=(const FileBytes &) = delete;
     ~FileBytes() {
-        if (map_ != nullptr)
-            munmap(map_, size_);
+        if (map_ != nullptr) munmap(map_, size_);
     }
 
     Status Load(const char *path, uint32_t size) {
         const int fd = open(path, O_RDONLY | O_CLOEXEC);
-        if (fd < 0)
-            return kShort;
+        if (fd < 0) return kShort;
         const Status status = LoadFrom(fd, size);
         close(fd);
         return status;
@@ -89,13 +84,10 @@ public:
 private:
     Status LoadFrom(int fd, uint32_t size) {
         struct stat st {};
-        if (fstat(fd, &st) != 0)
-            return kShort;
+        if (fstat(fd, &st) != 0) return kShort;
         if (S_ISREG(st.st_mode)) {
-            if (uint64_t(st.st_size) < size)
-                return kShort;
-            if (size == 0)
-                return kLoaded;
+            if (uint64_t(st.st_size) < size) return kShort;
+            if (size == 0) return kLoaded;
             void *map = mmap(nullptr, size, PROT_READ, MAP_PRIVATE | MAP_POPULATE, fd, 0);
             if (map != MAP_FAILED) {
                 map_ = map;
@@ -103,19 +95,15 @@ private:
                 size_ = size;
                 return kLoaded;
             }
-            if (errno == ENOMEM)
-                return kNoMemory;
+            if (errno == ENOMEM) return kNoMemory;
         }
         owned_.reset(new (std::nothrow) uint8_t[size ? size : 1]);
-        if (!owned_)
-            return kNoMemory;
+        if (!owned_) return kNoMemory;
         size_t got = 0;
         while (got < size) {
             const ssize_t n = read(fd, owned_.get() + got, size - got);
-            if (n < 0 && errno == EINTR)
-                continue;
-            if (n <= 0)
-                return kShort;
+            if (n < 0 && errno == EINTR) continue;
+            if (n <= 0) return kShort;
             got += size_t(n);
         }
         data_ = owned_.get();
@@ -141,8 +129,7 @@ bool IsNicFamily(uint16_t did) { return vt::ids::IsTern(did) || vt::ids::IsOrla(
 // Regions of the image meant for the card against the adapter's layout
 // (FlashSize, Count, Count descriptors of region type and size).
 uint32_t CompareLayout(Bytes mbi, Bytes layout, uint32_t cardType, uint32_t chipRevision) {
-    if (layout.size() < 8)
-        return kLayoutUnreadable;
+    if (layout.size() < 8) return kLayoutUnreadable;
     const uint64_t count = std::min<uint64_t>(Le32(layout.data() + 4), (layout.size() - 8) / 8);
     std::map<uint32_t, uint32_t> regions;
     for (uint64_t i = 0; i < count; ++i) {
@@ -150,16 +137,16 @@ uint32_t CompareLayout(Bytes mbi, Bytes layout, uint32_t cardType, uint32_t chip
         regions.emplace(Le32(d), Le32(d + 4));
     }
     uint32_t status = 0;
-    const int64_t last = int64_t(vtfuILT_Header_GetNumOfRegionEntries(reinterpret_cast<const ILT_Header_t *>(mbi.data()))) - 2;
+    const int64_t last =
+        int64_t(vtfuILT_Header_GetNumOfRegionEntries(reinterpret_cast<const ILT_Header_t *>(mbi.data()))) - 2;
     for (int64_t i = 0; i <= last; ++i) {
         const ILT_Region_t *e = vtfuILT_Region_GetRegionByIndex(mbi.data(), uint32_t(mbi.size()), uint32_t(i));
-        if (e == nullptr)
-            return kLayoutUnreadable;
-        if (!EntryIsForCard(*e, cardType, chipRevision))
-            continue;
+        if (e == nullptr) return kLayoutUnreadable;
+        if (!EntryIsForCard(*e, cardType, chipRevision)) continue;
         const auto found = regions.find(RegionType(*e));
         if (found == regions.end()) {
-            TarnLogMessage(VT_MSG_DEBUG, "ReadFlashImageILT: region 0x%x is not in the adapter's flash", RegionType(*e));
+            TarnLogMessage(VT_MSG_DEBUG, "ReadFlashImageILT: region 0x%x is not in the adapter's flash",
+                           RegionType(*e));
             status = FLASH_LAYOUT_MISMATCH;
         } else if (found->second < RegionLength(*e)) {
             TarnLogMessage(VT_MSG_DEBUG, "ReadFlashImageILT: region 0x%x holds %u bytes, the image has %u",
@@ -175,8 +162,7 @@ uint32_t CompareLayout(Bytes mbi, Bytes layout, uint32_t cardType, uint32_t chip
 namespace vtflash {
 
 std::optional<AdapterFacts> FactsOf(const AdapterEntry *adapter) {
-    if (adapter == nullptr)
-        return std::nullopt;
+    if (adapter == nullptr) return std::nullopt;
     for (const PhyPortEntry *p = adapter->PhyPorts.First; p; p = p->next)
         for (const ProtocolEntry *e = p->Protocols.First; e; e = e->next) {
             AdapterFacts f;
@@ -196,8 +182,7 @@ std::optional<AdapterFacts> FactsOf(const AdapterEntry *adapter) {
 std::string HardwareType(uint16_t deviceId) {
     // Chip labels start with the part number, "VT2910 Kite 64Gb FC".
     std::string_view label = vt::ids::ChipLabel(deviceId);
-    if (label.substr(0, 2) != "VT")
-        return {};
+    if (label.substr(0, 2) != "VT") return {};
     label.remove_prefix(2);
     return std::string(label.substr(0, std::min<size_t>(label.find(' '), 6)));
 }
@@ -236,8 +221,7 @@ ImageCheck CheckNicImage(const AdapterFacts &facts, Bytes mbi, VTAPI_FlashImageV
     r.status = vtfuValidateILTImageHeader(facts.deviceId, facts.subSystemId, facts.subVendorId, mbi.data(), size);
     if (r.status != VTFU_OK) {
         // Past the size and signature tests a 5 means no matching card.
-        if (r.status == VTFU_BUFFER_TOO_SMALL && size >= sizeof(ILT_Header_t))
-            r.stage = ImageCheck::kCardType;
+        if (r.status == VTFU_BUFFER_TOO_SMALL && size >= sizeof(ILT_Header_t)) r.stage = ImageCheck::kCardType;
         return r;
     }
     r.status = vtfuValidateILTChipVersion(facts.chipRevision, mbi.data(), size);
@@ -256,10 +240,8 @@ ImageCheck CheckNicImage(const AdapterFacts &facts, Bytes mbi, VTAPI_FlashImageV
 
 ImageCheck CheckImageForAdapter(const AdapterFacts &facts, const AdapterEntry *adapter, Bytes mbi,
                                 VTAPI_FlashImageVersion *versions) {
-    if (facts.ispType == kIspWren || facts.ispType == kIspKite)
-        return CheckFcImage(facts, adapter, mbi, versions);
-    if (IsNicFamily(facts.deviceId))
-        return CheckNicImage(facts, mbi, versions);
+    if (facts.ispType == kIspWren || facts.ispType == kIspKite) return CheckFcImage(facts, adapter, mbi, versions);
+    if (IsNicFamily(facts.deviceId)) return CheckNicImage(facts, mbi, versions);
     ImageCheck r;
     r.status = FLASH_ST_NOT_SUPPORTED;
     return r;
@@ -270,8 +252,7 @@ ImageCheck CheckImageForAdapter(const AdapterFacts &facts, const AdapterEntry *a
 extern "C" {
 
 VTAPI_EXPORT uint32_t fcVTFUGetFlashLayoutTable(uint32_t handle, uint8_t **layout, uint32_t *size) {
-    if (layout == nullptr || size == nullptr)
-        return 1;
+    if (layout == nullptr || size == nullptr) return 1;
     // First ask with room for one descriptor to learn the region count.
     uint32_t probe[4] = {0, 1, 0, 0};
     uint32_t rc = SDGetOptionRomLayout(handle, 0, reinterpret_cast<SDOptionRomLayout *>(probe), sizeof probe);
@@ -286,8 +267,7 @@ VTAPI_EXPORT uint32_t fcVTFUGetFlashLayoutTable(uint32_t handle, uint8_t **layou
     }
     const uint32_t bytes = 8 + 8 * count;
     auto *buffer = static_cast<uint32_t *>(std::calloc(bytes / 4, 4));
-    if (buffer == nullptr)
-        return 1;
+    if (buffer == nullptr) return 1;
     buffer[1] = count;
     rc = SDGetOptionRomLayout(handle, 0, reinterpret_cast<SDOptionRomLayout *>(buffer), bytes);
     if (rc != SDERR_NONE) {
@@ -303,20 +283,17 @@ VTAPI_EXPORT uint32_t fcVTFUGetFlashLayoutTable(uint32_t handle, uint8_t **layou
 VTAPI_EXPORT uint32_t ReadFlashImageILT(const AdapterEntry *adapter, const uint8_t *image, uint32_t size,
                                         uint32_t cardType) {
     const std::optional<AdapterFacts> facts = FactsOf(adapter);
-    if (!facts || image == nullptr || size < sizeof(ILT_Header_t))
-        return kLayoutUnreadable;
+    if (!facts || image == nullptr || size < sizeof(ILT_Header_t)) return kLayoutUnreadable;
     uint8_t *layout = nullptr;
     uint32_t layoutSize = 0;
-    if (fcVTFUGetFlashLayoutTable(facts->handle, &layout, &layoutSize) != 0)
-        return kLayoutUnreadable;
+    if (fcVTFUGetFlashLayoutTable(facts->handle, &layout, &layoutSize) != 0) return kLayoutUnreadable;
     std::unique_ptr<uint8_t, decltype(&std::free)> owned(layout, &std::free);
     return CompareLayout(Bytes(image, size), Bytes(layout, layoutSize), cardType, facts->chipRevision);
 }
 
 VTAPI_EXPORT uint32_t AnalyzeFlashImageFile(const AdapterEntry *adapter, const char *path, uint32_t size) {
     const std::optional<AdapterFacts> facts = FactsOf(adapter);
-    if (!facts || path == nullptr)
-        return FLASH_ST_NO_ADAPTER;
+    if (!facts || path == nullptr) return FLASH_ST_NO_ADAPTER;
     TarnLogMessage(VT_MSG_DEBUG, "AnalyzeFlashImageFile: subsysVendorId=0x%X subsysDeviceId = 0x%X  Chip Rev= 0x%x",
                    facts->subVendorId, facts->subSystemId, facts->chipRevision);
     FileBytes file;
@@ -340,8 +317,7 @@ VTAPI_EXPORT uint32_t AnalyzeFlashImageFile(const AdapterEntry *adapter, const c
                Format("Unsupported option with current HBA %u (%s)", facts->instance, facts->model.c_str()));
         return FLASH_ST_NOT_SUPPORTED;
     }
-    if (!bXmlOutPut)
-        scfxPrint("Analyzing flash image file..., ");
+    if (!bXmlOutPut) scfxPrint("Analyzing flash image file..., ");
     // The checks only read, so the file's bytes serve as they are.
     VTAPI_FlashImageVersion versions{};
     const ImageCheck check = CheckFcImage(*facts, adapter, mbi, &versions);
@@ -363,7 +339,8 @@ VTAPI_EXPORT uint32_t AnalyzeFlashImageFile(const AdapterEntry *adapter, const c
     HowManyImagesForCardTypeGeneric(mbi.data(), uint32_t(mbi.size()), check.cardType, facts->chipRevision);
     const uint32_t layout = ReadFlashImageILT(adapter, mbi.data(), uint32_t(mbi.size()), check.cardType);
     if (layout == 0) {
-        Inform(Format("Flash image file %s is compatible with HBA %u (%s)", path, facts->instance, facts->model.c_str()));
+        Inform(
+            Format("Flash image file %s is compatible with HBA %u (%s)", path, facts->instance, facts->model.c_str()));
         return 0;
     }
     if (layout == FLASH_LAYOUT_MISMATCH) {
@@ -375,19 +352,14 @@ VTAPI_EXPORT uint32_t AnalyzeFlashImageFile(const AdapterEntry *adapter, const c
     return layout;
 }
 
-VTAPI_EXPORT uint32_t GetFlashImageComponentVersion(const uint8_t *image, uint32_t size,
-                                                    const AdapterEntry *adapter) {
+VTAPI_EXPORT uint32_t GetFlashImageComponentVersion(const uint8_t *image, uint32_t size, const AdapterEntry *adapter) {
     const std::optional<AdapterFacts> facts = FactsOf(adapter);
-    if (!facts)
-        return FLASH_ST_NO_ADAPTER;
-    if (image == nullptr)
-        return FLASH_ST_ILT_TOO_SMALL;
+    if (!facts) return FLASH_ST_NO_ADAPTER;
+    if (image == nullptr) return FLASH_ST_ILT_TOO_SMALL;
     VTAPI_FlashImageVersion versions{};
     const ImageCheck check = CheckImageForAdapter(*facts, adapter, MultiImageOf(Bytes(image, size)), &versions);
-    if (check.stage != ImageCheck::kPassed)
-        return check.status;
-    for (const std::string &line : VersionLines(versions))
-        Print(line);
+    if (check.stage != ImageCheck::kPassed) return check.status;
+    for (const std::string &line : VersionLines(versions)) Print(line);
     return 0;
 }
 

@@ -31,16 +31,15 @@ enum AdapterTypeCode : uint8_t {
 
 struct ModelRule {
     const char *model;
-    bool exact;             // matched exactly, else as a substring of the hardware type
-    bool accepts;           // the codes are the ones accepted, else the ones refused
+    bool exact;    // matched exactly, else as a substring of the hardware type
+    bool accepts;  // the codes are the ones accepted, else the ones refused
     std::bitset<64> codes;
-    bool logSsid;           // a refusal is logged as an invalid subsystem
+    bool logSsid;  // a refusal is logged as an invalid subsystem
 };
 
 constexpr unsigned long long Codes(std::initializer_list<int> list) {
     unsigned long long bits = 0;
-    for (int c : list)
-        bits |= 1ull << c;
+    for (int c : list) bits |= 1ull << c;
     return bits;
 }
 
@@ -65,8 +64,7 @@ const ModelRule kModelRules[] = {
 
 const ModelRule *FindRule(std::string_view hwType) {
     for (const ModelRule &r : kModelRules)
-        if (r.exact ? hwType == r.model : hwType.find(r.model) != std::string_view::npos)
-            return &r;
+        if (r.exact ? hwType == r.model : hwType.find(r.model) != std::string_view::npos) return &r;
     return nullptr;
 }
 
@@ -75,8 +73,7 @@ const ModelRule *FindRule(std::string_view hwType) {
 extern "C" {
 
 VTAPI_EXPORT uint32_t Validate(const uint8_t *image, uint32_t size, const char *hwType, uint32_t offset) {
-    if (image == nullptr || hwType == nullptr)
-        return FLASH_ST_WRONG_ADAPTER;
+    if (image == nullptr || hwType == nullptr) return FLASH_ST_WRONG_ADAPTER;
     const std::string_view hw(hwType, strnlen(hwType, 6));
     uint8_t adapterIsp[4] = {};
     std::memcpy(adapterIsp, hw.data(), std::min<size_t>(hw.size(), 4));

@@ -20,15 +20,12 @@ bool Has(Bytes b, size_t end) { return b.size() >= end; }
 std::optional<std::string> FromLayoutTable(uint32_t type, Bytes ilt) {
     const uint32_t size = uint32_t(ilt.size());
     const ILT_Header_t *h = size >= sizeof(ILT_Header_t) ? reinterpret_cast<const ILT_Header_t *>(ilt.data()) : nullptr;
-    if (h == nullptr || !vtfuILT_Header_CompareSignature(h))
-        return std::nullopt;
+    if (h == nullptr || !vtfuILT_Header_CompareSignature(h)) return std::nullopt;
     const int64_t last = int64_t(vtfuILT_Header_GetNumOfRegionEntries(h)) - 2;
     for (int64_t i = 0; i <= last; ++i) {
         const ILT_Region_t *e = vtfuILT_Region_GetRegionByIndex(ilt.data(), size, uint32_t(i));
-        if (e == nullptr)
-            break;
-        if (RegionType(*e) == type)
-            return Text("%02d.%02d.%02d", e->Version[0], e->Version[1], e->Version[2]);
+        if (e == nullptr) break;
+        if (RegionType(*e) == type) return Text("%02d.%02d.%02d", e->Version[0], e->Version[1], e->Version[2]);
     }
     return std::nullopt;
 }
@@ -39,17 +36,14 @@ std::vector<std::string> VersionLines(const VTAPI_FlashImageVersion &v) {
     std::vector<std::string> lines;
     auto has = [&](uint32_t bit) { return (v.Present & bit) != 0; };
     auto three = [&](uint32_t bit, const char *format, const uint8_t *f) {
-        if (has(bit))
-            lines.push_back(Text(format, f[0], f[1], f[2]));
+        if (has(bit)) lines.push_back(Text(format, f[0], f[1], f[2]));
     };
     auto four = [&](uint32_t bit, const char *format, const uint8_t *f) {
-        if (has(bit))
-            lines.push_back(Text(format, f[0], f[1], f[2], f[3]));
+        if (has(bit)) lines.push_back(Text(format, f[0], f[1], f[2], f[3]));
     };
     // Boot code carries major and minor; the third field is printed as 0.
     auto boot = [&](uint32_t bit, const char *format, const uint8_t *f) {
-        if (has(bit))
-            lines.push_back(Text(format, f[0], f[1], 0));
+        if (has(bit)) lines.push_back(Text(format, f[0], f[1], 0));
     };
     three(VTAPI_FLASH_HAS_FIRMWARE, "Firmware version: %d.%d.%d", v.Firmware);
     three(VTAPI_FLASH_HAS_FCOE_FIRMWARE, "FCoE Firmware version: %d.%d.%d", v.FcoeFirmware);
@@ -82,8 +76,7 @@ std::optional<std::string> ComponentVersionText(uint32_t type, Bytes r, Bytes fl
     switch (type) {
     case VTFU_REGION_FW:
     case VTFU_REGION_FCOE_FW:
-        if (Has(r, 28))
-            return Text("%d.%02d.%02d", int(Be32(&r[16])), int(Be32(&r[20])), int(Be32(&r[24]) & 0xFF));
+        if (Has(r, 28)) return Text("%d.%02d.%02d", int(Be32(&r[16])), int(Be32(&r[20])), int(Be32(&r[24]) & 0xFF));
         break;
     case VTFU_REGION_BOOT_CODE:
     case VTFU_REGION_BOOT_CODE_EXP:
@@ -101,23 +94,19 @@ std::optional<std::string> ComponentVersionText(uint32_t type, Bytes r, Bytes fl
         break;
     case VTFU_REGION_PEP_FW:
     case VTFU_REGION_PEP_SOFTROM:
-        if (Has(r, 80))
-            return Text("%02d.%02d.%02d.%02d", r[79], r[78], r[77], r[76]);
+        if (Has(r, 80)) return Text("%02d.%02d.%02d.%02d", r[79], r[78], r[77], r[76]);
         break;
     case VTFU_REGION_PEP_BOARD_CONFIG:
-        if (Has(r, 8))
-            return Text("%02d.%02d.%02d.%02d", r[7], r[6], r[5], r[4]);
+        if (Has(r, 8)) return Text("%02d.%02d.%02d.%02d", r[7], r[6], r[5], r[4]);
         break;
     case VTFU_REGION_MPI_FW:
     case VTFU_REGION_MPI_FW_2:
     case VTFU_REGION_MPI_SOFTROM:
-        if (Has(r, 28))
-            return Text("%02d.%02d.%02d", r[19], r[23], r[27]);
+        if (Has(r, 28)) return Text("%02d.%02d.%02d", r[19], r[23], r[27]);
         break;
     case VTFU_REGION_EDC_FW:
     case VTFU_REGION_MPI_FW_FCOE:
-        if (Has(r, 36))
-            return Text("%d.%d.%d", r[17], r[18], r[19]);
+        if (Has(r, 36)) return Text("%d.%d.%d", r[17], r[18], r[19]);
         break;
     case VTFU_REGION_CRBINIT:
     case VTFU_REGION_BOOTLOADER:
@@ -129,15 +118,14 @@ std::optional<std::string> ComponentVersionText(uint32_t type, Bytes r, Bytes fl
         break;
     case VTFU_REGION_TERN_FW:
     case VTFU_REGION_NIC_FW:
-        if (Has(r, 16) && Le32(r.data()) == VTFU_NIC_FW_SIGNATURE)
-            return Text("%d.%d.%d", r[4], r[5], r[6]);
+        if (Has(r, 16) && Le32(r.data()) == VTFU_NIC_FW_SIGNATURE) return Text("%d.%d.%d", r[4], r[5], r[6]);
         break;
     case VTFU_REGION_FLASH_ILT:
-        if (Has(r, sizeof(ILT_Header_t)) && vtfuILT_Header_CompareSignature(reinterpret_cast<const ILT_Header_t *>(r.data())))
+        if (Has(r, sizeof(ILT_Header_t)) &&
+            vtfuILT_Header_CompareSignature(reinterpret_cast<const ILT_Header_t *>(r.data())))
             return Text("%d.%02d.%02d", r[13], r[14], r[15]);
         break;
-    default:
-        break;
+    default: break;
     }
     return FromLayoutTable(type, flashIlt);
 }

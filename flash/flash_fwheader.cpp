@@ -35,8 +35,7 @@ uint32_t CopyEdcHeader(const char *name, const uint8_t *image, uint32_t size, co
 // word, and the version of the region entry.
 uint32_t ValidateEdcLike(const char *name, const VTFU_EdcFirmwareHeader *header, const ILT_Region_t *entry,
                          bool signature, uint32_t type) {
-    if (header == nullptr)
-        return 0;
+    if (header == nullptr) return 0;
     if (signature && Le32(header->Signature) != VTFU_EDC_SIGNATURE) {
         vtfuLogMessage(1, "%s: Signature mismatch (0x%08x)", name, Le32(header->Signature));
         return 0;
@@ -56,13 +55,13 @@ uint32_t ValidateTrailer(const char *name, uint32_t signature, const uint8_t *co
         vtfuLogMessage(1, "%s: component too short for its trailer (%u bytes)", name, length);
         return 0;
     }
-    const auto *trailer = reinterpret_cast<const VTFU_ComponentTrailer *>(component + length - sizeof(VTFU_ComponentTrailer));
+    const auto *trailer =
+        reinterpret_cast<const VTFU_ComponentTrailer *>(component + length - sizeof(VTFU_ComponentTrailer));
     if (Le32(trailer->Signature) != signature) {
         vtfuLogMessage(1, "%s: Signature mismatch (0x%08x)", name, Le32(trailer->Signature));
         return 0;
     }
-    if (version != nullptr)
-        std::memcpy(version, trailer->Version, 3);
+    if (version != nullptr) std::memcpy(version, trailer->Version, 3);
     if (vtfuHLPR_Sum32(component, length / 4) != 0) {
         vtfuLogMessage(1, "%s: Checksum failed", name);
         return 0;
@@ -76,8 +75,7 @@ using TrailerCheck = uint32_t (*)(const uint8_t *, uint32_t, uint8_t *);
 uint32_t ValidateTrailerImage(TrailerCheck check, const uint8_t *image, uint32_t size, const ILT_Region_t *entry,
                               uint8_t *version) {
     const std::optional<Bytes> c = image != nullptr ? Component(Bytes(image, size), entry) : std::nullopt;
-    if (!c)
-        return 0;
+    if (!c) return 0;
     return check(c->data(), uint32_t(c->size()), version);
 }
 
@@ -99,14 +97,10 @@ VTAPI_EXPORT uint32_t vtfuGetFirmwareHeader(const uint8_t *image, uint32_t size,
 
 VTAPI_EXPORT void vtfuGetRiscVersion(const VTFU_RiscFirmwareHeader *header, uint32_t *major, uint32_t *minor,
                                      uint32_t *subMinor) {
-    if (header == nullptr)
-        return;
-    if (major != nullptr)
-        *major = Be32(header->Major);
-    if (minor != nullptr)
-        *minor = Be32(header->Minor);
-    if (subMinor != nullptr)
-        *subMinor = Be32(header->SubMinor);
+    if (header == nullptr) return;
+    if (major != nullptr) *major = Be32(header->Major);
+    if (minor != nullptr) *minor = Be32(header->Minor);
+    if (subMinor != nullptr) *subMinor = Be32(header->SubMinor);
 }
 
 VTAPI_EXPORT void vtfuPrintFirmwareHeader(const VTFU_RiscFirmwareHeader *header) {
@@ -118,8 +112,7 @@ VTAPI_EXPORT void vtfuPrintFirmwareHeader(const VTFU_RiscFirmwareHeader *header)
 
 VTAPI_EXPORT uint32_t vtfuValidateFirmware(const VTFU_RiscFirmwareHeader *header, const ILT_Region_t *entry,
                                            uint32_t attribute) {
-    if (header == nullptr || entry == nullptr)
-        return 0;
+    if (header == nullptr || entry == nullptr) return 0;
     uint32_t major = 0, minor = 0, subMinor = 0;
     vtfuGetRiscVersion(header, &major, &minor, &subMinor);
     if (major != entry->Version[0] || minor != entry->Version[1] || (subMinor & 0xFF) != entry->Version[2]) {
@@ -138,8 +131,7 @@ VTAPI_EXPORT uint32_t vtfuValidateFirmware(const VTFU_RiscFirmwareHeader *header
 VTAPI_EXPORT uint32_t vtfuValidateRiscFirmwareImage(const uint8_t *image, uint32_t size, const ILT_Region_t *entry,
                                                     uint32_t attribute) {
     VTFU_RiscFirmwareHeader header;
-    if (vtfuGetFirmwareHeader(image, size, entry, &header) != VTFU_OK)
-        return 0;
+    if (vtfuGetFirmwareHeader(image, size, entry, &header) != VTFU_OK) return 0;
     vtfuPrintFirmwareHeader(&header);
     return vtfuValidateFirmware(&header, entry, attribute);
 }
@@ -173,8 +165,7 @@ VTAPI_EXPORT uint32_t vtfuValidateMpiConfigParamImage(const uint8_t *image, uint
         vtfuLogMessage(1, "vtfuValidateMpiConfigParamImage: ERROR_MEMORY_ALLOC_FAILURE");
         return VTFU_MEMORY_ALLOC_FAILURE;
     }
-    if (!c->empty())
-        std::memcpy(buffer.get(), c->data(), c->size());
+    if (!c->empty()) std::memcpy(buffer.get(), c->data(), c->size());
     if (Le32(buffer.get()) != VTFU_MPI_CONFIG_SIGNATURE) {
         vtfuLogMessage(1, "Unable to validate Mpi config param image (Signature mismatched)");
         return VTFU_BUFFER_TOO_SMALL;
@@ -187,8 +178,7 @@ VTAPI_EXPORT uint32_t vtfuValidateMpiConfigParamImage(const uint8_t *image, uint
 }
 
 VTAPI_EXPORT uint32_t vtfuVerifyMpiCfgParamsHeaderChkSum(uint8_t *buffer, uint32_t size) {
-    if (buffer == nullptr || size < VTFU_MPI_CONFIG_SUMMED)
-        return 0;
+    if (buffer == nullptr || size < VTFU_MPI_CONFIG_SUMMED) return 0;
     const uint32_t stored = Le32(buffer + 4);
     std::memset(buffer + 4, 0, 4);
     return vtfuHLPR_Sum32(buffer, VTFU_MPI_CONFIG_SUMMED / 4) == stored ? 1 : 0;
@@ -230,8 +220,7 @@ VTAPI_EXPORT uint32_t vtfuValidateNicFirmware(const uint8_t *component, uint32_t
         vtfuLogMessage(1, "vtfuValidateNicFirmware: Signature mismatch (0x%08x)", Le32(component));
         return 0;
     }
-    if (version != nullptr)
-        std::memcpy(version, component + 4, 3);
+    if (version != nullptr) std::memcpy(version, component + 4, 3);
     const uint32_t covered = Le32(component + 12);
     if (covered < kNicHeaderSize || covered > length) {
         vtfuLogMessage(1, "vtfuValidateNicFirmware: header length %u outside the component (%u bytes)", covered,

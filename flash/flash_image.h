@@ -31,27 +31,27 @@ extern "C" {
 /* ------------------------------------------------------------ statuses */
 #define VTFU_OK                      0u
 #define VTFU_MEMORY_ALLOC_FAILURE    4u
-#define VTFU_BUFFER_TOO_SMALL        5u   /* also: no matching card type */
+#define VTFU_BUFFER_TOO_SMALL        5u /* also: no matching card type */
 #define VTFU_ILT_SIGNATURE_MISMATCH  6u
 #define VTFU_ILT_UNSUPPORTED_VERSION 25u
 #define VTFU_CHIP_REVISION_NOT_FOUND 26u
 #define VTFU_NONE                    0xFFFFFFFFu
 
 /* Statuses of the validation paths. */
-#define FLASH_ST_NO_ADAPTER          7u
-#define FLASH_ST_CORRUPTED           6u
-#define FLASH_ST_INCOMPATIBLE        5u
-#define FLASH_ST_WRONG_ADAPTER       10u
-#define FLASH_ST_BAD_CHECKSUM        12u
-#define FLASH_ST_NO_MEMORY           115u
-#define FLASH_ST_NOT_SUPPORTED       121u
-#define FLASH_ST_ILT_SIGNATURE       450u
-#define FLASH_ST_ILT_TOO_SMALL       451u  /* also: no matching card type */
-#define FLASH_ST_REGION_MISSING      505u
-#define FLASH_ST_ILT_VERSION         506u
-#define FLASH_ST_ILT_UNREADABLE      507u
+#define FLASH_ST_NO_ADAPTER     7u
+#define FLASH_ST_CORRUPTED      6u
+#define FLASH_ST_INCOMPATIBLE   5u
+#define FLASH_ST_WRONG_ADAPTER  10u
+#define FLASH_ST_BAD_CHECKSUM   12u
+#define FLASH_ST_NO_MEMORY      115u
+#define FLASH_ST_NOT_SUPPORTED  121u
+#define FLASH_ST_ILT_SIGNATURE  450u
+#define FLASH_ST_ILT_TOO_SMALL  451u /* also: no matching card type */
+#define FLASH_ST_REGION_MISSING 505u
+#define FLASH_ST_ILT_VERSION    506u
+#define FLASH_ST_ILT_UNREADABLE 507u
 /* ReadFlashImageILT: the file's regions do not fit the adapter's flash. */
-#define FLASH_LAYOUT_MISMATCH        0x208u
+#define FLASH_LAYOUT_MISMATCH 0x208u
 
 /* Region type codes that the validators name. */
 #define VTFU_REGION_FW               0x01u
@@ -83,58 +83,58 @@ extern "C" {
 #define VTFU_REGION_PCIE_SERDES      0x102u
 #define VTFU_REGION_FC_SOFTROM       0x103u
 /* The region of the adapter's flash that holds its image layout table. */
-#define VTFU_REGION_FLASH_ILT        0x8Eu
-#define VTFU_REGION_FLASH_MEMO       0x9Au  /* memo block: what the last update wrote */
+#define VTFU_REGION_FLASH_ILT  0x8Eu
+#define VTFU_REGION_FLASH_MEMO 0x9Au /* memo block: what the last update wrote */
 
 /* Expected firmware attribute words and header constants. */
-#define VTFU_FW_ATTR_GENERIC         8u
-#define VTFU_FW_ATTR_ORLA_FC         32u
-#define VTFU_FW_ATTR_ORLA_FCOE       16u
-#define VTFU_FW_ATTR_WREN            64u
-#define VTFU_EDC_SIGNATURE           0x5555BBBBu
-#define VTFU_EDC_TYPE                0x20000008u
-#define VTFU_MPI_TYPE                0x10000008u
-#define VTFU_MPI_CONFIG_SIGNATURE    0x4D504346u   /* the bytes "FCPM" */
-#define VTFU_MPI_CONFIG_BUFFER       (64u * 1024u)
-#define VTFU_MPI_CONFIG_SUMMED       1280u
-#define VTFU_CRBINIT_SIGNATURE       0x40400000u
-#define VTFU_PEGTUNE_SIGNATURE       0x40400001u
-#define VTFU_BOOTLOADER_SIGNATURE    0x40400002u
-#define VTFU_NIC_FW_SIGNATURE        0x40400003u
-#define VTFU_KITE_SIGNATURE          0x534B3830u   /* the bytes "08KS" */
-#define VTFU_TERN_BAD_FLT_OFFSET     0x3F1000u
-#define VTFU_MAKER_VENDOR_ID         0x1077u
+#define VTFU_FW_ATTR_GENERIC      8u
+#define VTFU_FW_ATTR_ORLA_FC      32u
+#define VTFU_FW_ATTR_ORLA_FCOE    16u
+#define VTFU_FW_ATTR_WREN         64u
+#define VTFU_EDC_SIGNATURE        0x5555BBBBu
+#define VTFU_EDC_TYPE             0x20000008u
+#define VTFU_MPI_TYPE             0x10000008u
+#define VTFU_MPI_CONFIG_SIGNATURE 0x4D504346u /* the bytes "FCPM" */
+#define VTFU_MPI_CONFIG_BUFFER    (64u * 1024u)
+#define VTFU_MPI_CONFIG_SUMMED    1280u
+#define VTFU_CRBINIT_SIGNATURE    0x40400000u
+#define VTFU_PEGTUNE_SIGNATURE    0x40400001u
+#define VTFU_BOOTLOADER_SIGNATURE 0x40400002u
+#define VTFU_NIC_FW_SIGNATURE     0x40400003u
+#define VTFU_KITE_SIGNATURE       0x534B3830u /* the bytes "08KS" */
+#define VTFU_TERN_BAD_FLT_OFFSET  0x3F1000u
+#define VTFU_MAKER_VENDOR_ID      0x1077u
 
 /* --------------------------------------------------- image layout table */
-#define VTFU_ILT_SLOT          32u
-#define VTFU_ILT_MAX_REGIONS   256u
-#define VTFU_ILT_MAX_CARDS     1024u
+#define VTFU_ILT_SLOT        32u
+#define VTFU_ILT_MAX_REGIONS 256u
+#define VTFU_ILT_MAX_CARDS   1024u
 
 typedef struct ILT_Header_t {
-    char    Signature[4];          /* "VFIM" or "VILT" */
+    char Signature[4]; /* "VFIM" or "VILT" */
     uint8_t TableVersion[2];
-    uint8_t TableLength[2];        /* bytes of the whole table */
+    uint8_t TableLength[2]; /* bytes of the whole table */
     uint8_t TableCheckSum[2];
     uint8_t NumOfRegionEntries[2]; /* N: region entries plus the time stamp */
     uint8_t Reserved12;
-    uint8_t ImageVersion[3];       /* major, minor, sub-minor */
+    uint8_t ImageVersion[3]; /* major, minor, sub-minor */
     uint8_t BuildMonth;
     uint8_t BuildDay;
     uint8_t BuildYear[2];
     uint8_t Reserved20;
     uint8_t FFVVersion[4];
-    uint8_t ActivationLevel;       /* read from table version 5 on */
+    uint8_t ActivationLevel; /* read from table version 5 on */
     uint8_t Reserved26[6];
 } ILT_Header_t;
 
 typedef struct ILT_Region_t {
     uint8_t RegionType[2];
     uint8_t Reserved2;
-    uint8_t Version[3];            /* major, minor, sub-minor */
-    uint8_t Offset[4];             /* two 16-bit halves, low half first */
-    uint8_t Length[4];             /* likewise */
-    uint8_t CardType[2];           /* card-type bit mask, 0: every card */
-    uint8_t ChipRevision[2];       /* 0: any revision */
+    uint8_t Version[3];      /* major, minor, sub-minor */
+    uint8_t Offset[4];       /* two 16-bit halves, low half first */
+    uint8_t Length[4];       /* likewise */
+    uint8_t CardType[2];     /* card-type bit mask, 0: every card */
+    uint8_t ChipRevision[2]; /* 0: any revision */
     uint8_t Reserved18[14];
 } ILT_Region_t;
 
@@ -145,7 +145,7 @@ typedef struct ILT_Timestamp_t {
     uint8_t Day;
     uint8_t Hour;
     uint8_t Minute;
-    uint8_t Marker[2];             /* 0x1400 after an update */
+    uint8_t Marker[2]; /* 0x1400 after an update */
     uint8_t Reserved14[18];
 } ILT_Timestamp_t;
 
@@ -155,7 +155,7 @@ typedef struct ILT_CardTypeHeader_t {
 } ILT_CardTypeHeader_t;
 
 typedef struct ILT_CardTypeList_t {
-    uint8_t CardType[2];           /* 0: the default list */
+    uint8_t CardType[2]; /* 0: the default list */
     uint8_t NoEntriesInList[2];
     uint8_t Reserved4[4];
 } ILT_CardTypeList_t;
@@ -163,64 +163,64 @@ typedef struct ILT_CardTypeList_t {
 typedef struct ILT_CardTypeList_Entry_t {
     uint8_t VendorId[2];
     uint8_t DeviceId[2];
-    uint8_t SubVendorId[2];        /* 0xFFFF: any */
-    uint8_t SubDeviceId[2];        /* 0xFFFF: any */
+    uint8_t SubVendorId[2]; /* 0xFFFF: any */
+    uint8_t SubDeviceId[2]; /* 0xFFFF: any */
 } ILT_CardTypeList_Entry_t;
 
 /* Flash layout table locator. */
 typedef struct FLTDS_t {
-    char    Signature[4];          /* "VFLT" */
-    uint8_t FltOffset[4];          /* two 16-bit halves, low half first */
+    char Signature[4];    /* "VFLT" */
+    uint8_t FltOffset[4]; /* two 16-bit halves, low half first */
     uint8_t Rest[8];
 } FLTDS_t;
 
 /* ------------------------------------------------ component headers */
-typedef struct VTFU_RiscFirmwareHeader {  /* first 120 bytes of the component */
+typedef struct VTFU_RiscFirmwareHeader { /* first 120 bytes of the component */
     uint8_t Reserved0[16];
-    uint8_t Major[4];              /* big-endian */
-    uint8_t Minor[4];              /* big-endian */
-    uint8_t SubMinor[4];           /* big-endian, low byte shown */
+    uint8_t Major[4];    /* big-endian */
+    uint8_t Minor[4];    /* big-endian */
+    uint8_t SubMinor[4]; /* big-endian, low byte shown */
     uint8_t Reserved28[4];
-    uint8_t Attributes[4];         /* big-endian */
+    uint8_t Attributes[4]; /* big-endian */
     uint8_t Reserved36[84];
 } VTFU_RiscFirmwareHeader;
 #define VTFU_RISC_HEADER_SIZE 120u
 
-typedef struct VTFU_EdcFirmwareHeader {   /* EDC PHY and MPI firmware: 36 bytes */
-    uint8_t Signature[4];          /* EDC only: 0x5555BBBB */
+typedef struct VTFU_EdcFirmwareHeader { /* EDC PHY and MPI firmware: 36 bytes */
+    uint8_t Signature[4];               /* EDC only: 0x5555BBBB */
     uint8_t Reserved4[12];
-    uint8_t Version[4];            /* bytes 1, 2, 3: major, minor, sub-minor */
+    uint8_t Version[4]; /* bytes 1, 2, 3: major, minor, sub-minor */
     uint8_t Reserved20[12];
-    uint8_t Type[4];               /* big-endian */
+    uint8_t Type[4]; /* big-endian */
 } VTFU_EdcFirmwareHeader;
 
-typedef struct VTFU_ComponentTrailer {    /* last 32 bytes of CRBinit, pegtune, bootloader */
+typedef struct VTFU_ComponentTrailer { /* last 32 bytes of CRBinit, pegtune, bootloader */
     uint8_t Signature[4];
     uint8_t Version[3];
     uint8_t Reserved7[25];
 } VTFU_ComponentTrailer;
 
 /* ------------------------------------------- PCI expansion-ROM images */
-typedef struct PCI_ROM_HEADER {           /* 32 bytes read */
-    uint8_t Signature[2];          /* 0x55 0xAA */
-    uint8_t SizeUnits;             /* 512-byte units, a signed byte */
+typedef struct PCI_ROM_HEADER { /* 32 bytes read */
+    uint8_t Signature[2];       /* 0x55 0xAA */
+    uint8_t SizeUnits;          /* 512-byte units, a signed byte */
     uint8_t Reserved3[0x15];
-    uint8_t DataOffset[2];         /* offset of the PCI data structure */
+    uint8_t DataOffset[2]; /* offset of the PCI data structure */
     uint8_t Reserved1A[6];
 } PCI_ROM_HEADER;
 
-typedef struct PCI_DATA_STRUCTURE {       /* 32 bytes read */
-    char    Signature[4];          /* "PCIR" */
+typedef struct PCI_DATA_STRUCTURE { /* 32 bytes read */
+    char Signature[4];              /* "PCIR" */
     uint8_t VendorId[2];
     uint8_t DeviceId[2];
     uint8_t Reserved8[2];
     uint8_t Length[2];
     uint8_t StructRevision;
     uint8_t ClassCode[3];
-    uint8_t ImageLength[2];        /* 512-byte units */
-    uint8_t CodeRevision[2];       /* high byte major, low byte minor */
+    uint8_t ImageLength[2];  /* 512-byte units */
+    uint8_t CodeRevision[2]; /* high byte major, low byte minor */
     uint8_t CodeType;
-    uint8_t Indicator;             /* bit 7: last image */
+    uint8_t Indicator; /* bit 7: last image */
     uint8_t Reserved16[10];
 } PCI_DATA_STRUCTURE;
 
@@ -265,25 +265,23 @@ VTAPI_EXPORT void vtfuILT_Header_GetImageVersionNoSeparator(const ILT_Header_t *
  * or the entry does not lie within the table's size bytes. */
 VTAPI_EXPORT const ILT_Region_t *vtfuILT_Region_GetRegionByIndex(const uint8_t *table, uint32_t size, uint32_t index);
 VTAPI_EXPORT const ILT_Timestamp_t *vtfuILT_Region_GetTimeStampEntry(const uint8_t *table, uint32_t size);
-VTAPI_EXPORT const ILT_CardTypeHeader_t *vtfuILT_CardType_Header_GetCardListHeader(const uint8_t *table,
-                                                                                   uint32_t size);
+VTAPI_EXPORT const ILT_CardTypeHeader_t *vtfuILT_CardType_Header_GetCardListHeader(const uint8_t *table, uint32_t size);
 /* Number of card-type lists; 0 when the section does not lie within size. */
 VTAPI_EXPORT uint32_t vtfuILT_CardType_Header_GetNumOfCardTypeList(const uint8_t *table, uint32_t size);
 /* List `index` (whose entries follow it), or null when index is not below
  * the list count (list 0 is returned even for a count of 0) or the list
  * header does not lie within size. */
-VTAPI_EXPORT const ILT_CardTypeList_t *vtfuILT_CardTypeList_GetCardTypeListByIndex(const uint8_t *table,
-                                                                                   uint32_t size, uint32_t index);
+VTAPI_EXPORT const ILT_CardTypeList_t *vtfuILT_CardTypeList_GetCardTypeListByIndex(const uint8_t *table, uint32_t size,
+                                                                                   uint32_t index);
 VTAPI_EXPORT uint32_t vtfuILT_CardTypeList_CompareSignature(const ILT_CardTypeList_Entry_t *entry, uint16_t did,
                                                             uint16_t ssdid, uint16_t ssvid);
 VTAPI_EXPORT uint32_t vtfuILT_CardTypeList_SearchSignatureInDefaultCardList(const uint8_t *table, uint32_t size,
                                                                             uint16_t did, uint16_t ssdid,
                                                                             uint16_t ssvid);
-VTAPI_EXPORT uint32_t vtfuILT_CardTypeList_GetMyCardTypeFromCardList(const uint8_t *table, uint32_t size,
-                                                                     uint16_t did, uint16_t ssdid, uint16_t ssvid);
+VTAPI_EXPORT uint32_t vtfuILT_CardTypeList_GetMyCardTypeFromCardList(const uint8_t *table, uint32_t size, uint16_t did,
+                                                                     uint16_t ssdid, uint16_t ssvid);
 VTAPI_EXPORT uint32_t vtfuILT_TernCardTypeList_GetMyCardTypeFromCardList(const uint8_t *table, uint32_t size,
-                                                                         uint16_t did, uint16_t ssdid,
-                                                                         uint16_t ssvid);
+                                                                         uint16_t did, uint16_t ssdid, uint16_t ssvid);
 /* 1 when the table's structure fits in size bytes. */
 VTAPI_EXPORT uint32_t vtfuILT_ValidateILTHeader(const uint8_t *table, uint32_t size);
 VTAPI_EXPORT uint32_t vtfuCardTypeCompare(uint32_t a, uint32_t b);
@@ -352,8 +350,7 @@ VTAPI_EXPORT uint32_t vtfuGetHeaderAndData(const uint8_t *image, uint32_t size, 
                                            PCI_DATA_STRUCTURE *data);
 /* Reads the ROM header at offset of the file and the PCI data structure it
  * points to: 1, or 0 with a message. */
-VTAPI_EXPORT uint32_t vtfuGetFileImageHeader(FILE *file, PCI_ROM_HEADER *header, PCI_DATA_STRUCTURE *data,
-                                             long offset);
+VTAPI_EXPORT uint32_t vtfuGetFileImageHeader(FILE *file, PCI_ROM_HEADER *header, PCI_DATA_STRUCTURE *data, long offset);
 /* The byte after the last image of the chain at image, or null when the
  * chain breaks before a last image or leaves the buffer. */
 VTAPI_EXPORT const uint8_t *vtfuGetBootCodeEnd(const uint8_t *image, uint32_t size);
@@ -375,10 +372,10 @@ VTAPI_EXPORT void vtfuPrintDataStructure(uint32_t index, const PCI_DATA_STRUCTUR
 VTAPI_EXPORT uint32_t Validate(const uint8_t *image, uint32_t size, const char *hwType, uint32_t offset);
 /* Multi-image file against the adapter: 0 or a FLASH_ST_ status. */
 VTAPI_EXPORT uint32_t AnalyzeFlashImageFile(const AdapterEntry *adapter, const char *path, uint32_t size);
-VTAPI_EXPORT uint32_t ValidateKiteILTImageHeader(uint16_t ssdid, uint16_t ssvid, const uint8_t *table,
-                                                 uint32_t size, uint32_t chipRevision);
-VTAPI_EXPORT uint32_t ValidateWrenILTImageHeader(uint16_t ssdid, uint16_t ssvid, const uint8_t *table,
-                                                 uint32_t size, uint32_t chipRevision);
+VTAPI_EXPORT uint32_t ValidateKiteILTImageHeader(uint16_t ssdid, uint16_t ssvid, const uint8_t *table, uint32_t size,
+                                                 uint32_t chipRevision);
+VTAPI_EXPORT uint32_t ValidateWrenILTImageHeader(uint16_t ssdid, uint16_t ssvid, const uint8_t *table, uint32_t size,
+                                                 uint32_t chipRevision);
 /* 0, or the complement of a small code. */
 VTAPI_EXPORT uint32_t ValidateImageChipRevision(const ILT_Region_t *entry, uint32_t adapterRevision);
 /* Component validators of one region entry: 0 valid, else the complement of
@@ -409,8 +406,7 @@ VTAPI_EXPORT uint32_t HowManyImagesForCardTypeGeneric(const uint8_t *table, uint
                                                       uint32_t chipRevision);
 /* Prints (scfxPrint) the versions of the components meant for the card:
  * 0, or the status of the failed validation. */
-VTAPI_EXPORT uint32_t GetFlashImageComponentVersion(const uint8_t *image, uint32_t size,
-                                                    const AdapterEntry *adapter);
+VTAPI_EXPORT uint32_t GetFlashImageComponentVersion(const uint8_t *image, uint32_t size, const AdapterEntry *adapter);
 /* Compares the regions of the image meant for the card with the adapter's
  * flash layout: 0, FLASH_LAYOUT_MISMATCH, or 1 when the layout cannot be
  * read. */
@@ -423,9 +419,8 @@ VTAPI_EXPORT uint32_t vtfuValidateILTImageHeader(uint16_t did, uint16_t ssdid, u
 VTAPI_EXPORT uint32_t vtfuValidateILTChipVersion(uint32_t chipRevision, const uint8_t *table, uint32_t size);
 /* Components meant for the card of a NIC-family adapter (device ID did):
  * their number, or the failing component's code (complement). */
-VTAPI_EXPORT uint32_t vtfuValidateImageComponents(const uint8_t *image, uint32_t size, uint16_t did,
-                                                  uint32_t cardType, uint32_t chipRevision,
-                                                  VTAPI_FlashImageVersion *versions);
+VTAPI_EXPORT uint32_t vtfuValidateImageComponents(const uint8_t *image, uint32_t size, uint16_t did, uint32_t cardType,
+                                                  uint32_t chipRevision, VTAPI_FlashImageVersion *versions);
 
 #ifdef __cplusplus
 }  // extern "C"
@@ -447,8 +442,8 @@ inline uint32_t Le32(const uint8_t *p) {
            static_cast<uint32_t>(p[3]) << 24;
 }
 inline uint32_t Be32(const uint8_t *p) {
-    return static_cast<uint32_t>(p[0]) << 24 | static_cast<uint32_t>(p[1]) << 16 |
-           static_cast<uint32_t>(p[2]) << 8 | static_cast<uint32_t>(p[3]);
+    return static_cast<uint32_t>(p[0]) << 24 | static_cast<uint32_t>(p[1]) << 16 | static_cast<uint32_t>(p[2]) << 8 |
+           static_cast<uint32_t>(p[3]);
 }
 
 // Fields of a region entry.
@@ -490,7 +485,7 @@ struct PldmPackage {
     uint32_t componentCount = 0;
     uint32_t componentOffset = 0;  // the first component image
     uint32_t componentSize = 0;
-    std::string version;           // package version string
+    std::string version;  // package version string
 };
 // The package header when the file starts with one whose structure and
 // header checksum hold, else nothing.

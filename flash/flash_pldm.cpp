@@ -22,8 +22,8 @@ constexpr Uuid kPackageIds[] = {
     {0x7B, 0x29, 0x1C, 0x99, 0x6D, 0xB6, 0x42, 0x08, 0x80, 0x1B, 0x02, 0x02, 0x6E, 0x46, 0x3C, 0x78},
 };
 
-constexpr size_t kFixedHeader = 36;   // identifier through the version string length
-constexpr size_t kComponentInfo = 22; // fixed part of a component image information entry
+constexpr size_t kFixedHeader = 36;    // identifier through the version string length
+constexpr size_t kComponentInfo = 22;  // fixed part of a component image information entry
 
 // A cursor over the header bytes that refuses to step outside them.
 class Reader {
@@ -31,27 +31,23 @@ public:
     explicit Reader(Bytes bytes) : bytes_(bytes) {}
     size_t pos() const { return pos_; }
     bool Skip(uint64_t n) {
-        if (n > bytes_.size() - pos_)
-            return false;
+        if (n > bytes_.size() - pos_) return false;
         pos_ += size_t(n);
         return true;
     }
     bool U8(uint32_t &v) {
-        if (bytes_.size() - pos_ < 1)
-            return false;
+        if (bytes_.size() - pos_ < 1) return false;
         v = bytes_[pos_++];
         return true;
     }
     bool U16(uint32_t &v) {
-        if (bytes_.size() - pos_ < 2)
-            return false;
+        if (bytes_.size() - pos_ < 2) return false;
         v = Le16(bytes_.data() + pos_);
         pos_ += 2;
         return true;
     }
     bool U32(uint32_t &v) {
-        if (bytes_.size() - pos_ < 4)
-            return false;
+        if (bytes_.size() - pos_ < 4) return false;
         v = Le32(bytes_.data() + pos_);
         pos_ += 4;
         return true;
@@ -65,12 +61,10 @@ private:
 // A device identification record (firmware device or downstream device):
 // its first field is its own length, which covers the whole record.
 bool SkipDeviceRecords(Reader &r, uint32_t &count) {
-    if (!r.U8(count))
-        return false;
+    if (!r.U8(count)) return false;
     for (uint32_t i = 0; i < count; ++i) {
         uint32_t length = 0;
-        if (!r.U16(length) || length < 2 || !r.Skip(length - 2))
-            return false;
+        if (!r.U16(length) || length < 2 || !r.Skip(length - 2)) return false;
     }
     return true;
 }
@@ -78,40 +72,31 @@ bool SkipDeviceRecords(Reader &r, uint32_t &count) {
 }  // namespace
 
 std::optional<PldmPackage> ParsePldmPackage(Bytes file) {
-    if (file.size() < kFixedHeader)
-        return std::nullopt;
+    if (file.size() < kFixedHeader) return std::nullopt;
     uint8_t revision = 0;
     for (size_t i = 0; i < std::size(kPackageIds); ++i)
-        if (std::memcmp(file.data(), kPackageIds[i].data(), 16) == 0)
-            revision = uint8_t(i + 1);
-    if (revision == 0 || file[16] != revision)
-        return std::nullopt;
+        if (std::memcmp(file.data(), kPackageIds[i].data(), 16) == 0) revision = uint8_t(i + 1);
+    if (revision == 0 || file[16] != revision) return std::nullopt;
 
     PldmPackage p;
     p.formatRevision = revision;
     p.headerSize = Le16(file.data() + 17);
-    if (p.headerSize < kFixedHeader + 4 || p.headerSize > file.size())
-        return std::nullopt;
+    if (p.headerSize < kFixedHeader + 4 || p.headerSize > file.size()) return std::nullopt;
     const Bytes header = file.first(p.headerSize);
     Reader r(header);
     r.Skip(32);  // identifier, revision, size, release date and time
     uint32_t bitmapBits = 0, versionType = 0, versionLength = 0;
-    if (!r.U16(bitmapBits) || bitmapBits % 8 != 0 || !r.U8(versionType) || !r.U8(versionLength))
-        return std::nullopt;
+    if (!r.U16(bitmapBits) || bitmapBits % 8 != 0 || !r.U8(versionType) || !r.U8(versionLength)) return std::nullopt;
     const size_t versionAt = r.pos();
-    if (!r.Skip(versionLength))
-        return std::nullopt;
+    if (!r.Skip(versionLength)) return std::nullopt;
     p.version.assign(reinterpret_cast<const char *>(header.data() + versionAt), versionLength);
 
     uint32_t downstream = 0;
-    if (!SkipDeviceRecords(r, p.deviceRecords))
-        return std::nullopt;
-    if (revision >= 2 && !SkipDeviceRecords(r, downstream))
-        return std::nullopt;
+    if (!SkipDeviceRecords(r, p.deviceRecords)) return std::nullopt;
+    if (revision >= 2 && !SkipDeviceRecords(r, downstream)) return std::nullopt;
 
     uint32_t components = 0;
-    if (!r.U16(components) || components == 0)
-        return std::nullopt;
+    if (!r.U16(components) || components == 0) return std::nullopt;
     p.componentCount = components;
     for (uint32_t i = 0; i < components; ++i) {
         uint32_t ignored = 0, offset = 0, size = 0, length = 0;
@@ -120,11 +105,9 @@ std::optional<PldmPackage> ParsePldmPackage(Bytes file) {
             return std::nullopt;
         if (revision >= 4) {
             uint32_t opaque = 0;
-            if (!r.U32(opaque) || !r.Skip(opaque))
-                return std::nullopt;
+            if (!r.U32(opaque) || !r.Skip(opaque)) return std::nullopt;
         }
-        if (uint64_t(offset) + size > file.size() || offset < p.headerSize)
-            return std::nullopt;
+        if (uint64_t(offset) + size > file.size() || offset < p.headerSize) return std::nullopt;
         if (i == 0) {
             p.componentOffset = offset;
             p.componentSize = size;
@@ -132,8 +115,7 @@ std::optional<PldmPackage> ParsePldmPackage(Bytes file) {
     }
     uint32_t checksum = 0;
     const size_t covered = r.pos();
-    if (!r.U32(checksum) || vtapi_crc(header.data(), uint32_t(covered)) != checksum)
-        return std::nullopt;
+    if (!r.U32(checksum) || vtapi_crc(header.data(), uint32_t(covered)) != checksum) return std::nullopt;
     return p;
 }
 

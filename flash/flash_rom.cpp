@@ -53,11 +53,9 @@ bool CheckBootChain(Bytes chain, BootVersions *versions, bool verifyChecksums) {
         PCI_ROM_HEADER header;
         PCI_DATA_STRUCTURE data;
         const uint32_t left = uint32_t(std::min<size_t>(chain.size() - pos, UINT32_MAX));
-        if (!vtfuGetHeaderAndData(chain.data() + pos, left, &header, &data))
-            return false;
+        if (!vtfuGetHeaderAndData(chain.data() + pos, left, &header, &data)) return false;
         const uint32_t length = vtfuGetImageLength(&data);
-        if (length == 0 || length > left)
-            return false;
+        if (length == 0 || length > left) return false;
         vtfuPrintDataStructure(index++, &data);
         // The checksum is only read when update is 0.
         if (verifyChecksums &&
@@ -65,8 +63,7 @@ bool CheckBootChain(Bytes chain, BootVersions *versions, bool verifyChecksums) {
             return false;
         if (versions != nullptr && data.CodeType < 4 && !versions->byCodeType[data.CodeType])
             versions->byCodeType[data.CodeType] = std::make_pair(data.CodeRevision[1], data.CodeRevision[0]);
-        if (vtfuIsLastImage(&data))
-            return true;
+        if (vtfuIsLastImage(&data)) return true;
         pos += length;
     }
     return false;
@@ -82,21 +79,17 @@ VTAPI_EXPORT uint32_t vtfuGetHeaderAndData(const uint8_t *image, uint32_t size, 
                                            PCI_DATA_STRUCTURE *data) {
     PCI_ROM_HEADER h;
     PCI_DATA_STRUCTURE d;
-    if (header == nullptr)
-        header = &h;
-    if (data == nullptr)
-        data = &d;
+    if (header == nullptr) header = &h;
+    if (data == nullptr) data = &d;
     std::memset(header, 0, sizeof *header);
     std::memset(data, 0, sizeof *data);
     if (image == nullptr || size < offsetof(PCI_ROM_HEADER, Reserved1A) || image[0] != 0x55 || image[1] != 0xAA)
         return 0;
     CopyRecord(header, image, size);
     const uint32_t at = vtfuGetDataOffset(header);
-    if (uint64_t(at) + kDataFieldsUsed > size)
-        return 0;
+    if (uint64_t(at) + kDataFieldsUsed > size) return 0;
     CopyRecord(data, image + at, size - at);
-    if (std::memcmp(data->Signature, "PCIR", 4) != 0)
-        return 0;
+    if (std::memcmp(data->Signature, "PCIR", 4) != 0) return 0;
     return vtfuIsDriverImage(data) && IsBootCodeType(data) ? 1 : 0;
 }
 
@@ -130,18 +123,14 @@ VTAPI_EXPORT uint32_t vtfuGetFileImageHeader(FILE *file, PCI_ROM_HEADER *header,
 }
 
 VTAPI_EXPORT const uint8_t *vtfuGetBootCodeEnd(const uint8_t *image, uint32_t size) {
-    if (image == nullptr)
-        return nullptr;
+    if (image == nullptr) return nullptr;
     uint64_t pos = 0;
     while (pos < size) {
         PCI_DATA_STRUCTURE data;
-        if (!vtfuGetHeaderAndData(image + pos, uint32_t(size - pos), nullptr, &data))
-            return nullptr;
+        if (!vtfuGetHeaderAndData(image + pos, uint32_t(size - pos), nullptr, &data)) return nullptr;
         const uint32_t length = vtfuGetImageLength(&data);
-        if (vtfuIsLastImage(&data))
-            return pos + length <= size ? image + pos + length : nullptr;
-        if (length == 0)
-            return nullptr;
+        if (vtfuIsLastImage(&data)) return pos + length <= size ? image + pos + length : nullptr;
+        if (length == 0) return nullptr;
         pos += length;
     }
     return nullptr;
@@ -173,8 +162,7 @@ VTAPI_EXPORT uint32_t vtfuIsVendorImage(const PCI_DATA_STRUCTURE *data) {
 
 // Device IDs 1 to 3 mark VPD and firmware images, not drivers.
 VTAPI_EXPORT uint32_t vtfuIsDriverImage(const PCI_DATA_STRUCTURE *data) {
-    if (data == nullptr)
-        return 0;
+    if (data == nullptr) return 0;
     const uint16_t id = Le16(data->DeviceId);
     return id == 0 || id >= 4;
 }
@@ -192,8 +180,7 @@ VTAPI_EXPORT uint32_t vtfuGetImageLength(const PCI_DATA_STRUCTURE *data) {
 }
 
 VTAPI_EXPORT void vtfuPrintDataStructure(uint32_t index, const PCI_DATA_STRUCTURE *data) {
-    if (data == nullptr)
-        return;
+    if (data == nullptr) return;
     const uint16_t device = Le16(data->DeviceId);
     vtfuLogMessage(0, "Image %d  %s", static_cast<int>(index), vtfuIsLastImage(data) ? "(Last)" : "(More)");
     vtfuLogMessage(0, "Signature %.4s", data->Signature);

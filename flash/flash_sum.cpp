@@ -25,8 +25,7 @@ uint64_t LaneSum(const uint8_t *data, size_t words) {
     constexpr uint64_t kWideMask = (uint64_t(1) << kWide) - 1;
     constexpr uint64_t kValueMask = (uint64_t(1) << Lane) - 1;
     uint64_t mask = 0;
-    for (unsigned at = 0; at < 64; at += kWide)
-        mask |= kValueMask << at;
+    for (unsigned at = 0; at < 64; at += kWide) mask |= kValueMask << at;
     // A wide lane takes at most 2^Lane - 1 a step.
     constexpr size_t kFoldEvery = size_t(1) << Lane;
     uint64_t total = 0;
@@ -40,8 +39,7 @@ uint64_t LaneSum(const uint8_t *data, size_t words) {
             odd += (w >> Lane) & mask;
         }
         for (const uint64_t lanes : {even, odd})
-            for (unsigned at = 0; at < 64; at += kWide)
-                total += (lanes >> at) & kWideMask;
+            for (unsigned at = 0; at < 64; at += kWide) total += (lanes >> at) & kWideMask;
     }
     return total;
 }
@@ -49,16 +47,14 @@ uint64_t LaneSum(const uint8_t *data, size_t words) {
 // Sum of `words` little-endian 16-bit words, modulo 2^16.
 uint16_t WordSum16(const uint8_t *data, uint32_t words) {
     uint64_t total = LaneSum<16>(data, words / 4);
-    for (uint32_t w = words / 4 * 4; w < words; ++w)
-        total += vtflash::Le16(data + size_t(w) * 2);
+    for (uint32_t w = words / 4 * 4; w < words; ++w) total += vtflash::Le16(data + size_t(w) * 2);
     return static_cast<uint16_t>(total);
 }
 
 // Sum of `count` bytes, modulo 256.
 uint8_t ByteSum(const uint8_t *data, size_t count) {
     uint64_t total = LaneSum<8>(data, count / 8);
-    for (size_t b = count / 8 * 8; b < count; ++b)
-        total += data[b];
+    for (size_t b = count / 8 * 8; b < count; ++b) total += data[b];
     return static_cast<uint8_t>(total);
 }
 
@@ -67,8 +63,7 @@ uint8_t ByteSum(const uint8_t *data, size_t count) {
 extern "C" {
 
 VTAPI_EXPORT void vtfuLogMessage(int32_t level, const char *format, ...) {
-    if (format == nullptr || (level == 0 && !GetCoreEnableDebugMessage()))
-        return;
+    if (format == nullptr || (level == 0 && !GetCoreEnableDebugMessage())) return;
     char text[512];
     va_list args;
     va_start(args, format);
@@ -91,8 +86,7 @@ VTAPI_EXPORT uint16_t vtfuCalculateChksum(const uint8_t *data, uint32_t words) {
 }
 
 VTAPI_EXPORT uint32_t vtfuHLPR_Sum32(const uint8_t *data, uint32_t words) {
-    if (data == nullptr)
-        return 0;
+    if (data == nullptr) return 0;
     uint32_t lo = 0, hi = 0;
     const uint32_t pairs = words / 2;
     for (uint32_t i = 0; i < pairs; ++i) {
@@ -101,19 +95,16 @@ VTAPI_EXPORT uint32_t vtfuHLPR_Sum32(const uint8_t *data, uint32_t words) {
         hi += static_cast<uint32_t>(w >> 32);
     }
     uint32_t sum = lo + hi;
-    if (words % 2)
-        sum += vtflash::Le32(data + size_t(words - 1) * 4);
+    if (words % 2) sum += vtflash::Le32(data + size_t(words - 1) * 4);
     return 0u - sum;
 }
 
 VTAPI_EXPORT uint32_t vtfuComputeChecksum(uint32_t update, uint8_t *image, uint32_t size, uint32_t start) {
-    if (image == nullptr || start >= size || size - start < 3)
-        return 0;
+    if (image == nullptr || start >= size || size - start < 3) return 0;
     // The size byte is a signed count of 512-byte units.
     const int64_t length = int64_t(static_cast<int8_t>(image[start + 2])) * 512;
     const int64_t last = int64_t(start) + length - 1;
-    if (last < 0 || last >= int64_t(size))
-        return 0;
+    if (last < 0 || last >= int64_t(size)) return 0;
     // The byte before the last one stays out of the sum.
     const int64_t summed = length - 2;
     const uint8_t sum = summed > 0 ? ByteSum(image + start, size_t(summed)) : 0;
@@ -130,8 +121,6 @@ VTAPI_EXPORT uint32_t vtfuHLPR_GetDoubleWord(uint16_t low, uint16_t high) {
     return low + (static_cast<uint32_t>(high) << 16);
 }
 
-VTAPI_EXPORT uint32_t vtfuHLPR_BEndian4(const uint8_t *bytes) {
-    return bytes != nullptr ? vtflash::Be32(bytes) : 0;
-}
+VTAPI_EXPORT uint32_t vtfuHLPR_BEndian4(const uint8_t *bytes) { return bytes != nullptr ? vtflash::Be32(bytes) : 0; }
 
 }  // extern "C"

@@ -84,8 +84,7 @@ bool IsBootCodeRegion(uint32_t region) {
 std::optional<std::map<uint32_t, uint32_t>> Layout(uint32_t handle) {
     uint8_t *layout = nullptr;
     uint32_t size = 0;
-    if (fcVTFUGetFlashLayoutTable(handle, &layout, &size) != 0)
-        return std::nullopt;
+    if (fcVTFUGetFlashLayoutTable(handle, &layout, &size) != 0) return std::nullopt;
     std::unique_ptr<uint8_t, decltype(&std::free)> owned(layout, &std::free);
     std::map<uint32_t, uint32_t> regions;
     const uint32_t count = std::min<uint32_t>(Le32(layout + 4), (size - 8) / 8);
@@ -107,12 +106,9 @@ uint32_t ReadRegion(uint32_t handle, uint32_t region, uint32_t capacity, std::ve
 // runs in maintenance mode.
 uint32_t PortAllowsUpdates(uint32_t handle) {
     SDPortProperty port{};
-    if (SDGetHbaDevicePortProperty(handle, &port) != SDERR_NONE)
-        return VTAPI_SUCCESS;  // the write itself will tell
-    if (port.StateFlags & SD_PORTFLAG_LOCKDOWN)
-        return VTAPI_FLASH_LOCKDOWN;
-    if (port.StateFlags & SD_PORTFLAG_MAINTENANCE)
-        return VTAPI_MAINTENANCE_MODE;
+    if (SDGetHbaDevicePortProperty(handle, &port) != SDERR_NONE) return VTAPI_SUCCESS;  // the write itself will tell
+    if (port.StateFlags & SD_PORTFLAG_LOCKDOWN) return VTAPI_FLASH_LOCKDOWN;
+    if (port.StateFlags & SD_PORTFLAG_MAINTENANCE) return VTAPI_MAINTENANCE_MODE;
     return VTAPI_SUCCESS;
 }
 
@@ -131,9 +127,9 @@ FlashUpdatePlan PlanBootFile(FlashUpdatePlan plan, const AdapterFacts &facts, By
     const std::string hw = HardwareType(facts.deviceId);
     const uint32_t valid = Validate(file.data(), uint32_t(file.size()), hw.c_str(), 0);
     if (valid == FLASH_ST_WRONG_ADAPTER)
-        return Refuse(plan, VTAPI_OPTION_NOT_SUPPORTED, valid,
-                      Format("Boot code file %s is not for HBA %u (%s)!", name.c_str(), facts.instance,
-                             facts.model.c_str()));
+        return Refuse(
+            plan, VTAPI_OPTION_NOT_SUPPORTED, valid,
+            Format("Boot code file %s is not for HBA %u (%s)!", name.c_str(), facts.instance, facts.model.c_str()));
     if (valid != 0)
         return Refuse(plan, VTAPI_FILE_CORRUPTED, valid,
                       Format("Selected file (%s) appears to be corrupted!", name.c_str()));
@@ -147,8 +143,8 @@ FlashUpdatePlan PlanBootFile(FlashUpdatePlan plan, const AdapterFacts &facts, By
     return plan;
 }
 
-FlashUpdatePlan PlanImageFile(FlashUpdatePlan plan, const AdapterFacts &facts, const AdapterEntry *adapter,
-                              Bytes file, const std::string &name) {
+FlashUpdatePlan PlanImageFile(FlashUpdatePlan plan, const AdapterFacts &facts, const AdapterEntry *adapter, Bytes file,
+                              const std::string &name) {
     const Bytes mbi = MultiImageOf(file);
     VTAPI_FlashImageVersion versions{};
     const ImageCheck check = CheckImageForAdapter(facts, adapter, mbi, &versions);
@@ -196,8 +192,7 @@ uint32_t AddComponents(FlashUpdatePlan &plan, const AdapterFacts &facts, Bytes n
                        const std::map<uint32_t, uint32_t> &layout) {
     std::vector<uint8_t> flashIlt;
     if (auto it = layout.find(VTFU_REGION_FLASH_ILT); it != layout.end())
-        if (uint32_t rc = ReadRegion(facts.handle, it->first, it->second, flashIlt))
-            return rc;
+        if (uint32_t rc = ReadRegion(facts.handle, it->first, it->second, flashIlt)) return rc;
     for (const StagedRegion &r : plan.regions) {
         ComponentPlan c;
         c.region = r.region;
@@ -207,8 +202,7 @@ uint32_t AddComponents(FlashUpdatePlan &plan, const AdapterFacts &facts, Bytes n
         c.capacity = capacity != layout.end() ? capacity->second : 0;
         std::vector<uint8_t> now;
         if (capacity != layout.end())
-            if (uint32_t rc = ReadRegion(facts.handle, r.region, c.capacity, now))
-                return rc;
+            if (uint32_t rc = ReadRegion(facts.handle, r.region, c.capacity, now)) return rc;
         c.current = VersionInFlash(r.region, now, flashIlt).value_or("");
         c.next = VersionInFlash(r.region, r.bytes, newTable).value_or("");
         plan.components.push_back(std::move(c));
@@ -220,15 +214,12 @@ uint32_t AddComponents(FlashUpdatePlan &plan, const AdapterFacts &facts, Bytes n
 
 std::optional<std::vector<uint8_t>> ReadWholeFile(const char *path) {
     std::unique_ptr<FILE, decltype(&std::fclose)> f(std::fopen(path, "rb"), &std::fclose);
-    if (!f)
-        return std::nullopt;
+    if (!f) return std::nullopt;
     std::vector<uint8_t> bytes;
     uint8_t chunk[65536];
     size_t n;
-    while ((n = std::fread(chunk, 1, sizeof chunk, f.get())) > 0)
-        bytes.insert(bytes.end(), chunk, chunk + n);
-    if (std::ferror(f.get()))
-        return std::nullopt;
+    while ((n = std::fread(chunk, 1, sizeof chunk, f.get())) > 0) bytes.insert(bytes.end(), chunk, chunk + n);
+    if (std::ferror(f.get())) return std::nullopt;
     return bytes;
 }
 
@@ -239,29 +230,24 @@ uint32_t ApiStatusOfCheck(const ImageCheck &check, size_t fileSize) {
     case ImageCheck::kComponents: return VTAPI_UPDATE_ERROR_VALIDATE_FLASH_IMAGE_COMPONENTS;
     case ImageCheck::kHeader: break;
     }
-    if (check.status == FLASH_ST_NOT_SUPPORTED)
-        return VTAPI_FUNCTION_NOT_APPLICABLE;
+    if (check.status == FLASH_ST_NOT_SUPPORTED) return VTAPI_FUNCTION_NOT_APPLICABLE;
     // The header checks also refuse a file without an entry for this card.
-    if (check.status == FLASH_ST_ILT_TOO_SMALL && fileSize >= sizeof(ILT_Header_t))
-        return VTAPI_OPTION_NOT_SUPPORTED;
-    if (check.status == FLASH_ST_REGION_MISSING)
-        return VTAPI_OPTION_NOT_SUPPORTED;
+    if (check.status == FLASH_ST_ILT_TOO_SMALL && fileSize >= sizeof(ILT_Header_t)) return VTAPI_OPTION_NOT_SUPPORTED;
+    if (check.status == FLASH_ST_REGION_MISSING) return VTAPI_OPTION_NOT_SUPPORTED;
     return VTAPI_INVALID_ILT_HEADER;
 }
 
 std::optional<std::string> VersionInFlash(uint32_t type, Bytes region, Bytes flashIlt) {
     // Components with a trailer end where the erased flash begins.
     if (type == VTFU_REGION_CRBINIT || type == VTFU_REGION_PEGTUNE || type == VTFU_REGION_BOOTLOADER)
-        while (!region.empty() && region.back() == 0xFF)
-            region = region.first(region.size() - 1);
+        while (!region.empty() && region.back() == 0xFF) region = region.first(region.size() - 1);
     return ComponentVersionText(type, region, flashIlt);
 }
 
 FlashUpdatePlan PlanFlashUpdate(const AdapterEntry *adapter, Bytes file, const std::string &fileName) {
     FlashUpdatePlan plan;
     const std::optional<AdapterFacts> facts = FactsOf(adapter);
-    if (!facts)
-        return Refuse(plan, VTAPI_OPTION_ROM_UPDATE_FAILED, FLASH_ST_NO_ADAPTER, "No adapter to update.");
+    if (!facts) return Refuse(plan, VTAPI_OPTION_ROM_UPDATE_FAILED, FLASH_ST_NO_ADAPTER, "No adapter to update.");
     plan.handle = facts->handle;
     if (uint32_t refused = PortAllowsUpdates(facts->handle))
         return Refuse(plan, refused, 0,
@@ -270,8 +256,7 @@ FlashUpdatePlan PlanFlashUpdate(const AdapterEntry *adapter, Bytes file, const s
                              facts->instance, facts->model.c_str()));
     const bool bootFile = file.size() >= 2 && file[0] == 0x55 && file[1] == 0xAA;
     plan = bootFile ? PlanBootFile(plan, *facts, file, fileName) : PlanImageFile(plan, *facts, adapter, file, fileName);
-    if (plan.status != VTAPI_SUCCESS)
-        return plan;
+    if (plan.status != VTAPI_SUCCESS) return plan;
     const std::optional<std::map<uint32_t, uint32_t>> layout = Layout(facts->handle);
     if (!layout)
         return Refuse(plan, VTAPI_OPTION_ROM_UPDATE_FAILED, kLayoutUnreadable,
@@ -310,13 +295,10 @@ FlashUpdatePlan PlanFlashUpdate(const AdapterEntry *adapter, Bytes file, const s
 }
 
 uint32_t WriteFlashUpdate(const FlashUpdatePlan &plan) {
-    if (plan.status != VTAPI_SUCCESS)
-        return plan.status;
-    if (plan.regions.empty())
-        return VTAPI_OPTION_ROM_UPDATE_FAILED;
+    if (plan.status != VTAPI_SUCCESS) return plan.status;
+    if (plan.regions.empty()) return VTAPI_OPTION_ROM_UPDATE_FAILED;
     std::vector<SDRegionImage> images;
-    for (const StagedRegion &r : plan.regions)
-        images.push_back({r.region, uint32_t(r.bytes.size()), r.bytes.data()});
+    for (const StagedRegion &r : plan.regions) images.push_back({r.region, uint32_t(r.bytes.size()), r.bytes.data()});
     const uint32_t rc = SDUpdateOptionRomRegions(plan.handle, images.data(), uint32_t(images.size()), 0);
     if (rc != SDERR_NONE) {
         TarnLogMessage(VT_MSG_DEBUG, "WriteFlashUpdate: SDUpdateOptionRomRegions failed with 0x%x", rc);
@@ -331,8 +313,7 @@ namespace {
 // Whether a file's bytes are fit for the region (its format, where the
 // region has one the library can check).
 bool FitsRegionFormat(uint32_t region, Bytes bytes) {
-    if (IsBootCodeRegion(region))
-        return CheckBootChain(bytes, nullptr, true);
+    if (IsBootCodeRegion(region)) return CheckBootChain(bytes, nullptr, true);
     if (region == VTFU_REGION_MPI_CONFIG) {
         if (bytes.size() < VTFU_MPI_CONFIG_SUMMED || bytes.size() > VTFU_MPI_CONFIG_BUFFER ||
             Le32(bytes.data()) != VTFU_MPI_CONFIG_SIGNATURE)
@@ -343,8 +324,7 @@ bool FitsRegionFormat(uint32_t region, Bytes bytes) {
     }
     if (region == VTFU_REGION_FLASH_ILT) {
         const uint32_t size = uint32_t(bytes.size());
-        if (!vtfuILT_ValidateILTHeader(bytes.data(), size))
-            return false;
+        if (!vtfuILT_ValidateILTHeader(bytes.data(), size)) return false;
         const auto *h = reinterpret_cast<const ILT_Header_t *>(bytes.data());
         const uint32_t length = vtfuILT_Header_GetTableLength(h);
         return vtfuILT_Header_CompareSignature(h) && length <= size && vtfuHLPR_Sum16(bytes.data(), length / 2) == 0;
@@ -358,11 +338,9 @@ bool FitsRegionFormat(uint32_t region, Bytes bytes) {
 
 uint32_t SaveFlashRegionToFile(const AdapterEntry *adapter, uint32_t region, const char *path) {
     const std::optional<AdapterFacts> facts = FactsOf(adapter);
-    if (!facts || path == nullptr)
-        return VTAPI_INVALID_ARGUMENT;
+    if (!facts || path == nullptr) return VTAPI_INVALID_ARGUMENT;
     const std::optional<std::map<uint32_t, uint32_t>> layout = Layout(facts->handle);
-    if (!layout)
-        return VTAPI_OPTION_ROM_UPDATE_FAILED;
+    if (!layout) return VTAPI_OPTION_ROM_UPDATE_FAILED;
     const auto found = layout->find(region);
     if (found == layout->end()) {
         TarnLogMessage(VT_MSG_DEBUG, "SaveFlashRegionToFile: no region 0x%x in the flash of HBA %u", region,
@@ -370,15 +348,12 @@ uint32_t SaveFlashRegionToFile(const AdapterEntry *adapter, uint32_t region, con
         return VTAPI_OPTION_NOT_SUPPORTED;
     }
     std::vector<uint8_t> bytes;
-    if (uint32_t rc = ReadRegion(facts->handle, region, found->second, bytes))
-        return rc;
+    if (uint32_t rc = ReadRegion(facts->handle, region, found->second, bytes)) return rc;
     // The path is the user's own: written as given, replaced in one step.
     vt::oss::FileReplacement file;
     int err = file.Begin(path);
-    if (err == 0)
-        err = file.Write(std::string_view(reinterpret_cast<const char *>(bytes.data()), bytes.size()));
-    if (err == 0)
-        err = file.Commit();
+    if (err == 0) err = file.Write(std::string_view(reinterpret_cast<const char *>(bytes.data()), bytes.size()));
+    if (err == 0) err = file.Commit();
     if (err != 0) {
         TarnLogMessage(VT_MSG_DEBUG, "SaveFlashRegionToFile: cannot write %s: %s", path, std::strerror(err));
         return VTAPI_GENERAL_FAILURE;
@@ -388,22 +363,17 @@ uint32_t SaveFlashRegionToFile(const AdapterEntry *adapter, uint32_t region, con
 
 uint32_t UpdateFlashRegionFromFile(const AdapterEntry *adapter, uint32_t region, const char *path) {
     const std::optional<AdapterFacts> facts = FactsOf(adapter);
-    if (!facts || path == nullptr)
-        return VTAPI_INVALID_ARGUMENT;
-    if (KeptByUpdates(region))
-        return VTAPI_OPTION_NOT_SUPPORTED;
-    if (uint32_t refused = PortAllowsUpdates(facts->handle))
-        return refused;
+    if (!facts || path == nullptr) return VTAPI_INVALID_ARGUMENT;
+    if (KeptByUpdates(region)) return VTAPI_OPTION_NOT_SUPPORTED;
+    if (uint32_t refused = PortAllowsUpdates(facts->handle)) return refused;
     const std::optional<std::map<uint32_t, uint32_t>> layout = Layout(facts->handle);
-    if (!layout)
-        return VTAPI_OPTION_ROM_UPDATE_FAILED;
+    if (!layout) return VTAPI_OPTION_ROM_UPDATE_FAILED;
     const auto found = layout->find(region);
-    if (found == layout->end())
-        return VTAPI_OPTION_NOT_SUPPORTED;
+    if (found == layout->end()) return VTAPI_OPTION_NOT_SUPPORTED;
     const std::optional<std::vector<uint8_t>> bytes = ReadWholeFile(path);
     if (!bytes || bytes->empty() || bytes->size() > found->second || !FitsRegionFormat(region, *bytes)) {
-        TarnLogMessage(VT_MSG_DEBUG, "UpdateFlashRegionFromFile: %s does not fit region 0x%x (%u bytes)", path,
-                       region, found->second);
+        TarnLogMessage(VT_MSG_DEBUG, "UpdateFlashRegionFromFile: %s does not fit region 0x%x (%u bytes)", path, region,
+                       found->second);
         return VTAPI_FILE_CORRUPTED;
     }
     const SDRegionImage image{region, uint32_t(bytes->size()), bytes->data()};
@@ -433,14 +403,11 @@ void CopyText(char *dst, size_t size, const std::string &text) { std::snprintf(d
 extern "C" {
 
 VTAPI_EXPORT uint32_t vtfuPlanFlashUpdate(const AdapterEntry *adapter, const char *path, VTFU_UpdatePlan **plan) {
-    if (adapter == nullptr || path == nullptr || plan == nullptr)
-        return VTAPI_INVALID_ARGUMENT;
+    if (adapter == nullptr || path == nullptr || plan == nullptr) return VTAPI_INVALID_ARGUMENT;
     const std::optional<std::vector<uint8_t>> file = vtflash::ReadWholeFile(path);
-    if (!file)
-        return VTAPI_FILE_CORRUPTED;
+    if (!file) return VTAPI_FILE_CORRUPTED;
     auto *holder = new (std::nothrow) PlanHolder;
-    if (holder == nullptr)
-        return VTAPI_GENERAL_FAILURE;
+    if (holder == nullptr) return VTAPI_GENERAL_FAILURE;
     holder->plan = vtflash::PlanFlashUpdate(adapter, *file, path);
     const vtflash::FlashUpdatePlan &p = holder->plan;
     VTFU_UpdatePlan &v = holder->view;
@@ -465,14 +432,12 @@ VTAPI_EXPORT uint32_t vtfuPlanFlashUpdate(const AdapterEntry *adapter, const cha
 }
 
 VTAPI_EXPORT uint32_t vtfuWriteFlashUpdate(const VTFU_UpdatePlan *plan) {
-    if (plan == nullptr || plan->Internal == nullptr)
-        return VTAPI_INVALID_ARGUMENT;
+    if (plan == nullptr || plan->Internal == nullptr) return VTAPI_INVALID_ARGUMENT;
     return vtflash::WriteFlashUpdate(static_cast<const PlanHolder *>(plan->Internal)->plan);
 }
 
 VTAPI_EXPORT void vtfuFreeFlashUpdatePlan(VTFU_UpdatePlan *plan) {
-    if (plan != nullptr)
-        delete static_cast<PlanHolder *>(plan->Internal);
+    if (plan != nullptr) delete static_cast<PlanHolder *>(plan->Internal);
 }
 
 }  // extern "C"

@@ -33,25 +33,25 @@ extern "C" {
 /* One component of a planned update. */
 typedef struct VTFU_UpdateComponent {
     uint32_t Region;
-    uint32_t Size;                  /* bytes written */
-    uint32_t Capacity;              /* bytes of the region */
-    uint32_t Changes;               /* 1 when the version changes */
-    char     Name[VTFU_PLAN_TEXT];
-    char     Current[VTFU_PLAN_TEXT];  /* "" when the flash shows none */
-    char     New[VTFU_PLAN_TEXT];
+    uint32_t Size;     /* bytes written */
+    uint32_t Capacity; /* bytes of the region */
+    uint32_t Changes;  /* 1 when the version changes */
+    char Name[VTFU_PLAN_TEXT];
+    char Current[VTFU_PLAN_TEXT]; /* "" when the flash shows none */
+    char New[VTFU_PLAN_TEXT];
 } VTFU_UpdateComponent;
 
 /* A planned update; Internal holds the staged regions. */
 typedef struct VTFU_UpdatePlan {
-    uint32_t Status;                /* VTAPI_ status, 0: ready to write */
-    uint32_t Validation;            /* the validation's own status */
-    uint32_t BootFile;              /* 1: a single boot-code file */
+    uint32_t Status;     /* VTAPI_ status, 0: ready to write */
+    uint32_t Validation; /* the validation's own status */
+    uint32_t BootFile;   /* 1: a single boot-code file */
     uint32_t CardType;
-    char     ImageVersion[16];
-    char     Message[256];          /* why it cannot be written */
+    char ImageVersion[16];
+    char Message[256]; /* why it cannot be written */
     uint32_t Count;
     VTFU_UpdateComponent *Components;
-    void    *Internal;
+    void *Internal;
 } VTFU_UpdatePlan;
 
 /* Reads the file and plans its update into the card: 0 with *plan set (its

@@ -13,28 +13,23 @@ bool KeptByUpdates(uint32_t region) {
 
 std::optional<std::vector<StagedRegion>> SelectImageRegions(Bytes mbi, uint32_t cardType, uint32_t chipRevision) {
     const uint32_t size = uint32_t(std::min<size_t>(mbi.size(), UINT32_MAX));
-    if (!vtfuILT_ValidateILTHeader(mbi.data(), size))
-        return std::nullopt;
+    if (!vtfuILT_ValidateILTHeader(mbi.data(), size)) return std::nullopt;
     const auto *header = reinterpret_cast<const ILT_Header_t *>(mbi.data());
-    if (!vtfuILT_Header_CompareSignature(header))
-        return std::nullopt;
+    if (!vtfuILT_Header_CompareSignature(header)) return std::nullopt;
     const uint32_t entries = vtfuILT_Header_GetNumOfRegionEntries(header);
     std::vector<StagedRegion> out;
     std::set<uint32_t> seen;
     for (uint32_t i = 0; i + 1 < entries; ++i) {
         const ILT_Region_t *e = vtfuILT_Region_GetRegionByIndex(mbi.data(), size, i);
-        if (e == nullptr)
-            return std::nullopt;
+        if (e == nullptr) return std::nullopt;
         const uint32_t type = RegionType(*e);
         if (!EntryIsForCard(*e, cardType, chipRevision) || KeptByUpdates(type) || type == VTFU_REGION_FLASH_ILT)
             continue;
         // A second entry of a type for the same card is another card type's
         // variant that the mask test let through: the first one counts.
-        if (!seen.insert(type).second)
-            continue;
+        if (!seen.insert(type).second) continue;
         const std::optional<Bytes> component = Component(mbi, e);
-        if (!component)
-            return std::nullopt;
+        if (!component) return std::nullopt;
         out.push_back({type, std::vector<uint8_t>(component->begin(), component->end())});
     }
     return out;

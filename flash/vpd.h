@@ -21,14 +21,14 @@
 extern "C" {
 #endif
 
-#define VTFU_VPD_MAX_ENTRIES       30
-#define VTFU_VPD_TAG_SIZE          4
-#define VTFU_VPD_FIELD_SIZE        128   /* values are cut to 127 characters */
-#define VTFU_VPD_DESCRIPTION_SIZE  80
+#define VTFU_VPD_MAX_ENTRIES        30
+#define VTFU_VPD_TAG_SIZE           4
+#define VTFU_VPD_FIELD_SIZE         128 /* values are cut to 127 characters */
+#define VTFU_VPD_DESCRIPTION_SIZE   80
 #define VTFU_MULTIBOOT_VERSION_SIZE 2048
 
 /* Status of the tag checks and the parser when a tag is missing. */
-#define VTFU_VPD_TAG_NOT_FOUND     13u
+#define VTFU_VPD_TAG_NOT_FOUND 13u
 
 typedef struct VPDEntry {
     char tag[VTFU_VPD_TAG_SIZE];                 /* keyword, NUL-terminated */
@@ -87,8 +87,8 @@ VTAPI_EXPORT const char *vtfuGetVPDFieldDescripton(const char *keyword);
  * start tag, with a resource running past size, without end tag or without
  * an "RV" entry; 0xFFFFFFFF when the keyword is absent or the new value
  * does not fit in size.  On any failure the buffer is left unchanged. */
-VTAPI_EXPORT uint32_t vtfuUpdateVpdField(uint8_t *buffer, uint32_t size, const char *keyword,
-                                         const uint8_t *value, uint32_t valueLength);
+VTAPI_EXPORT uint32_t vtfuUpdateVpdField(uint8_t *buffer, uint32_t size, const char *keyword, const uint8_t *value,
+                                         uint32_t valueLength);
 
 /* Walks a block, reporting each tag and keyword entry to PrintVPDField. */
 VTAPI_EXPORT void PrintVPD(const uint8_t *buffer, uint32_t size);

@@ -37,8 +37,7 @@ extern "C" uint32_t vtapi_crc(const unsigned char *data, uint32_t length) {
     uint32_t crc = 0xFFFFFFFFu;
     for (uint32_t i = 0; i < length; ++i) {
         crc ^= data[i];
-        for (int k = 0; k < 8; ++k)
-            crc = (crc & 1) ? 0xEDB88320u ^ (crc >> 1) : crc >> 1;
+        for (int k = 0; k < 8; ++k) crc = (crc & 1) ? 0xEDB88320u ^ (crc >> 1) : crc >> 1;
     }
     return crc ^ 0xFFFFFFFFu;
 }
@@ -46,16 +45,14 @@ extern "C" uint32_t vtapi_crc(const unsigned char *data, uint32_t length) {
 namespace fuzzflash {
 
 inline void Check(bool ok) {
-    if (!ok)
-        __builtin_trap();
+    if (!ok) __builtin_trap();
 }
 
 // An exactly sized heap copy, so that any read past the end is caught.
 class Exact {
 public:
     Exact(const uint8_t *data, size_t size) : bytes_(new uint8_t[size ? size : 1]), size_(uint32_t(size)) {
-        if (size)
-            std::memcpy(bytes_.get(), data, size);
+        if (size) std::memcpy(bytes_.get(), data, size);
     }
     uint8_t *data() const { return bytes_.get(); }
     uint32_t size() const { return size_; }

@@ -73,9 +73,13 @@ void IltSeeds() {
         {"regions300", [](Bytes &b) { img::mutate::RegionCount(b, 300); }},
         {"lists9", [](Bytes &b) { img::mutate::CardListCount(b, 9); }},
         {"entries2000", [](Bytes &b) { img::mutate::CardListEntries(b, 0, 2000); }},
-        {"wrong_card", [](Bytes &b) { img::mutate::Card(b, 1, 0, {0x1077, 0x2261, 0x1077, 0x0100}); }},
+        {"wrong_card",
+         [](Bytes &b) {
+             img::mutate::Card(b, 1, 0, {0x1077, 0x2261, 0x1077, 0x0100});
+         }},
         {"chip_rev", [](Bytes &b) { img::mutate::RegionChipRevision(b, 0, 0x77); }},
-        {"broken_rom", [](Bytes &b) {
+        {"broken_rom",
+         [](Bytes &b) {
              img::mutate::BreakRomChain(img::mutate::ComponentBytes(b, 1), img::mutate::RomBreak::kNoLastImage, 2);
          }},
         {"truncated", [](Bytes &b) { img::mutate::Truncate(b, 700); }},
@@ -84,8 +88,7 @@ void IltSeeds() {
         const Bytes good = img::BuildMultiImage(img::SampleImage(f.family, f.card, 128));
         Save("ilt", f.name, WithFacts(good, f.card.subSystemId, f.revision, f.device));
         // The faults on one FC and one NIC family.
-        if (f.family != ImageFamily::kKite && f.family != ImageFamily::kOrla)
-            continue;
+        if (f.family != ImageFamily::kKite && f.family != ImageFamily::kOrla) continue;
         for (const auto &[name, fault] : faults) {
             Bytes b = good;
             fault(b);
@@ -112,9 +115,9 @@ void RomSeeds() {
     }
     using img::mutate::RomBreak;
     const std::pair<const char *, RomBreak> breaks[] = {
-        {"no_last", RomBreak::kNoLastImage}, {"rom_signature", RomBreak::kRomSignature},
+        {"no_last", RomBreak::kNoLastImage},          {"rom_signature", RomBreak::kRomSignature},
         {"data_signature", RomBreak::kDataSignature}, {"checksum", RomBreak::kChecksum},
-        {"not_driver", RomBreak::kNotADriver}, {"code_type", RomBreak::kCodeType}};
+        {"not_driver", RomBreak::kNotADriver},        {"code_type", RomBreak::kCodeType}};
     for (const auto &[name, how] : breaks) {
         Bytes b = img::BuildRomChain({one(0, {3, 67}), one(1, {4, 21}), one(3, {7, 34})});
         img::mutate::BreakRomChain(b, how, how == RomBreak::kNoLastImage ? 2 : 1);
@@ -131,8 +134,10 @@ void ComponentSeeds() {
     Save("fwheader", "edc", Component(0x45, {3, 1, 4}, 0, img::BuildEdcFirmware({3, 1, 4}, 128)));
     Save("fwheader", "mpi_nic", Component(0x40, {1, 5, 2}, 0, img::BuildNicMpiFirmware({1, 5, 2}, 128)));
     Save("fwheader", "mpi_config", Component(0x41, {}, 0, img::BuildMpiConfig(1536)));
-    Save("fwheader", "crbinit", Component(0x70, {1, 1, 1}, 0, img::BuildTrailerComponent(img::kCrbinitSignature, {1, 1, 1}, 256)));
-    Save("fwheader", "pegtune", Component(0x73, {1, 1, 3}, 0, img::BuildTrailerComponent(img::kPegtuneSignature, {1, 1, 3}, 256)));
+    Save("fwheader", "crbinit",
+         Component(0x70, {1, 1, 1}, 0, img::BuildTrailerComponent(img::kCrbinitSignature, {1, 1, 1}, 256)));
+    Save("fwheader", "pegtune",
+         Component(0x73, {1, 1, 3}, 0, img::BuildTrailerComponent(img::kPegtuneSignature, {1, 1, 3}, 256)));
     Save("fwheader", "bootloader",
          Component(0x72, {1, 1, 2}, 0, img::BuildTrailerComponent(img::kBootloaderSignature, {1, 1, 2}, 256)));
     Save("fwheader", "nic_fw_tern", Component(0x74, {5, 4, 3}, 0, img::BuildNicFirmware({5, 4, 3}, 256)));
@@ -141,8 +146,8 @@ void ComponentSeeds() {
     Save("fwheader", "pep", Component(0xD1, {1, 2, 3}, 0, img::BuildPepComponent({1, 2, 3, 4}, 128)));
     Save("fwheader", "pep_board", Component(0xCF, {5, 6, 7}, 0, img::BuildPepBoardConfig({5, 6, 7, 8}, 16)));
     Save("fwheader", "signature", Component(0x9E, {1, 0, 7}, 0, img::BuildSignatureRegion({1, 0, 7}, 512)));
-    Save("fwheader", "boot", Component(0x07, {3, 67, 0}, 0,
-                                       img::BuildRomChain({{0, {3, 67, 0}, 512, 0x1077, 0, "", {}}})));
+    Save("fwheader", "boot",
+         Component(0x07, {3, 67, 0}, 0, img::BuildRomChain({{0, {3, 67, 0}, 512, 0x1077, 0, "", {}}})));
 }
 
 void PldmSeeds() {

@@ -19,17 +19,16 @@ constexpr size_t kTable = 104;  // header, one entry, time stamp, empty card sec
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
-    if (size < kPrefix || size > (1u << 20))
-        return 0;
+    if (size < kPrefix || size > (1u << 20)) return 0;
     const uint16_t type = uint16_t(data[0] | data[1] << 8);
     const uint32_t attribute = kAttributes[data[5] % std::size(kAttributes)];
     const size_t length = size - kPrefix;
 
     std::vector<uint8_t> mbi(kTable + length, 0);
     std::memcpy(mbi.data(), "VFIM", 4);
-    mbi[4] = 2;                 // table version
-    mbi[6] = uint8_t(kTable);   // table length
-    mbi[10] = 2;                // one entry and the time stamp
+    mbi[4] = 2;                // table version
+    mbi[6] = uint8_t(kTable);  // table length
+    mbi[10] = 2;               // one entry and the time stamp
     uint8_t *e = mbi.data() + 32;
     e[0] = uint8_t(type);
     e[1] = uint8_t(type >> 8);
@@ -54,10 +53,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
     }
     vtfuValidateRiscFirmwareImage(image.data(), image.size(), entry, attribute);
     VTFU_EdcFirmwareHeader edc;
-    if (vtfuGetEdcFirmwareHeader(image.data(), image.size(), entry, &edc) == 0)
-        vtfuValidateEdcFirmware(&edc, entry);
-    if (vtfuGetMpiFirmwareHeader(image.data(), image.size(), entry, &edc) == 0)
-        vtfuValidateMpiFirmware(&edc, entry);
+    if (vtfuGetEdcFirmwareHeader(image.data(), image.size(), entry, &edc) == 0) vtfuValidateEdcFirmware(&edc, entry);
+    if (vtfuGetMpiFirmwareHeader(image.data(), image.size(), entry, &edc) == 0) vtfuValidateMpiFirmware(&edc, entry);
     const uint32_t config = vtfuValidateMpiConfigParamImage(image.data(), image.size(), entry);
     Check(config == 0 || config == VTFU_BUFFER_TOO_SMALL);
     if (n >= VTFU_MPI_CONFIG_SUMMED) {

@@ -21,8 +21,7 @@ bool Inside(const void *p, size_t bytes, const uint8_t *base, uint32_t size) {
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
-    if (size > (1u << 20))
-        return 0;
+    if (size > (1u << 20)) return 0;
     const Exact in(data, size);
     const uint8_t *t = size ? in.data() : nullptr;
     const uint32_t n = in.size();
@@ -41,8 +40,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
     }
     const auto *h = reinterpret_cast<const ILT_Header_t *>(t);
     const uint32_t entries = vtfuILT_Header_GetNumOfRegionEntries(h);
-    if (structure)
-        Check(entries <= VTFU_ILT_MAX_REGIONS && uint64_t(entries) * 32 + 40 <= n);
+    if (structure) Check(entries <= VTFU_ILT_MAX_REGIONS && uint64_t(entries) * 32 + 40 <= n);
     char text[16];
     vtfuILT_Header_GetImageVersion(h, text, sizeof text);
     vtfuILT_Header_GetImageVersionNoSeparator(h, text, sizeof text);
@@ -51,18 +49,15 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
     for (uint32_t i = 0; i < entries + 2 && i < 300; ++i)
         if (const ILT_Region_t *e = vtfuILT_Region_GetRegionByIndex(t, n, i))
             Check(int64_t(i) <= int64_t(entries) - 2 && Inside(e, sizeof *e, t, n));
-    if (const ILT_Timestamp_t *ts = vtfuILT_Region_GetTimeStampEntry(t, n))
-        Check(Inside(ts, sizeof *ts, t, n));
+    if (const ILT_Timestamp_t *ts = vtfuILT_Region_GetTimeStampEntry(t, n)) Check(Inside(ts, sizeof *ts, t, n));
     const uint32_t lists = vtfuILT_CardType_Header_GetNumOfCardTypeList(t, n);
     for (uint32_t k = 0; k < lists + 1 && k < 300; ++k) {
         const ILT_CardTypeList_t *list = vtfuILT_CardTypeList_GetCardTypeListByIndex(t, n, k);
-        if (list == nullptr)
-            continue;
+        if (list == nullptr) continue;
         Check(Inside(list, sizeof *list, t, n));
         for (uint32_t j = 0; j < 1100; ++j) {
             const ILT_CardTypeList_Entry_t *e = vtflash::CardEntry(in.span(), list, j);
-            if (e == nullptr)
-                break;
+            if (e == nullptr) break;
             Check(Inside(e, sizeof *e, t, n));
             vtfuILT_CardTypeList_CompareSignature(e, did, ssdid, ssvid);
         }
@@ -86,8 +81,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
     vtfuValidateILTImageHeader(did, ssdid, ssvid, t, n);
     vtfuValidateILTChipVersion(revision, t, n);
     vtfuValidateImageComponents(t, n, did, cardType, revision, &v);
-    for (const auto &line : vtflash::VersionLines(v))
-        Check(!line.empty());
+    for (const auto &line : vtflash::VersionLines(v)) Check(!line.empty());
 
     std::vector<uint8_t> stamped(n);
     if (vtfuUdpateTimeStamp(stamped.data(), n, t, n) == 0) {

@@ -11,8 +11,7 @@
 #include "sdm/sfp_image.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
-    if (size == 0)
-        return 0;
+    if (size == 0) return 0;
     // An exact copy, so the sanitizer sees any read past the input.
     const std::vector<uint8_t> in(data + 1, data + size);
     if (data[0] & 1) {
@@ -20,8 +19,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
         if (m.state == vtflash::MemoState::kText) {
             const std::vector<uint8_t> again = vtflash::BuildMemoBlock(m.text);
             const vtflash::Memo back = vtflash::ParseMemoBlock(again.data(), again.size());
-            if (back.state != vtflash::MemoState::kText || back.text != m.text)
-                std::abort();
+            if (back.state != vtflash::MemoState::kText || back.text != m.text) std::abort();
         }
     } else {
         vtsdm::sfp::SfpImage image;

@@ -5,8 +5,7 @@
 using namespace fuzzflash;
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
-    if (size > (1u << 20))
-        return 0;
+    if (size > (1u << 20)) return 0;
     const Exact in(data, size);
     const vtflash::Bytes file = in.span();
     if (const auto p = vtflash::ParsePldmPackage(file)) {

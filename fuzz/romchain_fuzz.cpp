@@ -9,15 +9,13 @@
 using namespace fuzzflash;
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
-    if (size > (1u << 20))
-        return 0;
+    if (size > (1u << 20)) return 0;
     const Exact in(data, size);
     const uint8_t *t = size ? in.data() : nullptr;
     const uint32_t n = in.size();
 
     const uint8_t *end = vtfuGetBootCodeEnd(t, n);
-    if (end != nullptr)
-        Check(end >= t && end <= t + n);  // a last image may claim no length
+    if (end != nullptr) Check(end >= t && end <= t + n);  // a last image may claim no length
     vtflash::BootVersions versions;
     const bool strict = vtflash::CheckBootChain(in.span(), &versions, true);
     const bool loose = vtflash::CheckBootChain(in.span(), nullptr, false);
@@ -44,10 +42,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
     for (const char *hw : {"2910", "2064", "2920", "25", "9999", ""}) {
         const uint32_t status = Validate(t, n, hw, 0);
         Check(status == 0 || status == FLASH_ST_WRONG_ADAPTER || status == FLASH_ST_BAD_CHECKSUM);
-        if (n > 512)
-            Validate(t, n, hw, 512);
+        if (n > 512) Validate(t, n, hw, 512);
     }
-    for (uint32_t type : {0x07u, 0x11u, 0x2Eu, 0x4Fu, 0xA2u})
-        vtflash::ComponentVersionText(type, in.span(), {});
+    for (uint32_t type : {0x07u, 0x11u, 0x2Eu, 0x4Fu, 0xA2u}) vtflash::ComponentVersionText(type, in.span(), {});
     return 0;
 }

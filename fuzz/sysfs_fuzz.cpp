@@ -38,9 +38,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
         (void)ParsePortName("rport-", text);
         (void)ParsePciAddress(text);
         break;
-    case 3:
-        (void)ParseWwnPair(text);
-        break;
+    case 3: (void)ParseWwnPair(text); break;
     case 4: {
         const std::vector<uint8_t> vpd(data + 1, data + size);
         const size_t n = VpdLength(vpd);
@@ -48,14 +46,9 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
         (void)ParseVpd(vpd);
         break;
     }
-    case 5:
-        (void)ParseNvmeFcAddress(text);
-        break;
-    case 6:
-        (void)NamespaceDevice(text, "nvme1");
-        break;
-    default:
-    {
+    case 5: (void)ParseNvmeFcAddress(text); break;
+    case 6: (void)NamespaceDevice(text, "nvme1"); break;
+    default: {
         uint64_t lun = 0;
         memcpy(&lun, data + 1, std::min<size_t>(size - 1, sizeof lun));
         (void)LunNumberOf(lun);

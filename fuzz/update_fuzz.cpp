@@ -11,14 +11,12 @@
 using namespace fuzzflash;
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
-    if (size > (1u << 20))
-        return 0;
+    if (size > (1u << 20)) return 0;
     const Exact in(data, size);
     const uint32_t cardType = size ? data[size - 1] : 0;
     const uint32_t revision = size > 1 ? data[size - 2] : 0;
     const auto regions = vtflash::SelectImageRegions(vtflash::Bytes(in.data(), size), cardType, revision);
-    if (!regions)
-        return 0;
+    if (!regions) return 0;
     std::set<uint32_t> types;
     for (const vtflash::StagedRegion &r : *regions) {
         Check(!vtflash::KeptByUpdates(r.region) && r.region != VTFU_REGION_FLASH_ILT);

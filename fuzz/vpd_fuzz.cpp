@@ -25,16 +25,14 @@ extern "C" void LogDebug(const char *, uint32_t, const char *format, ...) {
 namespace {
 
 void Check(bool ok) {
-    if (!ok)
-        __builtin_trap();
+    if (!ok) __builtin_trap();
 }
 
 // Sum of the bytes from the first 0x82 through the RV checksum byte, found
 // by walking the resources as the PCI format lays them out.
 bool ChecksumOk(const std::vector<uint8_t> &b) {
     size_t pos = 0;
-    while (pos < b.size() && b[pos] != 0x82)
-        ++pos;
+    while (pos < b.size() && b[pos] != 0x82) ++pos;
     const size_t start = pos;
     while (pos + 3 <= b.size() && b[pos] != 0x78) {
         const size_t end = pos + 3 + (b[pos + 1] | (b[pos + 2] << 8));
@@ -42,8 +40,7 @@ bool ChecksumOk(const std::vector<uint8_t> &b) {
             for (size_t k = pos + 3; k + 3 <= end && k + 3 < b.size(); k += 3 + b[k + 2])
                 if (b[k] == 'R' && b[k + 1] == 'V' && b[k + 2] > 0) {
                     uint8_t sum = 0;
-                    for (size_t i = start; i <= k + 3; ++i)
-                        sum = uint8_t(sum + b[i]);
+                    for (size_t i = start; i <= k + 3; ++i) sum = uint8_t(sum + b[i]);
                     return sum == 0;
                 }
         pos = end;
@@ -54,20 +51,16 @@ bool ChecksumOk(const std::vector<uint8_t> &b) {
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
-    if (size > 1 << 16)
-        return 0;
+    if (size > 1 << 16) return 0;
     const uint32_t n = uint32_t(size);
     std::unique_ptr<uint8_t[]> copy(new uint8_t[size ? size : 1]);
-    if (size)
-        std::memcpy(copy.get(), data, size);
+    if (size) std::memcpy(copy.get(), data, size);
     const uint8_t *b = size ? copy.get() : nullptr;
 
     vtfuVerifyVpdStartTag(b, n);
     uint32_t index = 0;
-    if (vtfuVerifyVpdEndTag(b, &index, n) == 0)
-        Check(index < n && b[index] == 0x78);
-    if (size)
-        vtfuIsBlankVpd(b, n);
+    if (vtfuVerifyVpdEndTag(b, &index, n) == 0) Check(index < n && b[index] == 0x78);
+    if (size) vtfuIsBlankVpd(b, n);
     const uint8_t one = size ? data[0] : 0;
     vtfuIsBlankVpd(&one, 0);
 
@@ -92,12 +85,10 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
     const uint32_t room = uint32_t(size * 7 % 64);
     std::vector<uint8_t> value(valueLength + 1, uint8_t('A' + size % 26));
     std::vector<uint8_t> block(size + room, 0);
-    if (size)
-        std::memcpy(block.data(), data, size);
+    if (size) std::memcpy(block.data(), data, size);
     const std::vector<uint8_t> before = block;
     std::unique_ptr<uint8_t[]> exact(new uint8_t[block.size() ? block.size() : 1]);
-    if (!block.empty())
-        std::memcpy(exact.get(), block.data(), block.size());
+    if (!block.empty()) std::memcpy(exact.get(), block.data(), block.size());
     const uint32_t rc = vtfuUpdateVpdField(block.empty() ? nullptr : exact.get(), uint32_t(block.size()), keyword,
                                            value.data(), valueLength);
     std::vector<uint8_t> after(exact.get(), exact.get() + block.size());

@@ -28,24 +28,24 @@ extern "C" {
 #define VTAPI_EXPORT __attribute__((visibility("default")))
 
 /* ---------------------------------------------------------------- status */
-#define VTAPI_SUCCESS                    0u
-#define VTAPI_SDMGT_NONE                 0u
-#define VTAPI_INVALID_ARGUMENT           2u
-#define VTAPI_FILE_NOT_FOUND             3u
-#define VTAPI_OPTION_ROM_UPDATE_FAILED   6u
-#define VTAPI_DEVICE_NUMBER_NOT_FOUND    12u
-#define VTAPI_FILE_CORRUPTED             13u
-#define VTAPI_INVALID_ILT_HEADER         25u
-#define VTAPI_NOT_SUPPORTED_ON_VPORT     29u
-#define VTAPI_FUNCTION_NOT_APPLICABLE    36u
-#define VTAPI_OPTION_NOT_SUPPORTED       113u
-#define VTAPI_PORT_NOT_FOUND             114u
-#define VTAPI_FLASH_LOCKDOWN             133u
-#define VTAPI_TARGET_NOT_FOUND           139u
-#define VTAPI_MAINTENANCE_MODE           150u
-#define VTAPI_REBOOT_REQUIRED            201u
+#define VTAPI_SUCCESS                                      0u
+#define VTAPI_SDMGT_NONE                                   0u
+#define VTAPI_INVALID_ARGUMENT                             2u
+#define VTAPI_FILE_NOT_FOUND                               3u
+#define VTAPI_OPTION_ROM_UPDATE_FAILED                     6u
+#define VTAPI_DEVICE_NUMBER_NOT_FOUND                      12u
+#define VTAPI_FILE_CORRUPTED                               13u
+#define VTAPI_INVALID_ILT_HEADER                           25u
+#define VTAPI_NOT_SUPPORTED_ON_VPORT                       29u
+#define VTAPI_FUNCTION_NOT_APPLICABLE                      36u
+#define VTAPI_OPTION_NOT_SUPPORTED                         113u
+#define VTAPI_PORT_NOT_FOUND                               114u
+#define VTAPI_FLASH_LOCKDOWN                               133u
+#define VTAPI_TARGET_NOT_FOUND                             139u
+#define VTAPI_MAINTENANCE_MODE                             150u
+#define VTAPI_REBOOT_REQUIRED                              201u
 #define VTAPI_UPDATE_ERROR_VALIDATE_FLASH_IMAGE_COMPONENTS 522u
-#define VTAPI_GENERAL_FAILURE            0xFFFFFFFFu
+#define VTAPI_GENERAL_FAILURE                              0xFFFFFFFFu
 
 /* Capacity words of a LUN whose size is unknown. */
 #define VTAPI_CAPACITY_UNKNOWN32 0xFEFEFEFEu
@@ -54,16 +54,16 @@ extern "C" {
 /* ------------------------------------------------------ targets and LUNs */
 typedef struct LunEntry {
     uint16_t LunNumber;
-    uint8_t  PeripheralType;      /* low five bits of INQUIRY byte 0 */
-    uint8_t  Reserved0;
-    char     VendorProduct[24];   /* INQUIRY vendor (8) and product (16) */
-    char     Revision[4];
-    uint32_t BlockSize;           /* capacity words: VTAPI_CAPACITY_UNKNOWN32 */
-    uint32_t LastBlock32;         /*   while unknown */
-    uint64_t LastBlock64;         /* VTAPI_CAPACITY_UNKNOWN64 while unknown */
-    uint8_t  WWULN[16];           /* world-wide unique LUN name (NAA) */
-    char     OSDeviceName[256];
-    uint32_t PassivePath;         /* 1 for a passive path */
+    uint8_t PeripheralType; /* low five bits of INQUIRY byte 0 */
+    uint8_t Reserved0;
+    char VendorProduct[24]; /* INQUIRY vendor (8) and product (16) */
+    char Revision[4];
+    uint32_t BlockSize;   /* capacity words: VTAPI_CAPACITY_UNKNOWN32 */
+    uint32_t LastBlock32; /*   while unknown */
+    uint64_t LastBlock64; /* VTAPI_CAPACITY_UNKNOWN64 while unknown */
+    uint8_t WWULN[16];    /* world-wide unique LUN name (NAA) */
+    char OSDeviceName[256];
+    uint32_t PassivePath; /* 1 for a passive path */
     struct LunEntry *next;
 } LunEntry;
 
@@ -74,18 +74,18 @@ typedef struct LunList {
 } LunList;
 
 typedef struct TargetEntry {
-    uint8_t  WWNN[8];
-    uint8_t  WWPN[8];
-    uint8_t  PortId[3];
-    uint8_t  Reserved0;
+    uint8_t WWNN[8];
+    uint8_t WWPN[8];
+    uint8_t PortId[3];
+    uint8_t Reserved0;
     SDDiscTargetProperty DiscTargetProperty;
     uint32_t TargetFlags;
-    uint8_t  PeripheralType;
-    uint8_t  Reserved1[3];
-    char     VendorId[8];
-    char     ProductId[16];
-    uint32_t PortTypeWord;        /* 0 FCP, 1 NVMe */
-    LunList  Luns;
+    uint8_t PeripheralType;
+    uint8_t Reserved1[3];
+    char VendorId[8];
+    char ProductId[16];
+    uint32_t PortTypeWord; /* 0 FCP, 1 NVMe */
+    LunList Luns;
     struct TargetEntry *next;
 } TargetEntry;
 
@@ -101,16 +101,16 @@ typedef struct SDMDevice {
     /* header */
     uint32_t DeviceHandle;
     uint32_t Instance;
-    uint32_t NotificationStatus;  /* event summary bits */
+    uint32_t NotificationStatus; /* event summary bits */
     uint32_t Reserved0;
-    SDChipProperty   DeviceChipProperty;
+    SDChipProperty DeviceChipProperty;
     SDDriverProperty DeviceDriverProperty;
-    SDNodeProperty   DeviceNodeProperty;
-    SDPortProperty   DevicePortProperty;
-    SDStatistics     DeviceStatistics;
+    SDNodeProperty DeviceNodeProperty;
+    SDPortProperty DevicePortProperty;
+    SDStatistics DeviceStatistics;
     uint32_t DeviceFlashSequenceNumber;
-    uint8_t  DeviceInitialNVRAM[512];
-    uint8_t  DeviceCurrentNVRAM[512];
+    uint8_t DeviceInitialNVRAM[512];
+    uint8_t DeviceCurrentNVRAM[512];
     TargetList Targets;
     uint32_t VPortQoSValue;
     uint32_t VPortQoSType;
@@ -133,39 +133,39 @@ typedef struct AdapterNode {
     uint32_t Instance;
     uint32_t PhysicalPort;
     uint32_t DeviceHandle;
-    uint8_t  Reserved0;
-    uint8_t  PciDeviceNumber;
-    uint8_t  PciBusNumber;
-    uint8_t  PciFunctionNumber;
+    uint8_t Reserved0;
+    uint8_t PciDeviceNumber;
+    uint8_t PciBusNumber;
+    uint8_t PciFunctionNumber;
     uint32_t PortAttribute;
     uint32_t Enable;
-    uint16_t ChipClass;           /* 1 below ISP type 8, else 2 */
+    uint16_t ChipClass; /* 1 below ISP type 8, else 2 */
     uint16_t VPortId;
     uint16_t SubVendorID;
     uint16_t SubSystemID;
     uint16_t DeviceID;
     uint16_t ChipRevision;
     uint16_t Reserved1;
-    uint8_t  WWNN[8];
-    uint8_t  WWPN[8];
-    uint8_t  EnodeMAC[6];
-    char     Model[32];
-    char     SerialNumber[32];
-    char     WWPNText[24];
-    char     WWNNText[24];
-    char     Description[128];
-    uint8_t  PortId[3];
+    uint8_t WWNN[8];
+    uint8_t WWPN[8];
+    uint8_t EnodeMAC[6];
+    char Model[32];
+    char SerialNumber[32];
+    char WWPNText[24];
+    char WWNNText[24];
+    char Description[128];
+    uint8_t PortId[3];
     uint16_t Interface;
-    uint16_t Reserved2;           /* always 0xFFFF */
-    int16_t  QoSType;
+    uint16_t Reserved2; /* always 0xFFFF */
+    int16_t QoSType;
     uint16_t Reserved3;
     uint16_t QoSState[2];
     uint16_t QoSValue;
-    uint32_t PortSpeed;           /* Gb/s, virtual ports only */
+    uint32_t PortSpeed; /* Gb/s, virtual ports only */
     uint8_t *VPortWWPN[VTAPI_MAX_VPORTS];
-    char     Status[32];
+    char Status[32];
     uint16_t VendorID;
-    uint8_t  ListFlag;            /* always 2 */
+    uint8_t ListFlag; /* always 2 */
     struct AdapterNode *next;
     struct AdapterNode *prev;
 } AdapterNode;
@@ -175,12 +175,12 @@ typedef struct AdapterNode {
 #define VTAPI_PROTOCOL_FCOE 1u
 
 typedef struct ProtocolEntry {
-    uint8_t  WWNN[8];
-    uint8_t  WWPN[8];
-    SDMDevice Device;             /* private copy, with its own targets */
-    uint8_t  PciBusNumber;
-    uint8_t  PciDeviceNumber;
-    uint8_t  PciFunctionNumber;
+    uint8_t WWNN[8];
+    uint8_t WWPN[8];
+    SDMDevice Device; /* private copy, with its own targets */
+    uint8_t PciBusNumber;
+    uint8_t PciDeviceNumber;
+    uint8_t PciFunctionNumber;
     uint32_t ProtocolType;
     struct ProtocolEntry *next;
 } ProtocolEntry;
@@ -206,20 +206,20 @@ typedef struct PhyPortList {
 } PhyPortList;
 
 typedef struct AdapterEntry {
-    char     SerialNumber[32];
+    char SerialNumber[32];
     uint32_t AdapterType;
-    char     Manufacturer[80];
+    char Manufacturer[80];
     uint16_t VendorID;
     uint16_t SubVendorID;
     uint16_t SubSystemID;
     uint16_t PciBusNumber;
-    char     FirmwareVersion[32];
-    char     AdapterModel[32];
-    char     FlashBIOSVersion[32];
-    char     FCodeVersion[32];
-    char     EFIVersion[32];
-    char     FlashFirmwareVersion[32];
-    char     FlashMultiBootVersion[32];
+    char FirmwareVersion[32];
+    char AdapterModel[32];
+    char FlashBIOSVersion[32];
+    char FCodeVersion[32];
+    char EFIVersion[32];
+    char FlashFirmwareVersion[32];
+    char FlashMultiBootVersion[32];
     uint32_t ChipRevision;
     PhyPortList PhyPorts;
     struct AdapterEntry *next;
@@ -233,12 +233,12 @@ typedef struct AdapterEntryList {
 
 /* ------------------------------------------------------- host and system */
 typedef struct SystemInfo {
-    uint16_t Reserved;            /* left as the caller set it */
-    uint16_t OperatingSystem;     /* 3: Linux */
-    uint16_t Architecture;        /* 1 x86_64, 0 x86 */
+    uint16_t Reserved;        /* left as the caller set it */
+    uint16_t OperatingSystem; /* 3: Linux */
+    uint16_t Architecture;    /* 1 x86_64, 0 x86 */
     uint16_t Reserved1;
     struct {
-        uint32_t ProductType;     /* 3 */
+        uint32_t ProductType; /* 3 */
         uint32_t MajorVersion;
         uint32_t MinorVersion;
     } Linux;
@@ -246,13 +246,13 @@ typedef struct SystemInfo {
 
 typedef struct HostInfo {
     uint32_t Reserved[2];
-    char     HostName[256];       /* offset 8 */
-    char     OSVersion[256];      /* offset 264 */
-    char     SystemType[128];     /* offset 520 */
-    char     AgentVersion[64];    /* offset 648 */
-    char     Reserved1[192];
-    uint32_t HostNameCrc;         /* offset 904: CRC-32 of the host name */
-    uint32_t Valid;               /* offset 908 */
+    char HostName[256];    /* offset 8 */
+    char OSVersion[256];   /* offset 264 */
+    char SystemType[128];  /* offset 520 */
+    char AgentVersion[64]; /* offset 648 */
+    char Reserved1[192];
+    uint32_t HostNameCrc; /* offset 904: CRC-32 of the host name */
+    uint32_t Valid;       /* offset 908 */
 } HostInfo;
 
 /* --------------------------------------------------------------- globals */

@@ -50,7 +50,7 @@ typedef struct VTAPI_AdapterVersions {
     char BIOSVersion[32];
     char FCodeVersion[32];
     char EFIVersion[32];
-    char MultiBootVersion[32];     /* multi-image version, "%d.%02d.%02d" */
+    char MultiBootVersion[32]; /* multi-image version, "%d.%02d.%02d" */
     char DriverVersion[32];
 } VTAPI_AdapterVersions;
 
@@ -75,7 +75,7 @@ typedef struct VTAPI_SCMRStatisticsList VTAPI_SCMRStatisticsList;
 
 /* A boot drive: target port name (most significant byte first) and LUN. */
 typedef struct VTAPI_BootDrive {
-    uint8_t  WWPN[8];
+    uint8_t WWPN[8];
     uint16_t LUN;
 } VTAPI_BootDrive;
 
@@ -122,10 +122,10 @@ struct VTAPI_HBAParams {
     uint32_t MinimumSpeed;             /* 135 */
     uint32_t PreferFCP;                /* 136 */
     uint32_t DisableSCM;               /* 137: the inverse of EnableUSCM */
-    uint8_t  NVMeEnable;               /* 148 */
-    uint8_t  PortDisable;              /* 185 */
-    uint8_t  FabricPriority;           /* 186 */
-    uint8_t  VirtualLane;              /* 187 */
+    uint8_t NVMeEnable;                /* 148 */
+    uint8_t PortDisable;               /* 185 */
+    uint8_t FabricPriority;            /* 186 */
+    uint8_t VirtualLane;               /* 187 */
     VTAPI_BootDrive BootDrives[8];     /* drive 0 primary, 1-3 alternates, 4-7 further */
 };
 
@@ -142,20 +142,20 @@ struct VTAPI_BootDeviceInfo {
     uint32_t NVMeEnable;            /* 148 */
     uint32_t EfiHost;               /* out: 1 when the host boots by EFI */
     uint32_t DriveCount;            /* out: 4 on 256-byte NVRAM images, else 8 */
-    uint8_t  BootNodeName[8];       /* 84-91: drive 0's node name (EFI hosts, chips above 7) */
+    uint8_t BootNodeName[8];        /* 84-91: drive 0's node name (EFI hosts, chips above 7) */
     VTAPI_BootDrive Drives[8];
 };
 
 /* FC-NVMe boot drive: 284 bytes, as it lies in the adapter's flash. */
 #define VTAPI_NVME_DRIVE_VALID 0x1u /* Flags: the entry is in use */
 typedef struct VTAPI_NVMeBootDrive {
-    uint8_t  TargetWWNN[8];
-    uint8_t  TargetWWPN[8];
+    uint8_t TargetWWNN[8];
+    uint8_t TargetWWPN[8];
     uint16_t ControllerID;
     uint16_t Reserved;
     uint32_t NamespaceID;
-    uint32_t Flags;                 /* VTAPI_NVME_DRIVE_VALID */
-    char     NQN[256];              /* subsystem NQN, NUL-terminated */
+    uint32_t Flags; /* VTAPI_NVME_DRIVE_VALID */
+    char NQN[256];  /* subsystem NQN, NUL-terminated */
 } VTAPI_NVMeBootDrive;
 
 /* FC-NVMe boot parameters block of a port: 2560 bytes, little-endian, as it
@@ -168,8 +168,8 @@ struct VTAPI_NVMeBootDeviceEntries {
     uint32_t Length;
     uint32_t Checksum;
     VTAPI_NVMeBootDrive Drives[8];
-    char     HostNQN[256];
-    uint8_t  HostID[16];
+    char HostNQN[256];
+    uint8_t HostID[16];
 };
 
 /* ------------------------------------------- diagnostics and monitoring */
@@ -189,58 +189,58 @@ struct VTAPI_NVMeBootDeviceEntries {
 #define VTAPI_DIAG_ONERROR_LOOP   2 /* after a failed run, go on until stopped */
 struct VTAPI_DiagParams {
     uint32_t AdapterInstance;
-    int32_t  TestCount;
-    uint32_t Continuous;          /* 1 when TestCount is 0 */
-    int32_t  OnError;             /* VTAPI_DIAG_ONERROR_* */
-    int32_t  TestIncrement;
-    int32_t  PatternKind;         /* VTAPI_DIAG_PATTERN_* */
-    int32_t  LoopbackType;        /* 0-5, see InitializeUserDiagnosticsTable */
-    uint32_t DataSize;            /* bytes per frame */
-    uint32_t DataIntegrityCheck;  /* 1 for loopback type 5: received data is compared */
-    uint8_t  Pattern[8];
-    uint32_t Echo;                /* external loopback as ELS echo (0x80F2) */
+    int32_t TestCount;
+    uint32_t Continuous; /* 1 when TestCount is 0 */
+    int32_t OnError;     /* VTAPI_DIAG_ONERROR_* */
+    int32_t TestIncrement;
+    int32_t PatternKind;         /* VTAPI_DIAG_PATTERN_* */
+    int32_t LoopbackType;        /* 0-5, see InitializeUserDiagnosticsTable */
+    uint32_t DataSize;           /* bytes per frame */
+    uint32_t DataIntegrityCheck; /* 1 for loopback type 5: received data is compared */
+    uint8_t Pattern[8];
+    uint32_t Echo; /* external loopback as ELS echo (0x80F2) */
 };
 typedef struct VTAPI_DiagParams DiagRequest;
 
 /* Result of one loopback run (420 bytes). */
 typedef struct DiagLoopbackResult {
-    char     TestStatus[32];      /* "Success", "Loop Down", "Param Error", "Error",
-                                     "Failure", "DevNotFound", "Memory error", ... */
+    char TestStatus[32]; /* "Success", "Loop Down", "Param Error", "Error",
+                            "Failure", "DevNotFound", "Memory error", ... */
     uint32_t CrcErrors;
     uint32_t DisparityErrors;
     uint32_t FrameLengthErrors;
-    uint32_t ResultCode;          /* 0; 40 parameter error; 41 loop down; 42 errors;
-                                     115 memory; 61 not supported */
-    char     Text[372];           /* explanation, empty on success */
+    uint32_t ResultCode; /* 0; 40 parameter error; 41 loop down; 42 errors;
+                            115 memory; 61 not supported */
+    char Text[372];      /* explanation, empty on success */
 } DiagLoopbackResult;
 
 /* Outcome of a whole loopback test on one port. */
 struct VTAPI_DiagResult {
-    uint32_t DiagResult;          /* diagnostic result of the last run (0, 40, 61, 115) */
+    uint32_t DiagResult; /* diagnostic result of the last run (0, 40, 61, 115) */
     uint32_t RunsDone;
     uint32_t RunsFailed;
-    uint32_t Aborted;             /* 1: stopped before its count (abort, Enter, signal) */
+    uint32_t Aborted; /* 1: stopped before its count (abort, Enter, signal) */
     uint64_t IterationsDone;
-    uint32_t CrcErrors;           /* totals over the failed runs */
+    uint32_t CrcErrors; /* totals over the failed runs */
     uint32_t DisparityErrors;
     uint32_t FrameLengthErrors;
     uint32_t Reserved;
-    DiagLoopbackResult LastRun;   /* the first failed run, else the last run */
+    DiagLoopbackResult LastRun; /* the first failed run, else the last run */
 };
 
 /* Read/write buffer test: one entry per target. */
 typedef struct VTAPI_RWBufferTestResult {
-    uint8_t  TargetWWPN[8];
-    uint16_t LoopId;              /* the target's OS target number */
-    uint16_t Lun;                 /* LUN the buffer commands went to */
-    char     Status[32];          /* "Success", "Data Miscompare", "Failure", "Not present", ... */
+    uint8_t TargetWWPN[8];
+    uint16_t LoopId; /* the target's OS target number */
+    uint16_t Lun;    /* LUN the buffer commands went to */
+    char Status[32]; /* "Success", "Data Miscompare", "Failure", "Not present", ... */
     uint32_t RunsDone;
     uint32_t DataMiscompares;
-    uint32_t LinkFailureCount;    /* the target's link error status after the test */
+    uint32_t LinkFailureCount; /* the target's link error status after the test */
     uint32_t LossOfSyncCount;
     uint32_t LossOfSignalCount;
     uint32_t InvalidCRCCount;
-    char     Text[128];
+    char Text[128];
     struct VTAPI_RWBufferTestResult *next;
 } VTAPI_RWBufferTestResult;
 struct VTAPI_RWBufferTestResultList {
@@ -254,17 +254,17 @@ struct VTAPI_RWBufferTestResultList {
 #define VTAPI_LINKSTATUS_NOT_PRESENT  (-16)
 #define VTAPI_LINKSTATUS_QUERY_FAILED (-11)
 typedef struct LinkStatusEntry {
-    char     PortType[16];
-    uint8_t  PortName[8];         /* WWPN */
+    char PortType[16];
+    uint8_t PortName[8]; /* WWPN */
     uint32_t LinkFailureCount;
     uint32_t LossOfSyncCount;
     uint32_t LossOfSignalCount;
     uint32_t PrimitiveSeqProtocolErrorCount;
     uint32_t InvalidTransmissionWordCount;
     uint32_t InvalidCRCCount;
-    int32_t  Status;              /* 0, VTAPI_LINKSTATUS_NOT_PRESENT or _QUERY_FAILED */
-    char     StatusText[32];      /* "Device has been removed", "Get link stats failed" */
-    char     Text[128];
+    int32_t Status;      /* 0, VTAPI_LINKSTATUS_NOT_PRESENT or _QUERY_FAILED */
+    char StatusText[32]; /* "Device has been removed", "Get link stats failed" */
+    char Text[128];
     struct LinkStatusEntry *next;
 } LinkStatusEntry;
 struct VTAPI_LinkStatusResultList {
@@ -277,19 +277,19 @@ struct VTAPI_LinkStatusResultList {
  * counters, a fourth counter kept but not shown, the I/O count, and the I/O
  * and byte rates since the previous poll of the same port. */
 typedef struct HBAStatisticsSample {
-    int64_t  Errors;
-    int64_t  DeviceErrors;
-    int64_t  Resets;
-    int64_t  Interrupts;
-    int64_t  IoCount;
-    int64_t  IoPerSecond;
-    int64_t  BytesPerSecond;
-    char     TimeStamp[32];       /* "YYYY-MM-DD hh:mm:ss", local time */
-    uint32_t Status;              /* 0, or 8 when the adapter cannot be found */
+    int64_t Errors;
+    int64_t DeviceErrors;
+    int64_t Resets;
+    int64_t Interrupts;
+    int64_t IoCount;
+    int64_t IoPerSecond;
+    int64_t BytesPerSecond;
+    char TimeStamp[32]; /* "YYYY-MM-DD hh:mm:ss", local time */
+    uint32_t Status;    /* 0, or 8 when the adapter cannot be found */
 } HBAStatisticsSample;
 struct VTAPI_PortStatistics {
     HBAStatisticsSample Sample;
-    SDStatistics Counters;        /* all counters as the port reports them */
+    SDStatistics Counters; /* all counters as the port reports them */
 };
 
 /* Buffers of the features whose records are the device-management
@@ -440,52 +440,52 @@ VTAPI_EXPORT uint32_t VTAPI_SetTargetLinkSpeedToAlltargets(const ProtocolEntry *
 #define VTAPI_FLASH_HAS_EDC_FW        0x00800000u
 
 struct VTAPI_FlashImageVersion {
-    uint8_t  MBIVersion[3];        /* image version of the layout table */
-    uint8_t  Reserved0;
-    uint8_t  FFVVersion[4];        /* family firmware version */
+    uint8_t MBIVersion[3]; /* image version of the layout table */
+    uint8_t Reserved0;
+    uint8_t FFVVersion[4]; /* family firmware version */
     uint16_t BuildYear;
-    uint8_t  BuildMonth;
-    uint8_t  BuildDay;
-    int32_t  ActivationLevel;      /* -1 below table version 5 */
+    uint8_t BuildMonth;
+    uint8_t BuildDay;
+    int32_t ActivationLevel; /* -1 below table version 5 */
     uint32_t TableVersion;
-    uint32_t CardType;             /* the card type found for the adapter */
-    uint32_t ComponentCount;       /* components meant for the card */
-    uint32_t Present;              /* VTAPI_FLASH_HAS_ bits */
-    uint8_t  Firmware[4];          /* RISC firmware (0x01) */
-    uint8_t  FcoeFirmware[4];      /* FCoE RISC firmware (0xA4) */
-    uint8_t  MpiFirmware[4];
-    uint8_t  MpiSoftROM[4];
-    uint8_t  PepFirmware[4];       /* four fields */
-    uint8_t  PepSoftROM[4];        /* four fields */
-    uint8_t  PepBoardConfig[4];    /* four fields */
-    uint8_t  FwPreload[4];
-    uint8_t  FcBoardConfig[4];
-    uint8_t  PcieSerdes[4];
-    uint8_t  FcSoftROM[4];
-    uint8_t  SignatureRegion[4];
-    uint8_t  Bios[2];
-    uint8_t  FCode[2];
-    uint8_t  Efi[2];
-    uint8_t  BiosExp[2];           /* boot code expansion region (0x11) */
-    uint8_t  FCodeExp[2];
-    uint8_t  EfiExp[2];
-    uint8_t  Pxe[2];
-    uint8_t  Reserved1[2];
-    uint8_t  NicFirmware[4];
-    uint8_t  CRBinit[4];
-    uint8_t  Pegtune[4];
-    uint8_t  Bootloader[4];
-    uint8_t  EdcFirmware[4];
-    char     MBIVersionText[16];   /* "%02d.%02d.%02d" */
+    uint32_t CardType;       /* the card type found for the adapter */
+    uint32_t ComponentCount; /* components meant for the card */
+    uint32_t Present;        /* VTAPI_FLASH_HAS_ bits */
+    uint8_t Firmware[4];     /* RISC firmware (0x01) */
+    uint8_t FcoeFirmware[4]; /* FCoE RISC firmware (0xA4) */
+    uint8_t MpiFirmware[4];
+    uint8_t MpiSoftROM[4];
+    uint8_t PepFirmware[4];    /* four fields */
+    uint8_t PepSoftROM[4];     /* four fields */
+    uint8_t PepBoardConfig[4]; /* four fields */
+    uint8_t FwPreload[4];
+    uint8_t FcBoardConfig[4];
+    uint8_t PcieSerdes[4];
+    uint8_t FcSoftROM[4];
+    uint8_t SignatureRegion[4];
+    uint8_t Bios[2];
+    uint8_t FCode[2];
+    uint8_t Efi[2];
+    uint8_t BiosExp[2]; /* boot code expansion region (0x11) */
+    uint8_t FCodeExp[2];
+    uint8_t EfiExp[2];
+    uint8_t Pxe[2];
+    uint8_t Reserved1[2];
+    uint8_t NicFirmware[4];
+    uint8_t CRBinit[4];
+    uint8_t Pegtune[4];
+    uint8_t Bootloader[4];
+    uint8_t EdcFirmware[4];
+    char MBIVersionText[16]; /* "%02d.%02d.%02d" */
 };
 
 /* One card entry of a flash image file's card-type lists. */
 typedef struct VTAPI_FlashImageAdapter {
-    uint16_t CardType;             /* card type of its list, 0 the default list */
+    uint16_t CardType; /* card type of its list, 0 the default list */
     uint16_t VendorID;
     uint16_t DeviceID;
-    uint16_t SubVendorID;          /* 0xFFFF: any */
-    uint16_t SubSystemID;          /* 0xFFFF: any */
+    uint16_t SubVendorID; /* 0xFFFF: any */
+    uint16_t SubSystemID; /* 0xFFFF: any */
     uint16_t Reserved;
 } VTAPI_FlashImageAdapter;
 
@@ -496,9 +496,8 @@ struct VTAPI_FlashImageAdapters {
     uint32_t Count;
     uint32_t Reserved;
     VTAPI_FlashImageAdapter *Adapters;
-    char     MBIVersion[16];       /* "%02d.%02d.%02d" */
+    char MBIVersion[16]; /* "%02d.%02d.%02d" */
 };
-
 
 /* Writes a flash image file into the card of the port.  gFlashUpdateInProgress
  * is 1 while it runs, so that VTAPI_DidConfigChange does not poll.

@@ -31,8 +31,7 @@ extern "C" {
 #define VTAPI_NOTIFY_PENDING        0x8000u
 #define VTAPI_NOTIFY_FEC_ACTIVE     0x10000u
 
-typedef uint32_t (*VTAPI_AlarmCallback)(uint32_t device, uint32_t reserved1, uint32_t status,
-                                        uint32_t reserved2);
+typedef uint32_t (*VTAPI_AlarmCallback)(uint32_t device, uint32_t reserved1, uint32_t status, uint32_t reserved2);
 
 VTAPI_EXPORT uint32_t VTAPI_RegisterAlarmNotificationCallback(VTAPI_AlarmCallback callback);
 VTAPI_EXPORT uint32_t VTAPI_UnRegisterAlarmNotificationCallback(VTAPI_AlarmCallback callback);

@@ -76,41 +76,33 @@ SDM_EXPORT uint32_t SDGetHbaDeviceNodeProperty(uint32_t handle, SDNodeProperty *
 SDM_EXPORT uint32_t SDGetHbaDevicePortProperty(uint32_t handle, SDPortProperty *prop);
 
 /* Discovered remote ports.  *count is in: entries of buffer, out: targets. */
-SDM_EXPORT uint32_t SDGetDiscTargetProperties(uint32_t handle, SDDiscTargetProperty *buffer,
-                                              uint32_t *count);
+SDM_EXPORT uint32_t SDGetDiscTargetProperties(uint32_t handle, SDDiscTargetProperty *buffer, uint32_t *count);
 
 /* SCSI pass-through to a target (by WWPN) and LUN.  *respSize is in: buffer
  * size, out: bytes returned.  *senseSize likewise for the sense buffer
  * (fixed-format sense data, SD_SENSE_BUFFER_SIZE bytes suffice).
  * A check condition gives SDERR_SCSI_CHECK_CONDITION with the sense data. */
-SDM_EXPORT uint32_t SDSendScsiReportLunsCmdFC(uint32_t handle, const uint8_t *targetWWPN,
-                                              void *resp, uint32_t *respSize,
-                                              void *sense, uint32_t *senseSize);
-SDM_EXPORT uint32_t SDSendScsiInquiryCmdFC(uint32_t handle, const uint8_t *targetWWPN, uint16_t lun,
-                                           uint8_t evpd, uint8_t page,
-                                           void *resp, uint32_t *respSize,
-                                           void *sense, uint32_t *senseSize);
-SDM_EXPORT uint32_t SDSendScsiReadCapacityCmdFC(uint32_t handle, const uint8_t *targetWWPN, uint16_t lun,
-                                                void *resp, uint32_t *respSize,
-                                                void *sense, uint32_t *senseSize);
-SDM_EXPORT uint32_t SDSendScsiReadCapacityLargeCmdFC(uint32_t handle, const uint8_t *targetWWPN,
-                                                     uint16_t lun, void *resp, uint32_t *respSize,
-                                                     void *sense, uint32_t *senseSize);
-SDM_EXPORT uint32_t SDSendScsiTestUnitReadyCmdFC(uint32_t handle, const uint8_t *targetWWPN, uint16_t lun,
-                                                 void *sense, uint32_t *senseSize);
+SDM_EXPORT uint32_t SDSendScsiReportLunsCmdFC(uint32_t handle, const uint8_t *targetWWPN, void *resp,
+                                              uint32_t *respSize, void *sense, uint32_t *senseSize);
+SDM_EXPORT uint32_t SDSendScsiInquiryCmdFC(uint32_t handle, const uint8_t *targetWWPN, uint16_t lun, uint8_t evpd,
+                                           uint8_t page, void *resp, uint32_t *respSize, void *sense,
+                                           uint32_t *senseSize);
+SDM_EXPORT uint32_t SDSendScsiReadCapacityCmdFC(uint32_t handle, const uint8_t *targetWWPN, uint16_t lun, void *resp,
+                                                uint32_t *respSize, void *sense, uint32_t *senseSize);
+SDM_EXPORT uint32_t SDSendScsiReadCapacityLargeCmdFC(uint32_t handle, const uint8_t *targetWWPN, uint16_t lun,
+                                                     void *resp, uint32_t *respSize, void *sense, uint32_t *senseSize);
+SDM_EXPORT uint32_t SDSendScsiTestUnitReadyCmdFC(uint32_t handle, const uint8_t *targetWWPN, uint16_t lun, void *sense,
+                                                 uint32_t *senseSize);
 SDM_EXPORT uint32_t SDSendScsiWriteBufferCmdFC(uint32_t handle, const uint8_t *targetWWPN, uint16_t lun,
-                                               const void *data, uint32_t size,
-                                               void *sense, uint32_t *senseSize);
-SDM_EXPORT uint32_t SDSendScsiReadBufferCmdFC(uint32_t handle, const uint8_t *targetWWPN, uint16_t lun,
-                                              void *data, uint32_t *size,
-                                              void *sense, uint32_t *senseSize);
+                                               const void *data, uint32_t size, void *sense, uint32_t *senseSize);
+SDM_EXPORT uint32_t SDSendScsiReadBufferCmdFC(uint32_t handle, const uint8_t *targetWWPN, uint16_t lun, void *data,
+                                              uint32_t *size, void *sense, uint32_t *senseSize);
 /* OS device name of a LUN ("/dev/sdc"); SDERR_NOT_FOUND when it has none. */
-SDM_EXPORT uint32_t SDGetLunOSDeviceName(uint32_t handle, const uint8_t *targetWWPN, uint16_t lun,
-                                         char *name, uint32_t size);
+SDM_EXPORT uint32_t SDGetLunOSDeviceName(uint32_t handle, const uint8_t *targetWWPN, uint16_t lun, char *name,
+                                         uint32_t size);
 
 /* NVRAM.  area 1 is the active image, area 2 the alternate copy. */
-SDM_EXPORT uint32_t SDGetNVRam(uint32_t handle, uint32_t offset, uint32_t area,
-                               void *buffer, uint32_t size);
+SDM_EXPORT uint32_t SDGetNVRam(uint32_t handle, uint32_t offset, uint32_t area, void *buffer, uint32_t size);
 /* Writes a whole image (offset 0, the port's NVRAM size); the image must
  * carry a valid checksum, else SDERR_INVALID_PARAMETER and nothing changes.
  * A port whose firmware is in lockdown refuses NVRAM and flash writes with
@@ -118,8 +110,7 @@ SDM_EXPORT uint32_t SDGetNVRam(uint32_t handle, uint32_t offset, uint32_t area,
  * SDERR_NOT_SUPPORTED.  Settings a reset applies (data rate, port disable)
  * take effect at the port's next reset; until then the port reports
  * SD_PORTFLAG_REBOOT_REQUIRED. */
-SDM_EXPORT uint32_t SDUpdateNVRam(uint32_t handle, uint32_t offset, uint32_t area,
-                                  const void *buffer, uint32_t size);
+SDM_EXPORT uint32_t SDUpdateNVRam(uint32_t handle, uint32_t offset, uint32_t area, const void *buffer, uint32_t size);
 /* Field access on an image held by the caller, by variable identifier.
  * SDGetVariableValue returns the value, or 0xFFFFFFFF for an unknown
  * identifier or handle.  SDSetVariableValue does not fix the checksum. */
@@ -132,15 +123,13 @@ SDM_EXPORT uint32_t SDGetVpd(uint32_t handle, void *buffer, uint32_t *size);
 /* Flash regions.  Layout: layout->Count holds the descriptors the buffer
  * has room for; a smaller count gives SDERR_BUFFER_TOO_SMALL with the real
  * count stored there. */
-SDM_EXPORT uint32_t SDGetOptionRomLayout(uint32_t handle, uint32_t reserved,
-                                         SDOptionRomLayout *layout, uint32_t size);
+SDM_EXPORT uint32_t SDGetOptionRomLayout(uint32_t handle, uint32_t reserved, SDOptionRomLayout *layout, uint32_t size);
 /* Reads size bytes of a region from offset; past its end SDERR_SHORT_READ
  * (the bytes that exist are copied). */
-SDM_EXPORT uint32_t SDGetOptionRomEx(uint32_t handle, void *buffer, uint32_t size,
-                                     uint32_t region, uint32_t offset);
+SDM_EXPORT uint32_t SDGetOptionRomEx(uint32_t handle, void *buffer, uint32_t size, uint32_t region, uint32_t offset);
 /* Writes size bytes at offset of a region; flags are reserved (0). */
-SDM_EXPORT uint32_t SDUpdateOptionRomEx2(uint32_t handle, const void *buffer, uint32_t size,
-                                         uint32_t region, uint32_t offset, uint32_t flags);
+SDM_EXPORT uint32_t SDUpdateOptionRomEx2(uint32_t handle, const void *buffer, uint32_t size, uint32_t region,
+                                         uint32_t offset, uint32_t flags);
 
 /* Flash update: replaces the contents of several regions at once, all or
  * none.  Each region gets Size bytes of Data from its start; the rest of the
@@ -151,8 +140,8 @@ SDM_EXPORT uint32_t SDUpdateOptionRomEx2(uint32_t handle, const void *buffer, ui
  * SD_PORTFLAG_REBOOT_REQUIRED until the card restarts.  flags are reserved
  * (0). */
 typedef struct SDRegionImage {
-    uint32_t    Region;  /* region type code */
-    uint32_t    Size;    /* bytes of Data */
+    uint32_t Region; /* region type code */
+    uint32_t Size;   /* bytes of Data */
     const void *Data;
 } SDRegionImage;
 SDM_EXPORT uint32_t SDUpdateOptionRomRegions(uint32_t handle, const SDRegionImage *regions, uint32_t count,
@@ -167,9 +156,9 @@ SDM_EXPORT uint32_t SDUpdateOptionRomRegions(uint32_t handle, const SDRegionImag
  * SDERR_LOCKDOWN, a failing part SDERR_FLASH_WRITE_FAILED.  The new firmware
  * runs at once.  flags are reserved (0). */
 typedef struct SDSfpFirmwareInfo {
-    char     Vendor[17];  /* NUL-terminated */
-    uint8_t  Version[3];  /* major, minor, sub */
-    uint32_t CodeSum;     /* 32-bit sum of the firmware code */
+    char Vendor[17];    /* NUL-terminated */
+    uint8_t Version[3]; /* major, minor, sub */
+    uint32_t CodeSum;   /* 32-bit sum of the firmware code */
 } SDSfpFirmwareInfo;
 SDM_EXPORT uint32_t SDGetSfpFirmwareInfo(uint32_t handle, SDSfpFirmwareInfo *info);
 SDM_EXPORT uint32_t SDUpdateSfpFirmware(uint32_t handle, const void *image, uint32_t size, uint32_t flags);
@@ -184,8 +173,7 @@ SDM_EXPORT uint32_t SDGetAenQueueStatus(uint32_t handle, SDAenQueueStatus *statu
 /* Statistics. */
 SDM_EXPORT uint32_t SDGetStatistics(uint32_t handle, SDStatistics *stats);
 SDM_EXPORT uint32_t SDResetStatistics(uint32_t handle);
-SDM_EXPORT uint32_t SDGetPortStatisticsFC(uint32_t handle, const uint8_t *targetWWPN,
-                                          SDLinkErrorStatus *status);
+SDM_EXPORT uint32_t SDGetPortStatisticsFC(uint32_t handle, const uint8_t *targetWWPN, SDLinkErrorStatus *status);
 
 /* Diagnostics.  A run that the port carries out returns SDERR_NONE with its
  * outcome in result->TestStatus; a call error means the run did not take
@@ -194,15 +182,13 @@ SDM_EXPORT uint32_t SDGetPortStatisticsFC(uint32_t handle, const uint8_t *target
  * `increment` maximum-size I/Os through an external loopback; it answers a
  * size the port cannot send with SDERR_DIAG_PARAMETER and a link that is
  * down with SDERR_LOOP_DOWN. */
-SDM_EXPORT uint32_t SDRunDiagLoopbackEx(uint32_t handle, uint32_t option,
-                                        const void *tx, void *rx, uint32_t dataSize,
+SDM_EXPORT uint32_t SDRunDiagLoopbackEx(uint32_t handle, uint32_t option, const void *tx, void *rx, uint32_t dataSize,
                                         uint32_t iterations, SDDiagResult *result);
-SDM_EXPORT uint32_t SDDiagIO(uint32_t handle, const void *tx, void *rx, uint32_t dataSize,
-                             uint32_t count, uint32_t increment, SDDiagResult *result);
+SDM_EXPORT uint32_t SDDiagIO(uint32_t handle, const void *tx, void *rx, uint32_t dataSize, uint32_t count,
+                             uint32_t increment, SDDiagResult *result);
 
 /* Virtual ports (NPIV) and QoS.  A created vPort becomes a new instance. */
-SDM_EXPORT uint32_t SDCreateVport(uint32_t handle, const uint8_t *wwnn, const uint8_t *wwpn,
-                                  uint16_t *vportId);
+SDM_EXPORT uint32_t SDCreateVport(uint32_t handle, const uint8_t *wwnn, const uint8_t *wwpn, uint16_t *vportId);
 SDM_EXPORT uint32_t SDDeleteVport(uint32_t handle, const uint8_t *wwpn);
 SDM_EXPORT uint32_t SDGetQoS(uint32_t handle, const uint8_t *vportWWPN, SDQoS *qos);
 SDM_EXPORT uint32_t SDSetQoS(uint32_t handle, const uint8_t *vportWWPN, const SDQoS *qos);

@@ -34,8 +34,8 @@ extern "C" {
 #define SDERR_LOCKDOWN             0x2000007Au /* write refused: the port's firmware is in lockdown */
 /* Flash part errors: a read or write of a region failed; a failed write
  * leaves the regions as they were. */
-#define SDERR_FLASH_READ_FAILED    0x2000007Bu
-#define SDERR_FLASH_WRITE_FAILED   0x2000007Cu
+#define SDERR_FLASH_READ_FAILED  0x2000007Bu
+#define SDERR_FLASH_WRITE_FAILED 0x2000007Cu
 
 /* ------------------------------------------------------------ constants */
 #define SD_INTERFACE_FC    1u
@@ -75,11 +75,11 @@ extern "C" {
 #define SD_SUPPORTED_64G 0x80u
 
 /* Driver capability bits (SDDriverProperty.Capabilities). */
-#define SD_DRVCAP_SUPPORTED_SPEED 0x0001u /* driver reports SupportedSpeed */
+#define SD_DRVCAP_SUPPORTED_SPEED  0x0001u /* driver reports SupportedSpeed */
 #define SD_DRVCAP_REMOTE_PORT_INFO 0x0002u
-#define SD_DRVCAP_AEN             0x0004u /* events available via SDGetAen */
-#define SD_DRVCAP_VIRTUAL_LANE    0x0008u
-#define SD_DRVCAP_NPIV            0x0010u
+#define SD_DRVCAP_AEN              0x0004u /* events available via SDGetAen */
+#define SD_DRVCAP_VIRTUAL_LANE     0x0008u
+#define SD_DRVCAP_NPIV             0x0010u
 
 /* Port condition bits (SDPortProperty.StateFlags). */
 #define SD_PORTFLAG_MAINTENANCE     0x0001u
@@ -97,14 +97,14 @@ extern "C" {
 #define SD_TGTFLAG_FABRIC    0x0010u
 
 /* Event codes (first word of an SDAenRecord). */
-#define SD_AEN_LIP_OCCURRED   1u
-#define SD_AEN_LINK_UP        2u
-#define SD_AEN_LINK_DOWN      3u
-#define SD_AEN_LIP_RESET      4u
-#define SD_AEN_SCR_UPDATE     5u
-#define SD_AEN_DEVICE_UPDATE  6u
-#define SD_AEN_DPORT_DIAG     8u
-#define SD_AEN_FEC_ACTIVE     9u
+#define SD_AEN_LIP_OCCURRED  1u
+#define SD_AEN_LINK_UP       2u
+#define SD_AEN_LINK_DOWN     3u
+#define SD_AEN_LIP_RESET     4u
+#define SD_AEN_SCR_UPDATE    5u
+#define SD_AEN_DEVICE_UPDATE 6u
+#define SD_AEN_DPORT_DIAG    8u
+#define SD_AEN_FEC_ACTIVE    9u
 /* Payloads: SD_AEN_LINK_UP carries the speed code (SD_SPEED_*) in Payload[0];
  * SD_AEN_DEVICE_UPDATE the target's port ID in Payload[0] and what happened
  * to it in Payload[1]: */
@@ -141,74 +141,74 @@ typedef struct SDChipProperty {
     uint16_t SubVendorID;
     uint16_t SubSystemID;
     uint16_t PciBusNumber;
-    uint16_t PciDevFunc;      /* bits 3-7 device number, bits 0-2 function */
+    uint16_t PciDevFunc; /* bits 3-7 device number, bits 0-2 function */
     uint16_t ChipRevision;
-    uint8_t  PhysPortNumber;  /* port index on the card */
-    uint8_t  NumberOfPorts;   /* physical ports on the card */
-    uint32_t IspType;         /* ISP type code of the chip */
-    uint32_t NvramSize;       /* 256 or 512 */
+    uint8_t PhysPortNumber; /* port index on the card */
+    uint8_t NumberOfPorts;  /* physical ports on the card */
+    uint32_t IspType;       /* ISP type code of the chip */
+    uint32_t NvramSize;     /* 256 or 512 */
     uint32_t Reserved[4];
 } SDChipProperty;
 
 typedef struct SDDriverProperty {
-    char     DriverName[32];
-    char     DriverVersion[32];
-    uint32_t LunsPerTarget;     /* 0 when the driver does not report it */
-    uint32_t MaxVports;         /* NPIV ports the driver allows */
-    uint32_t MaxVportsWithQoS;  /* of which QoS-capable */
-    uint32_t Capabilities;      /* SD_DRVCAP_* */
+    char DriverName[32];
+    char DriverVersion[32];
+    uint32_t LunsPerTarget;    /* 0 when the driver does not report it */
+    uint32_t MaxVports;        /* NPIV ports the driver allows */
+    uint32_t MaxVportsWithQoS; /* of which QoS-capable */
+    uint32_t Capabilities;     /* SD_DRVCAP_* */
     uint32_t Reserved[4];
 } SDDriverProperty;
 
 typedef struct SDNodeProperty {
-    uint8_t  WWNN[8];
-    char     Manufacturer[80];
-    char     Model[32];
-    char     ModelDescription[128];
-    char     SerialNumber[32];
-    char     DriverVersion[32];
-    char     FirmwareVersion[32];
-    char     OptionRomVersion[32];
-    uint16_t VPortId;           /* 0 on a physical port */
-    uint16_t Interface;         /* SD_INTERFACE_* */
-    uint8_t  FlashFwVersion[3]; /* major, minor, sub-minor */
-    uint8_t  VPortIndex;        /* index in the parent's vPort table */
-    uint32_t ParentInstance;    /* physical port of a virtual port */
-    uint8_t  ParentWWPN[8];
+    uint8_t WWNN[8];
+    char Manufacturer[80];
+    char Model[32];
+    char ModelDescription[128];
+    char SerialNumber[32];
+    char DriverVersion[32];
+    char FirmwareVersion[32];
+    char OptionRomVersion[32];
+    uint16_t VPortId;          /* 0 on a physical port */
+    uint16_t Interface;        /* SD_INTERFACE_* */
+    uint8_t FlashFwVersion[3]; /* major, minor, sub-minor */
+    uint8_t VPortIndex;        /* index in the parent's vPort table */
+    uint32_t ParentInstance;   /* physical port of a virtual port */
+    uint8_t ParentWWPN[8];
     uint32_t Reserved[4];
 } SDNodeProperty;
 
 typedef struct SDPortProperty {
-    uint8_t  WWPN[8];
-    uint8_t  PortId[3];         /* domain, area, port */
-    uint8_t  Reserved0;
-    uint16_t PortState;         /* SD_PORTSTATE_* */
-    uint16_t PortSubState;      /* SD_PORTSUBSTATE_* */
-    uint32_t PortSpeed;         /* SD_SPEED_* code */
-    uint8_t  SupportedSpeed;    /* SD_SUPPORTED_* mask */
-    uint8_t  Reserved1[3];
-    uint32_t StateFlags;        /* SD_PORTFLAG_* */
+    uint8_t WWPN[8];
+    uint8_t PortId[3]; /* domain, area, port */
+    uint8_t Reserved0;
+    uint16_t PortState;     /* SD_PORTSTATE_* */
+    uint16_t PortSubState;  /* SD_PORTSUBSTATE_* */
+    uint32_t PortSpeed;     /* SD_SPEED_* code */
+    uint8_t SupportedSpeed; /* SD_SUPPORTED_* mask */
+    uint8_t Reserved1[3];
+    uint32_t StateFlags; /* SD_PORTFLAG_* */
     uint32_t MaxFrameSize;
     uint32_t DiscoveredTargets;
     uint32_t NumberOfVports;
-    uint8_t  PrincipalFabricWWPN[8];
-    uint8_t  AdjacentFabricWWN[8];
-    uint8_t  FabricName[8];
-    uint8_t  EnodeMAC[6];       /* FCoE function only */
-    uint8_t  Reserved2[2];
-    char     DeviceName[64];    /* OS name of the port, e.g. "host3" */
+    uint8_t PrincipalFabricWWPN[8];
+    uint8_t AdjacentFabricWWN[8];
+    uint8_t FabricName[8];
+    uint8_t EnodeMAC[6]; /* FCoE function only */
+    uint8_t Reserved2[2];
+    char DeviceName[64]; /* OS name of the port, e.g. "host3" */
     uint32_t Reserved[4];
 } SDPortProperty;
 
 typedef struct SDDiscTargetProperty {
-    uint8_t  WWNN[8];
-    uint8_t  WWPN[8];
-    uint8_t  PortId[3];
-    uint8_t  Reserved0;
-    uint16_t TargetType;        /* SD_TARGETTYPE_* */
-    uint16_t PortType;          /* FC port type: 1 N_Port, 2 NL_Port */
-    uint32_t TargetFlags;       /* SD_TGTFLAG_* */
-    uint16_t TargetId;          /* OS target number */
+    uint8_t WWNN[8];
+    uint8_t WWPN[8];
+    uint8_t PortId[3];
+    uint8_t Reserved0;
+    uint16_t TargetType;  /* SD_TARGETTYPE_* */
+    uint16_t PortType;    /* FC port type: 1 N_Port, 2 NL_Port */
+    uint32_t TargetFlags; /* SD_TGTFLAG_* */
+    uint16_t TargetId;    /* OS target number */
     uint16_t Reserved1;
     uint32_t Reserved[2];
 } SDDiscTargetProperty;
@@ -257,7 +257,7 @@ typedef struct SDLinkErrorStatus {
 
 /* One event: 16 bytes, the code first. */
 typedef struct SDAenRecord {
-    uint32_t Code;      /* SD_AEN_* */
+    uint32_t Code; /* SD_AEN_* */
     uint32_t Payload[3];
 } SDAenRecord;
 
@@ -265,16 +265,16 @@ typedef struct SDAenRecord {
  * events, as the adapter firmware does; a new event on a full queue drops
  * the oldest and counts it in Dropped. */
 typedef struct SDAenQueueStatus {
-    uint32_t Queued;    /* events waiting for SDGetAen */
-    uint32_t Capacity;  /* most events the queue holds */
-    uint32_t Dropped;   /* events dropped so far (saturates) */
+    uint32_t Queued;   /* events waiting for SDGetAen */
+    uint32_t Capacity; /* most events the queue holds */
+    uint32_t Dropped;  /* events dropped so far (saturates) */
     uint32_t Reserved[5];
 } SDAenQueueStatus;
 
 /* Option-ROM layout: a header of two words and Count descriptors. */
 typedef struct SDOptionRomRegion {
-    uint32_t Region;    /* region type code */
-    uint32_t Size;      /* bytes */
+    uint32_t Region; /* region type code */
+    uint32_t Size;   /* bytes */
 } SDOptionRomRegion;
 
 typedef struct SDOptionRomLayout {
@@ -285,8 +285,8 @@ typedef struct SDOptionRomLayout {
 
 typedef struct SDQoS {
     uint16_t VPortId;
-    uint16_t QoSType;   /* SD_QOS_* */
-    uint16_t QoSValue;  /* percent or speed in Gb/s, by type */
+    uint16_t QoSType;  /* SD_QOS_* */
+    uint16_t QoSValue; /* percent or speed in Gb/s, by type */
     uint16_t QoSEnabled;
 } SDQoS;
 
@@ -301,7 +301,7 @@ typedef struct SDDiagResult {
     uint32_t DisparityErrors;
     uint32_t FrameLengthErrors;
     uint32_t IterationsDone;
-    uint32_t TestStatus;        /* SD_DIAG_STATUS_* */
+    uint32_t TestStatus; /* SD_DIAG_STATUS_* */
     uint32_t Reserved[3];
 } SDDiagResult;
 

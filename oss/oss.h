@@ -46,7 +46,7 @@ VTAPI_EXPORT extern int32_t g_coreQuietModeEnable;
  * into it; OSSLogMessage prints nothing while it is set. */
 extern int32_t g_bOperateInQuietMode;
 /* g_fp, g_LogFileName, bSilent, bSysLog and bXmlOutPut: vtapi_cli.h. */
-extern int32_t bJsonOutPut;  /* JSON output (-j) */
+extern int32_t bJsonOutPut; /* JSON output (-j) */
 
 /* API messages file. */
 VTAPI_EXPORT void LogDebug(const char *file, uint32_t line, const char *format, ...)
@@ -74,18 +74,14 @@ VTAPI_EXPORT void ProfilerExitFunction(const char *name);
 VTAPI_EXPORT void ProfilerExitFunction2(const char *name, int32_t status);
 
 /* Core message log (console). */
-VTAPI_EXPORT void CoreLogMessage(int32_t type, const char *format, ...)
-    __attribute__((format(printf, 2, 3)));
+VTAPI_EXPORT void CoreLogMessage(int32_t type, const char *format, ...) __attribute__((format(printf, 2, 3)));
 VTAPI_EXPORT uint32_t OSSLogMessage(int32_t type, const char *text);
 
 /* Command-line log. */
-VTAPI_EXPORT void TarnLogMessage(int32_t type, const char *format, ...)
-    __attribute__((format(printf, 2, 3)));
+VTAPI_EXPORT void TarnLogMessage(int32_t type, const char *format, ...) __attribute__((format(printf, 2, 3)));
 VTAPI_EXPORT void PrintMessage(int32_t type, const char *text);
-VTAPI_EXPORT void TarnPrint(int32_t type, const char *format, ...)
-    __attribute__((format(printf, 2, 3)));
-VTAPI_EXPORT void TarnMenuLogMessage(int32_t type, const char *format, ...)
-    __attribute__((format(printf, 2, 3)));
+VTAPI_EXPORT void TarnPrint(int32_t type, const char *format, ...) __attribute__((format(printf, 2, 3)));
+VTAPI_EXPORT void TarnMenuLogMessage(int32_t type, const char *format, ...) __attribute__((format(printf, 2, 3)));
 VTAPI_EXPORT void SetLogFileName(const char *name);
 VTAPI_EXPORT const char *GetLogFileName(void);
 VTAPI_EXPORT int32_t TarnInitializeLogFile(const char *mode);
@@ -100,9 +96,9 @@ const char *GetAppTraceFileName(void);
 
 /* ---------------------------------------------------------- access mutex */
 typedef struct AccessLockRecord {
-    int32_t  SemaphoreId;
-    int32_t  Locked;
-    uint64_t Owner;               /* pthread_self of the holder; all ones when free */
+    int32_t SemaphoreId;
+    int32_t Locked;
+    uint64_t Owner; /* pthread_self of the holder; all ones when free */
 } AccessLockRecord;
 
 VTAPI_EXPORT uint32_t vtapi_crc(const unsigned char *data, uint32_t length);
@@ -122,7 +118,7 @@ VTAPI_EXPORT uint32_t vtapi_cnaUnlockAccessMutex(int32_t id);
 VTAPI_EXPORT uint32_t vtapi_cnaDestroyAccessMutex(int32_t id);
 
 /* OSS critical section. */
-VTAPI_EXPORT extern void *g_ossCriticalSection;  /* pthread_mutex_t * */
+VTAPI_EXPORT extern void *g_ossCriticalSection; /* pthread_mutex_t * */
 VTAPI_EXPORT uint32_t OSSInitCriticalSection(void);
 VTAPI_EXPORT int32_t OSSEnterCriticalSection(void);
 VTAPI_EXPORT int32_t OSSLeaveCriticalSection(void);
@@ -161,14 +157,13 @@ VTAPI_EXPORT uint32_t PrefClosePreferenceFile(FILE *stream);
 VTAPI_EXPORT char *PrefGetProperty(FILE *stream, const char *key);
 VTAPI_EXPORT uint32_t PrefSetProperty(FILE *stream, const char *key, const char *value);
 VTAPI_EXPORT uint32_t TarnPrefGetProperty(FILE *stream, const char *key, char *destination);
-VTAPI_EXPORT uint32_t ReadKeyValue(const char *path, const char *key, char *destination,
-                                   uint32_t size, char separator);
+VTAPI_EXPORT uint32_t ReadKeyValue(const char *path, const char *key, char *destination, uint32_t size, char separator);
 VTAPI_EXPORT uint32_t GetAppInstallationDirectory(char *destination, uint32_t length);
 VTAPI_EXPORT uint32_t SetAppPathInPropertyFile(const char *path);
 VTAPI_EXPORT int32_t CoreIsCommentChar(int32_t c);
 
 /* ------------------------------------------------------------ start-up */
-extern char g_ModulePath[256];  /* the loaded libvtsdm, found by dladdr */
+extern char g_ModulePath[256]; /* the loaded libvtsdm, found by dladdr */
 VTAPI_EXPORT uint32_t GetInstallationPath(void);
 VTAPI_EXPORT const char *findlibvtsdm_adapter_provider(void);
 VTAPI_EXPORT uint32_t haslibvtsdmEntry(void *stream);
@@ -179,8 +174,7 @@ VTAPI_EXPORT uint32_t OSSUninitialize(void);
 VTAPI_EXPORT uint32_t OSSPostInitializeDevices(void);
 VTAPI_EXPORT uint32_t OSSUpdateCoreDevices(void);
 VTAPI_EXPORT uint32_t OSSStopCorePollingLoop(void);
-VTAPI_EXPORT uint32_t OSSGetHostInformation(char *hostName, char *systemType, char *osVersion,
-                                            char *agentVersion);
+VTAPI_EXPORT uint32_t OSSGetHostInformation(char *hostName, char *systemType, char *osVersion, char *agentVersion);
 /* The distribution's identifier from os-release ("debian"), or "". */
 const char *OSSGetDistributionType(void);
 /* The directory of the agent's configuration ("/etc/"). */
@@ -193,6 +187,5 @@ void OSSSetCoreStartup(OSSStartupStep step);
 #ifdef __cplusplus
 }
 #endif
-
 
 #endif /* VT_OSS_OSS_H */

@@ -144,9 +144,7 @@ int FileReplacement::ReadOld(std::string &text, size_t limit) const {
     return rc;
 }
 
-int FileReplacement::Write(std::string_view data) {
-    return tempFd_ < 0 ? EBADF : WriteAll(tempFd_, data);
-}
+int FileReplacement::Write(std::string_view data) { return tempFd_ < 0 ? EBADF : WriteAll(tempFd_, data); }
 
 void FileReplacement::CopyAttributesFrom(const struct stat &source) {
     attributes_ = source;
@@ -189,7 +187,8 @@ int FileReplacement::Commit() {
 
 ScratchFile::~ScratchFile() {
     if (fd_ < 0) return;
-    struct stat mine {}, named {};
+    struct stat mine {
+    }, named{};
     // Remove the name only while it is still this file.
     if (fstat(fd_, &mine) == 0 && lstat(path_.c_str(), &named) == 0 && mine.st_dev == named.st_dev &&
         mine.st_ino == named.st_ino)

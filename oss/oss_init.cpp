@@ -45,9 +45,7 @@ void CopyText(char *dst, size_t size, const char *src) {
     dst[n] = '\0';
 }
 
-bool Readable(const char *path) {
-    return bool(vt::oss::File(fopen(vt::MapSystemPath(path).c_str(), "r")));
-}
+bool Readable(const char *path) { return bool(vt::oss::File(fopen(vt::MapSystemPath(path).c_str(), "r"))); }
 
 // The distribution's identifier from os-release ("debian"), or empty.
 void ReadDistribution() {
@@ -129,7 +127,8 @@ VTAPI_EXPORT uint32_t createHBAConfFile(const char *mode, const char *provider) 
     vt::oss::Fd fd(opened.fd);
     if (!fd) return 1;
     if (opened.replaced)
-        LogWarning(nullptr, 0, "createHBAConfFile: replaced a file that another user owned or linked (%s)", path.c_str());
+        LogWarning(nullptr, 0, "createHBAConfFile: replaced a file that another user owned or linked (%s)",
+                   path.c_str());
     const vt::oss::File f(fdopen(fd.get(), mode));
     if (!f) return 1;
     fd.release();  // the stream owns it now
@@ -178,8 +177,7 @@ VTAPI_EXPORT uint32_t OSSInitialize(int32_t argc, char **argv) {
     }
     LogDebug(kFile, __LINE__, "OSSInitialize: fabricScanningEnable = %d\n", g_fabricScanningEnable);
     if (loadHbaApi) {
-        if (HBA_FreeLibrary() == HBA_STATUS_OK)
-            LogDebug(kFile, __LINE__, "HBAAPI library was sucessfully unloaded.");
+        if (HBA_FreeLibrary() == HBA_STATUS_OK) LogDebug(kFile, __LINE__, "HBAAPI library was sucessfully unloaded.");
         if (HBA_LoadLibrary() != HBA_STATUS_OK)
             LogDebug(kFile, __LINE__, "Unable to load the HBAAPI library, may already be loaded.");
     }

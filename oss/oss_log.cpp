@@ -51,8 +51,7 @@ std::string EscapePercent(const char *text) {
     std::string out;
     for (; *text != '\0'; ++text) {
         out.push_back(*text);
-        if (*text == '%')
-            out.push_back('%');
+        if (*text == '%') out.push_back('%');
     }
     return out;
 }
@@ -62,8 +61,7 @@ std::string EscapePercent(const char *text) {
 int ReadNumber(const char *&p, int cap) {
     long value = 0;
     while (*p >= '0' && *p <= '9') {
-        if (value <= cap)
-            value = value * 10 + (*p - '0');
+        if (value <= cap) value = value * 10 + (*p - '0');
         ++p;
     }
     return value > cap ? cap : static_cast<int>(value);
@@ -72,8 +70,7 @@ int ReadNumber(const char *&p, int cap) {
 // Skips a positional "N$" if one follows; returns true when it did.
 bool SkipPosition(const char *&p) {
     const char *q = p;
-    while (*q >= '0' && *q <= '9')
-        ++q;
+    while (*q >= '0' && *q <= '9') ++q;
     if (q != p && *q == '$') {
         p = q + 1;
         return true;
@@ -98,8 +95,7 @@ std::string FormatWithoutArguments(const char *format, size_t limit) {
         const char *start = p++;
         SkipPosition(p);
         std::string conv = "%";
-        while (*p != '\0' && std::strchr("-+ #0'I", *p) != nullptr)
-            conv.push_back(*p++);
+        while (*p != '\0' && std::strchr("-+ #0'I", *p) != nullptr) conv.push_back(*p++);
         if (*p == '*') {  // the width argument is missing too: width 0
             ++p;
             SkipPosition(p);
@@ -119,34 +115,30 @@ std::string FormatWithoutArguments(const char *format, size_t limit) {
             // that (-Wrestrict).
             conv.append(".").append(std::to_string(precision));
         }
-        while (*p != '\0' && std::strchr("hlLqjzZt", *p) != nullptr)
-            ++p;
+        while (*p != '\0' && std::strchr("hlLqjzZt", *p) != nullptr) ++p;
         char piece[1200];
         int n = -1;
         switch (*p) {
-        case 'd': case 'i':
-            n = std::snprintf(piece, sizeof piece, (conv + "lld").c_str(), 0LL);
-            break;
-        case 'u': case 'o': case 'x': case 'X':
-            n = std::snprintf(piece, sizeof piece, (conv + "ll" + *p).c_str(), 0ULL);
-            break;
-        case 'e': case 'E': case 'f': case 'F': case 'g': case 'G': case 'a': case 'A':
-            n = std::snprintf(piece, sizeof piece, (conv + *p).c_str(), 0.0);
-            break;
-        case 'c':
-            n = std::snprintf(piece, sizeof piece, (conv + "c").c_str(), 0);
-            break;
-        case 's': case 'S':
-            n = std::snprintf(piece, sizeof piece, (conv + "s").c_str(), "");
-            break;
-        case 'p':
-            n = std::snprintf(piece, sizeof piece, (conv + "p").c_str(), static_cast<void *>(nullptr));
-            break;
-        case '%':
-            out.push_back('%');
-            break;
-        case 'n':
-            break;
+        case 'd':
+        case 'i': n = std::snprintf(piece, sizeof piece, (conv + "lld").c_str(), 0LL); break;
+        case 'u':
+        case 'o':
+        case 'x':
+        case 'X': n = std::snprintf(piece, sizeof piece, (conv + "ll" + *p).c_str(), 0ULL); break;
+        case 'e':
+        case 'E':
+        case 'f':
+        case 'F':
+        case 'g':
+        case 'G':
+        case 'a':
+        case 'A': n = std::snprintf(piece, sizeof piece, (conv + *p).c_str(), 0.0); break;
+        case 'c': n = std::snprintf(piece, sizeof piece, (conv + "c").c_str(), 0); break;
+        case 's':
+        case 'S': n = std::snprintf(piece, sizeof piece, (conv + "s").c_str(), ""); break;
+        case 'p': n = std::snprintf(piece, sizeof piece, (conv + "p").c_str(), static_cast<void *>(nullptr)); break;
+        case '%': out.push_back('%'); break;
+        case 'n': break;
         case '\0':  // dangling directive at the end: keep it as text
             out.append(start, p);
             continue;
@@ -154,21 +146,17 @@ std::string FormatWithoutArguments(const char *format, size_t limit) {
             out.append(start, p + 1);
             break;
         }
-        if (n > 0)
-            out.append(piece, std::min(static_cast<size_t>(n), sizeof piece - 1));
+        if (n > 0) out.append(piece, std::min(static_cast<size_t>(n), sizeof piece - 1));
         ++p;
     }
-    if (out.size() > limit)
-        out.resize(limit);
+    if (out.size() > limit) out.resize(limit);
     return out;
 }
 
 // vsnprintf of a format that may be null, which gives an empty text.
 void FormatText(char *text, size_t size, const char *format, va_list args) {
-    if (format == nullptr)
-        text[0] = '\0';
-    else
-        std::vsnprintf(text, size, format, args);
+    if (format == nullptr) text[0] = '\0';
+    else std::vsnprintf(text, size, format, args);
 }
 
 // Builds "stamp:base(line):format" (or "stamp:format" without a source
@@ -180,8 +168,7 @@ void FormatText(char *text, size_t size, const char *format, va_list args) {
 void WriteApiLine(int32_t type, const char *file, uint32_t line, const char *format, va_list args) {
     // Without a messages file the line would be dropped: skip the formatting,
     // which discovery of many LUNs would otherwise pay for every line.
-    if (messagesfile[0] == '\0')
-        return;
+    if (messagesfile[0] == '\0') return;
     char stamp[13] = "";
     vtapiGetTimeStamp(stamp, sizeof stamp);
     stamp[sizeof stamp - 1] = '\0';
@@ -233,27 +220,23 @@ void Now(time_t &seconds, long &nanoseconds) {
 // Pops frames until one named `name` is on top.  A mismatch is reported
 // once; the frames skipped over are dropped from the stack but not freed.
 void ProfilerExit(const char *name, bool withStatus, int32_t status) {
-    if (name == nullptr)
-        name = "";
+    if (name == nullptr) name = "";
     bool reported = false;
     while (ProfilerFrame *top = gProfilerStack) {
         if (std::strncmp(top->name, name, sizeof top->name - 1) == 0) {
             time_t seconds;
             long nanoseconds;
             Now(seconds, nanoseconds);
-            const int elapsed = static_cast<int>((seconds - top->seconds) * 1000 +
-                                                 (nanoseconds - top->nanoseconds) / 1000000);
-            if (withStatus)
-                ProfilerLine("PROFILER EXIT FUNCTION %s %d ms  status=%d", name, elapsed, status);
-            else
-                ProfilerLine("PROFILER EXIT FUNCTION %s %d ms", name, elapsed);
+            const int elapsed =
+                static_cast<int>((seconds - top->seconds) * 1000 + (nanoseconds - top->nanoseconds) / 1000000);
+            if (withStatus) ProfilerLine("PROFILER EXIT FUNCTION %s %d ms  status=%d", name, elapsed, status);
+            else ProfilerLine("PROFILER EXIT FUNCTION %s %d ms", name, elapsed);
             gProfilerStack = top->next;
             delete top;
             return;
         }
         if (!reported) {
-            ProfilerLine("PROFILER ERROR - %s expected at top of stack, %s found instead", name,
-                         top->name);
+            ProfilerLine("PROFILER ERROR - %s expected at top of stack, %s found instead", name, top->name);
             reported = true;
         }
         gProfilerStack = top->next;
@@ -277,8 +260,7 @@ VTAPI_EXPORT void LogDebug(const char *file, uint32_t line, const char *format, 
 }
 
 VTAPI_EXPORT void LogInfo(const char *file, uint32_t line, const char *format, ...) {
-    if ((gTraceLevel & VT_TRACE_INFO) == 0)
-        return;
+    if ((gTraceLevel & VT_TRACE_INFO) == 0) return;
     va_list args;
     va_start(args, format);
     WriteApiLine(VT_MSG_INFO, file, line, format, args);
@@ -286,8 +268,7 @@ VTAPI_EXPORT void LogInfo(const char *file, uint32_t line, const char *format, .
 }
 
 VTAPI_EXPORT void LogWarning(const char *file, uint32_t line, const char *format, ...) {
-    if ((gTraceLevel & VT_TRACE_WARNING) == 0)
-        return;
+    if ((gTraceLevel & VT_TRACE_WARNING) == 0) return;
     va_list args;
     va_start(args, format);
     WriteApiLine(VT_MSG_WARNING, file, line, format, args);
@@ -295,8 +276,7 @@ VTAPI_EXPORT void LogWarning(const char *file, uint32_t line, const char *format
 }
 
 VTAPI_EXPORT void LogError(const char *file, uint32_t line, const char *format, ...) {
-    if ((gTraceLevel & VT_TRACE_ERROR) == 0)
-        return;
+    if ((gTraceLevel & VT_TRACE_ERROR) == 0) return;
     va_list args;
     va_start(args, format);
     WriteApiLine(VT_MSG_ERROR, file, line, format, args);
@@ -313,8 +293,7 @@ VTAPI_EXPORT void LogMessage(int32_t type, const char *format, ...) {
 }
 
 VTAPI_EXPORT uint32_t OSSLogMessage2(int32_t type, const char *text) {
-    if (messagesfile[0] == '\0')
-        return 1;
+    if (messagesfile[0] == '\0') return 1;
     try {
         std::string line = TranslateMessageTypeToString(type);
         line += ": ";
@@ -323,8 +302,7 @@ VTAPI_EXPORT uint32_t OSSLogMessage2(int32_t type, const char *text) {
         const std::string path = vt::MapSystemPath(messagesfile);
         const vt::oss::SharedOpenResult opened = vt::oss::OpenSharedFile(path, vt::oss::SharedMode::Append);
         const vt::oss::Fd fd(opened.fd);
-        if (!fd)
-            return 1;
+        if (!fd) return 1;
         if (opened.replaced) {
             const std::string warning = std::string(TranslateMessageTypeToString(VT_MSG_WARNING)) +
                                         ": Replaced a messages file that another user owned or linked: " + path + "\n";
@@ -356,20 +334,17 @@ VTAPI_EXPORT void InitializeLogMessageFile(void) {
 }
 
 VTAPI_EXPORT int32_t RenameLogFile(const char *oldName, const char *newName) {
-    if (oldName == nullptr || newName == nullptr)
-        return -1;
+    if (oldName == nullptr || newName == nullptr) return -1;
     const std::string from = vt::MapSystemPath(oldName);
     const std::string to = vt::MapSystemPath(newName);
     unlink(to.c_str());
     struct stat st {};
-    if (lstat(from.c_str(), &st) != 0 && errno == ENOENT)
-        return 0;
+    if (lstat(from.c_str(), &st) != 0 && errno == ENOENT) return 0;
     return rename(from.c_str(), to.c_str());
 }
 
 VTAPI_EXPORT void OpenCoreMessagesFile(void) {
-    if (messagesfile[0] == '\0')
-        return;
+    if (messagesfile[0] == '\0') return;
     const std::string path = vt::MapSystemPath(messagesfile);
     const vt::oss::SharedOpenResult opened = vt::oss::OpenSharedFile(path, vt::oss::SharedMode::Truncate);
     const vt::oss::Fd emptied(opened.fd);
@@ -379,41 +354,34 @@ VTAPI_EXPORT void OpenCoreMessagesFile(void) {
 }
 
 VTAPI_EXPORT int32_t IsFileSizeWithinLimit(const char *path, uint64_t limit) {
-    if (path == nullptr)
-        return 1;
+    if (path == nullptr) return 1;
     struct stat st {};
-    if (stat(vt::MapSystemPath(path).c_str(), &st) != 0)
-        st.st_size = 0;  // a missing file counts as empty
+    if (stat(vt::MapSystemPath(path).c_str(), &st) != 0) st.st_size = 0;  // a missing file counts as empty
     return static_cast<uint64_t>(st.st_size) < limit ? 1 : 0;
 }
 
 // "hh:mm:ss.mmm" of the local time, the clock part as ctime writes it.
 VTAPI_EXPORT char *vtapiGetTimeStamp(char *buffer, uint32_t size) {
-    if (buffer == nullptr || size == 0)
-        return nullptr;
+    if (buffer == nullptr || size == 0) return nullptr;
     buffer[0] = '\0';
-    if (size < 13)
-        return buffer;
+    if (size < 13) return buffer;
     timespec ts{};
     tm local{};
     char clock[16];
     if (clock_gettime(CLOCK_REALTIME, &ts) != 0 || localtime_r(&ts.tv_sec, &local) == nullptr ||
         std::strftime(clock, sizeof clock, "%H:%M:%S", &local) == 0)
         return buffer;
-    std::snprintf(buffer, size, "%8.8s.%3.3lu", clock,
-                  static_cast<unsigned long>(ts.tv_nsec / 1000000));
+    std::snprintf(buffer, size, "%8.8s.%3.3lu", clock, static_cast<unsigned long>(ts.tv_nsec / 1000000));
     return buffer;
 }
 
 // ----------------------------------------------------------------- profiler
 
 VTAPI_EXPORT void ProfilerEnterFunction(const char *name) {
-    if (name == nullptr)
-        name = "";
+    if (name == nullptr) name = "";
     ProfilerLine("PROFILER ENTER FUNCTION %s", name);
     auto *frame = new (std::nothrow) ProfilerFrame{};
-    if (frame == nullptr)
-        return;
+    if (frame == nullptr) return;
     std::snprintf(frame->name, sizeof frame->name, "%s", name);
     Now(frame->seconds, frame->nanoseconds);
     frame->next = gProfilerStack;
@@ -422,9 +390,7 @@ VTAPI_EXPORT void ProfilerEnterFunction(const char *name) {
 
 VTAPI_EXPORT void ProfilerExitFunction(const char *name) { ProfilerExit(name, false, 0); }
 
-VTAPI_EXPORT void ProfilerExitFunction2(const char *name, int32_t status) {
-    ProfilerExit(name, true, status);
-}
+VTAPI_EXPORT void ProfilerExitFunction2(const char *name, int32_t status) { ProfilerExit(name, true, status); }
 
 // --------------------------------------------------------- core message log
 
@@ -438,11 +404,9 @@ VTAPI_EXPORT void CoreLogMessage(int32_t type, const char *format, ...) {
 }
 
 VTAPI_EXPORT uint32_t OSSLogMessage(int32_t type, const char *text) {
-    if (g_bOperateInQuietMode != 0)
-        return 0;
+    if (g_bOperateInQuietMode != 0) return 0;
     const char *word = type == VT_MSG_PROFILE ? "Unknown" : TranslateMessageTypeToString(type);
-    std::fprintf(type == VT_MSG_ERROR ? stderr : stdout, "%s: %s\n", word,
-                 text != nullptr ? text : "");
+    std::fprintf(type == VT_MSG_ERROR ? stderr : stdout, "%s: %s\n", word, text != nullptr ? text : "");
     return 0;
 }
 

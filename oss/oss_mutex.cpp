@@ -97,8 +97,7 @@ VTAPI_EXPORT void vtapi_make_crc_table(void) {
 
 VTAPI_EXPORT uint32_t vtapi_update_crc(uint32_t crc, const unsigned char *data, uint32_t length) {
     std::call_once(g_crcOnce, [] { vtapi_make_crc_table(); });
-    for (uint32_t i = 0; data != nullptr && i < length; ++i)
-        crc = g_crcTable[(crc ^ data[i]) & 0xFF] ^ (crc >> 8);
+    for (uint32_t i = 0; data != nullptr && i < length; ++i) crc = g_crcTable[(crc ^ data[i]) & 0xFF] ^ (crc >> 8);
     return crc;
 }
 
@@ -210,9 +209,7 @@ VTAPI_EXPORT uint32_t vtapi_UnlockAccessMutex(int32_t id) {
     return rc == -1 ? 1 : 0;
 }
 
-VTAPI_EXPORT uint32_t vtapi_DestroyAccessMutex(int32_t id) {
-    return semctl(id, 0, IPC_RMID) == -1 ? 1 : 0;
-}
+VTAPI_EXPORT uint32_t vtapi_DestroyAccessMutex(int32_t id) { return semctl(id, 0, IPC_RMID) == -1 ? 1 : 0; }
 
 VTAPI_EXPORT uint32_t vtapi_cnaLockAccessMutex(int32_t id, uint32_t timeout) {
     ProfilerEnterFunction("vtapi_cnaLockAccessMutex");
@@ -279,8 +276,7 @@ VTAPI_EXPORT int32_t OSSLeaveCriticalSection(void) {
     if (rc == 0) return 0;
     if (rc == EINVAL)
         CoreLogMessage(VT_MSG_ERROR, "OSSLeaveCriticalSection: The mutex has not been properly initialized!");
-    else if (rc == EPERM)
-        CoreLogMessage(VT_MSG_ERROR, "OSSLeaveCriticalSection: The caller does not own the mutex!");
+    else if (rc == EPERM) CoreLogMessage(VT_MSG_ERROR, "OSSLeaveCriticalSection: The caller does not own the mutex!");
     return -1;
 }
 
@@ -300,9 +296,7 @@ VTAPI_EXPORT uint32_t OSSDeleteCriticalSection(void) {
 
 /* --------------------------------------------------------------- waits */
 
-VTAPI_EXPORT void OSSSleep(uint32_t seconds) {
-    SleepFor(timespec{static_cast<time_t>(seconds), 0});
-}
+VTAPI_EXPORT void OSSSleep(uint32_t seconds) { SleepFor(timespec{static_cast<time_t>(seconds), 0}); }
 
 void OSSSleepMs(uint32_t milliseconds) {
     SleepFor(timespec{static_cast<time_t>(milliseconds / 1000), static_cast<long>(milliseconds % 1000) * 1000000L});

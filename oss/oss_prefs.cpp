@@ -30,8 +30,8 @@ constexpr const char *kDefaultInstallDir = "/opt/Vantor_Corporation/PallwickCLI"
 constexpr const char *kInstallDirKey = "node.app.installation.local.directory";
 constexpr const char *kSourcePath = "vtapi/src/common/src/utils";
 constexpr size_t kPathSize = 260;
-constexpr int kPrefLine = 512;     // 511 characters and the NUL
-constexpr int kKeyValueLine = 128; // 127 characters and the NUL
+constexpr int kPrefLine = 512;      // 511 characters and the NUL
+constexpr int kKeyValueLine = 128;  // 127 characters and the NUL
 
 // Copies `src` into `dst` as a buffer of `size` bytes: at most size - 1
 // characters are kept.  A size of zero or less leaves an empty string.
@@ -122,9 +122,7 @@ VTAPI_EXPORT void TarnSetReferenceFile(void) {
 
 VTAPI_EXPORT const char *TarnGetConfigFileName(void) { return g_TarnConfigFileName; }
 
-VTAPI_EXPORT const char *TarnGetAliasFileName(void) {
-    return DefaultInDir(g_AliasFileName, "aliases.properties");
-}
+VTAPI_EXPORT const char *TarnGetAliasFileName(void) { return DefaultInDir(g_AliasFileName, "aliases.properties"); }
 
 VTAPI_EXPORT const char *TarnGetGlobalAliasFileName(void) {
     return DefaultInDir(g_GlobalAliasFileName, "globalaliases.properties");

@@ -18,9 +18,9 @@ namespace {
 
 std::mutex g_gateMutex;
 std::condition_variable g_gateChanged;
-bool g_busy = false;       // a command runs on g_owner
-bool g_inInput = false;    // ... and waits for input
-bool g_stopping = false;   // the signal thread has asked it to stop
+bool g_busy = false;      // a command runs on g_owner
+bool g_inInput = false;   // ... and waits for input
+bool g_stopping = false;  // the signal thread has asked it to stop
 pthread_t g_owner{};
 pid_t g_ownerTid = 0;
 

@@ -7,9 +7,9 @@
 namespace vt {
 
 inline constexpr uint32_t kOk = 0;
-inline constexpr uint32_t kFailure = 0xFFFFFFFFu;         // general failure
+inline constexpr uint32_t kFailure = 0xFFFFFFFFu;           // general failure
 inline constexpr uint32_t kRebuildRequested = 0xFFFFFFFEu;  // the device model must be rebuilt
-inline constexpr int32_t kFailed = -1;                     // failure of a function returning int
+inline constexpr int32_t kFailed = -1;                      // failure of a function returning int
 inline constexpr uint32_t kCannotOpen = 0xFFFFFFFEu;        // a file that cannot be opened (ReadKeyValue)
 
 // List functions (targets, LUNs, adapter nodes).

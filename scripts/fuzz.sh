@@ -4,7 +4,8 @@
 # when it names a clang build tree that has them (the test command passes
 # build-asan/); otherwise they are built with clang into build-fuzz/.
 # Exits non-zero when a target fails to build or finds a crash.
-# FUZZ_SECONDS (default 20) and FUZZ_RUNS (default 2000000) bound each run.
+# FUZZ_SECONDS (default 20) and FUZZ_RUNS (default 2000000) bound each run;
+# FUZZ_JOBS (default 2) targets run at once.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
@@ -19,32 +20,45 @@ if [[ $dir == build-fuzz ]]; then
 fi
 ninja -C "$dir" -j "$jobs" fuzz
 
-status=0
-shopt -s nullglob
-for target in "$dir"/fuzz/*_fuzz; do
+# One target: its scratch corpus first (new inputs go there; the committed
+# inputs stay as they are), its progress to a log shown on a failure.
+fuzz_one() {
+  local target=$1 name inputs work max_len log
   name=$(basename "$target")
   inputs=fuzz/corpus/${name%_fuzz}
   work=$(mktemp -d)
-  trap 'rm -rf "$work"' EXIT
-  args=("$work")
+  local args=("$work")
+  [[ -d $inputs ]] && args+=("$inputs")
   # Host files are larger than the other inputs: the stock ones are up to 8 KB.
   max_len=4096
   [[ $name == host_fuzz ]] && max_len=16384
-  [[ -d $inputs ]] && args+=("$inputs")
-  echo "== $name (${seconds}s, at most $runs runs)"
-  # New inputs go to the scratch directory; the committed inputs stay as they are.
-  # The fuzzer's progress goes to a log; its end is shown on a failure.
   log=$dir/$name.log
-  if ASAN_OPTIONS=detect_leaks=1:abort_on_error=1 UBSAN_OPTIONS=print_stacktrace=1:halt_on_error=1 \
-       "$target" -max_total_time="$seconds" -runs="$runs" -max_len="$max_len" \
-       -artifact_prefix="$dir/$name-" "${args[@]}" >"$log" 2>&1; then
-    grep -E '^Done [0-9]+ runs' "$log" || tail -n 1 "$log"
-  else
-    tail -n 60 "$log" >&2
-    echo "fuzz: $name failed; reproducer under $dir/$name-*" >&2
-    status=1
-  fi
+  local rc=0
+  ASAN_OPTIONS=detect_leaks=1:abort_on_error=1 UBSAN_OPTIONS=print_stacktrace=1:halt_on_error=1 \
+    "$target" -max_total_time="$seconds" -runs="$runs" -max_len="$max_len" \
+    -artifact_prefix="$dir/$name-" "${args[@]}" >"$log" 2>&1 || rc=$?
   rm -rf "$work"
-  trap - EXIT
+  if ((rc == 0)); then
+    echo "== $name (${seconds}s, at most $runs runs): $(grep -E '^Done [0-9]+ runs' "$log" || tail -n 1 "$log")"
+  else
+    { tail -n 60 "$log"; echo "fuzz: $name failed; reproducer under $dir/$name-*"; } >&2
+  fi
+  return $rc
+}
+
+# The targets run $jobs at a time, each on a core of its own.
+status=0
+shopt -s nullglob
+pids=()
+for target in "$dir"/fuzz/*_fuzz; do
+  if ((${#pids[@]} >= jobs)); then
+    wait "${pids[0]}" || status=1
+    pids=("${pids[@]:1}")
+  fi
+  fuzz_one "$target" &
+  pids+=($!)
+done
+for pid in "${pids[@]}"; do
+  wait "$pid" || status=1
 done
 exit $status

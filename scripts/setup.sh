@@ -21,7 +21,7 @@ done
 PACKAGES=(build-essential cmake ninja-build pkg-config g++ clang
           libgtest-dev libgmock-dev libbenchmark-dev nlohmann-json3-dev
           libhbaapi-dev libhbaapi2 libssl-dev libxml2-dev libxml2-utils
-          libclang-rt-14-dev time lsscsi libsgutils2-dev)
+          libclang-rt-14-dev clang-format-14 time lsscsi libsgutils2-dev)
 
 missing=()
 for p in "${PACKAGES[@]}"; do

@@ -19,6 +19,8 @@ status=0
 phase() { echo "== $1 (at ${SECONDS}s)"; }
 phase "build (GCC release, clang ASan+UBSan)"
 ./scripts/setup.sh --asan
+phase "layout (clang-format)"
+./scripts/format.sh || status=1
 phase "fuzzing (libFuzzer, bounded)"
 FUZZ_BUILD_DIR=build-asan FUZZ_SECONDS=${FUZZ_SECONDS:-10} ./scripts/fuzz.sh || status=1
 phase "tests (release build)"

@@ -19,8 +19,11 @@ export VTTEST_SIGNAL_RUNS=20 VTTEST_SIGNAL_HOST=data/hosts/fc_4x64x16.json
 
 flags="-fsanitize=thread -fno-omit-frame-pointer"
 # Warnings stop the other builds; GCC's ThreadSanitizer instrumentation adds
-# false ones (string truncation), so they do not stop this one.
+# false ones (string truncation), so they do not stop this one.  Light
+# optimisation and line tables only: enough for the reports' stacks, at half
+# the compile time of a release build.
 cmake -S . -B "$dir" -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo -DVT_WERROR=OFF -DVT_BUILD_BENCH=OFF \
+      -DCMAKE_C_FLAGS_RELWITHDEBINFO="-O1 -g1 -DNDEBUG" -DCMAKE_CXX_FLAGS_RELWITHDEBINFO="-O1 -g1 -DNDEBUG" \
       -DCMAKE_C_FLAGS="$flags" -DCMAKE_CXX_FLAGS="$flags" \
       -DCMAKE_EXE_LINKER_FLAGS=-fsanitize=thread -DCMAKE_SHARED_LINKER_FLAGS=-fsanitize=thread >/dev/null
 ninja -C "$dir" -j "$jobs" "${tests[@]}" "${helpers[@]}"

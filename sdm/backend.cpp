@@ -32,15 +32,11 @@ uint32_t Backend::writeNvram(PortKey, uint32_t, const std::vector<uint8_t> &) { 
 uint32_t Backend::vpd(PortKey, std::vector<uint8_t> &) { return SDERR_NOT_SUPPORTED; }
 uint32_t Backend::flashLayout(PortKey, std::vector<SDOptionRomRegion> &, uint32_t &) { return SDERR_NOT_SUPPORTED; }
 uint32_t Backend::readRegion(PortKey, uint32_t, std::vector<uint8_t> &) { return SDERR_NOT_SUPPORTED; }
-uint32_t Backend::writeRegion(PortKey, uint32_t, uint32_t, const std::vector<uint8_t> &) {
-    return SDERR_NOT_SUPPORTED;
-}
+uint32_t Backend::writeRegion(PortKey, uint32_t, uint32_t, const std::vector<uint8_t> &) { return SDERR_NOT_SUPPORTED; }
 uint32_t Backend::writeRegions(PortKey, const std::vector<RegionImage> &) { return SDERR_NOT_SUPPORTED; }
 uint32_t Backend::sfpFirmware(PortKey, SDSfpFirmwareInfo &) { return SDERR_NOT_SUPPORTED; }
 uint32_t Backend::updateSfpFirmware(PortKey, const std::vector<uint8_t> &) { return SDERR_NOT_SUPPORTED; }
-uint32_t Backend::takeEvents(PortKey, uint32_t, std::vector<SDAenRecord> &, uint32_t &) {
-    return SDERR_NOT_SUPPORTED;
-}
+uint32_t Backend::takeEvents(PortKey, uint32_t, std::vector<SDAenRecord> &, uint32_t &) { return SDERR_NOT_SUPPORTED; }
 uint32_t Backend::eventQueue(PortKey, SDAenQueueStatus &) { return SDERR_NOT_SUPPORTED; }
 uint32_t Backend::statistics(PortKey, SDStatistics &) { return SDERR_NOT_SUPPORTED; }
 uint32_t Backend::resetStatistics(PortKey) { return SDERR_NOT_SUPPORTED; }

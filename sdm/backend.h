@@ -29,8 +29,8 @@ struct ScsiRequest {
     uint16_t lun = 0;     // LUN number as REPORT LUNS gives it, address-method bits cleared
     uint8_t evpd = 0;     // INQUIRY: vital product data page wanted
     uint8_t page = 0;
-    uint32_t allocation = 0;        // data-in bytes the caller has room for
-    std::vector<uint8_t> dataOut;   // WRITE BUFFER data
+    uint32_t allocation = 0;       // data-in bytes the caller has room for
+    std::vector<uint8_t> dataOut;  // WRITE BUFFER data
 };
 
 struct ScsiReply {
@@ -39,13 +39,13 @@ struct ScsiReply {
 };
 
 struct LoopbackRequest {
-    uint32_t option = 0;      // SD_LOOPBACK_*
+    uint32_t option = 0;  // SD_LOOPBACK_*
     const void *tx = nullptr;
     void *rx = nullptr;
     uint32_t size = 0;
     uint32_t iterations = 0;
-    bool maxIo = false;       // SDDiagIO: external loopback of maximum-size I/O
-    uint32_t increment = 1;   // SDDiagIO: I/Os per count
+    bool maxIo = false;      // SDDiagIO: external loopback of maximum-size I/O
+    uint32_t increment = 1;  // SDDiagIO: I/Os per count
     // Out: how long the port is busy with the frames.  The caller waits that
     // long after it has let go of the backend, so that tests on several
     // ports run side by side as they do on real adapters.

@@ -20,8 +20,7 @@ namespace vtsdm {
 
 std::string InstallationDir() {
     Dl_info info{};
-    if (dladdr(reinterpret_cast<void *>(&InstallationDir), &info) == 0 || info.dli_fname == nullptr)
-        return ".";
+    if (dladdr(reinterpret_cast<void *>(&InstallationDir), &info) == 0 || info.dli_fname == nullptr) return ".";
     std::string self = info.dli_fname;
     auto pos = self.rfind("/lib64/");
     if (pos == std::string::npos) {

@@ -31,8 +31,8 @@ std::string FormatWwn(uint64_t wwn) {
     char buf[24];
     uint8_t b[8];
     WwnToBytes(wwn, b);
-    snprintf(buf, sizeof buf, "%02x:%02x:%02x:%02x:%02x:%02x:%02x:%02x", b[0], b[1], b[2], b[3], b[4],
-             b[5], b[6], b[7]);
+    snprintf(buf, sizeof buf, "%02x:%02x:%02x:%02x:%02x:%02x:%02x:%02x", b[0], b[1], b[2], b[3], b[4], b[5], b[6],
+             b[7]);
     return buf;
 }
 

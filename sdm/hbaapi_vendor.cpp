@@ -122,9 +122,7 @@ bool SameWwn(const HBA_WWN &a, const uint8_t (&b)[8]) { return memcmp(a.wwn, b, 
 bool ZeroWwn(const uint8_t (&b)[8]) {
     return std::all_of(std::begin(b), std::end(b), [](uint8_t x) { return x == 0; });
 }
-uint32_t FcId(const uint8_t (&id)[3]) {
-    return (uint32_t(id[0]) << 16) | (uint32_t(id[1]) << 8) | id[2];
-}
+uint32_t FcId(const uint8_t (&id)[3]) { return (uint32_t(id[0]) << 16) | (uint32_t(id[1]) << 8) | id[2]; }
 
 // FC-4 TYPE bitmap as in the name server: bit (type % 32) of big-endian word
 // (type / 32).
@@ -149,11 +147,13 @@ HBA_PORTSPEED SpeedFromCode(uint32_t code) {
 }
 
 HBA_PORTSPEED SpeedsFromMask(uint8_t mask) {
-    static constexpr std::pair<uint8_t, HBA_PORTSPEED> bits[] = {
-        {SD_SUPPORTED_1G, HBA_PORTSPEED_1GBIT}, {SD_SUPPORTED_2G, HBA_PORTSPEED_2GBIT},
-        {SD_SUPPORTED_4G, kSpeed4G},            {SD_SUPPORTED_8G, kSpeed8G},
-        {SD_SUPPORTED_16G, kSpeed16G},          {SD_SUPPORTED_32G, kSpeed32G},
-        {SD_SUPPORTED_64G, kSpeed64G}};
+    static constexpr std::pair<uint8_t, HBA_PORTSPEED> bits[] = {{SD_SUPPORTED_1G, HBA_PORTSPEED_1GBIT},
+                                                                 {SD_SUPPORTED_2G, HBA_PORTSPEED_2GBIT},
+                                                                 {SD_SUPPORTED_4G, kSpeed4G},
+                                                                 {SD_SUPPORTED_8G, kSpeed8G},
+                                                                 {SD_SUPPORTED_16G, kSpeed16G},
+                                                                 {SD_SUPPORTED_32G, kSpeed32G},
+                                                                 {SD_SUPPORTED_64G, kSpeed64G}};
     HBA_PORTSPEED out = 0;
     for (const auto &[bit, speed] : bits)
         if (mask & bit) out |= speed;
@@ -185,8 +185,8 @@ HBA_PORTTYPE TypeFrom(const SDPortProperty &p) {
 
 // What enumeration learns about one card.
 struct CardInfo {
-    std::string key;                  // serial number, or PCI location without one
-    std::vector<uint32_t> instances;  // physical port functions in port order
+    std::string key;                                // serial number, or PCI location without one
+    std::vector<uint32_t> instances;                // physical port functions in port order
     std::vector<std::pair<HBA_WWN, HBA_WWN>> wwns;  // node and port WWN per port
 };
 
@@ -216,8 +216,7 @@ std::vector<CardInfo> Enumerate() {
         char serial[sizeof node.SerialNumber + 1] = {};
         CopyText(serial, node.SerialNumber);
         std::string key = serial;
-        if (key.empty())
-            key = "pci:" + std::to_string(chip.PciBusNumber) + ":" + std::to_string(chip.PciDevFunc >> 3);
+        if (key.empty()) key = "pci:" + std::to_string(chip.PciBusNumber) + ":" + std::to_string(chip.PciDevFunc >> 3);
         seen.push_back({key, chip.PhysPortNumber, i, ToWwn(node.WWNN), ToWwn(port.WWPN)});
     }
     // Cards in the order their first port appears; ports by port number.
@@ -420,8 +419,7 @@ HBA_STATUS GetAdapterName(HBA_UINT32 index, char *name) try {
 }
 
 HBA_HANDLE OpenAdapterByName(char *name) try {
-    if (name == nullptr || strncmp(name, kAdapterPrefix, sizeof kAdapterPrefix - 1) != 0)
-        return HBA_HANDLE_INVALID;
+    if (name == nullptr || strncmp(name, kAdapterPrefix, sizeof kAdapterPrefix - 1) != 0) return HBA_HANDLE_INVALID;
     const char *digits = name + sizeof kAdapterPrefix - 1;
     char *end = nullptr;
     unsigned long index = strtoul(digits, &end, 10);
@@ -622,9 +620,12 @@ HBA_STATUS SendRLS(HBA_HANDLE h, HBA_WWN portWwn, HBA_WWN destWwn, void *rsp, HB
                 SDStatistics s{};
                 uint32_t st = SDGetStatistics(dev.handle(), &s);
                 if (st != SDERR_NONE) return MapStatus(st);
-                les = {s.LinkFailureCount,          s.LossOfSyncCount,
-                       s.LossOfSignalCount,         s.PrimitiveSeqProtocolErrorCount,
-                       s.InvalidTransmissionWordCount, s.InvalidCRCCount};
+                les = {s.LinkFailureCount,
+                       s.LossOfSyncCount,
+                       s.LossOfSignalCount,
+                       s.PrimitiveSeqProtocolErrorCount,
+                       s.InvalidTransmissionWordCount,
+                       s.InvalidCRCCount};
             } else {
                 uint32_t st = SDGetPortStatisticsFC(dev.handle(), destWwn.wwn, &les);
                 if (st != SDERR_NONE) return MapStatus(st);

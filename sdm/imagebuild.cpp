@@ -32,8 +32,7 @@ void PutSplit32(std::vector<uint8_t> &buf, size_t at, uint32_t v) {
 }
 
 void PutText(std::vector<uint8_t> &buf, size_t at, std::string_view text) {
-    if (at + text.size() > buf.size())
-        throw std::invalid_argument("text does not fit its field");
+    if (at + text.size() > buf.size()) throw std::invalid_argument("text does not fit its field");
     std::copy(text.begin(), text.end(), buf.begin() + static_cast<std::ptrdiff_t>(at));
 }
 
@@ -48,8 +47,7 @@ uint32_t Sum32(const std::vector<uint8_t> &buf, size_t from, size_t bytes) {
     uint32_t sum = 0;
     for (size_t i = 0; i + 3 < bytes; i += 4)
         sum += static_cast<uint32_t>(buf[from + i]) | (static_cast<uint32_t>(buf[from + i + 1]) << 8) |
-               (static_cast<uint32_t>(buf[from + i + 2]) << 16) |
-               (static_cast<uint32_t>(buf[from + i + 3]) << 24);
+               (static_cast<uint32_t>(buf[from + i + 2]) << 16) | (static_cast<uint32_t>(buf[from + i + 3]) << 24);
     return sum;
 }
 
@@ -66,28 +64,23 @@ void Fill(std::vector<uint8_t> &buf, size_t from, size_t to, uint32_t start) {
 }
 
 uint32_t PatternStart(Version v, uint32_t salt) {
-    return (static_cast<uint32_t>(v.major) << 16 | static_cast<uint32_t>(v.minor) << 8 | v.subminor) ^
-           (salt << 24) ^ salt;
+    return (static_cast<uint32_t>(v.major) << 16 | static_cast<uint32_t>(v.minor) << 8 | v.subminor) ^ (salt << 24) ^
+           salt;
 }
 
 std::optional<std::vector<uint8_t>> ParseFields(std::string_view text, size_t maxFields) {
-    while (!text.empty() && (text.front() == ' ' || text.front() == '\t'))
-        text.remove_prefix(1);
-    while (!text.empty() && (text.back() == ' ' || text.back() == '\t' || text.back() == '\n'))
-        text.remove_suffix(1);
+    while (!text.empty() && (text.front() == ' ' || text.front() == '\t')) text.remove_prefix(1);
+    while (!text.empty() && (text.back() == ' ' || text.back() == '\t' || text.back() == '\n')) text.remove_suffix(1);
     std::vector<uint8_t> fields;
     while (true) {
         size_t dot = text.find('.');
         std::string_view part = text.substr(0, dot);
         unsigned value = 0;
         auto [end, ec] = std::from_chars(part.data(), part.data() + part.size(), value);
-        if (part.empty() || ec != std::errc() || end != part.data() + part.size() || value > 255)
-            return std::nullopt;
+        if (part.empty() || ec != std::errc() || end != part.data() + part.size() || value > 255) return std::nullopt;
         fields.push_back(static_cast<uint8_t>(value));
-        if (fields.size() > maxFields)
-            return std::nullopt;
-        if (dot == std::string_view::npos)
-            break;
+        if (fields.size() > maxFields) return std::nullopt;
+        if (dot == std::string_view::npos) break;
         text.remove_prefix(dot + 1);
     }
     fields.resize(maxFields, 0);
@@ -107,11 +100,9 @@ constexpr size_t kCommonMarkAt = 64;
 // last two sum, with the last byte, to zero; the byte before the last is 0.
 void SetRomChecksum(std::span<uint8_t> rom, size_t start) {
     const size_t size = static_cast<size_t>(rom[start + 2]) * 512;
-    if (size < 2 || start + size > rom.size())
-        throw std::invalid_argument("expansion-ROM image outside its buffer");
+    if (size < 2 || start + size > rom.size()) throw std::invalid_argument("expansion-ROM image outside its buffer");
     uint8_t sum = 0;
-    for (size_t i = start; i < start + size - 2; ++i)
-        sum = static_cast<uint8_t>(sum + rom[i]);
+    for (size_t i = start; i < start + size - 2; ++i) sum = static_cast<uint8_t>(sum + rom[i]);
     rom[start + size - 2] = 0;
     rom[start + size - 1] = static_cast<uint8_t>(-sum);
 }
@@ -120,16 +111,15 @@ void BuildRomImage(std::vector<uint8_t> &out, const RomImageRecipe &img, bool la
     const bool efi = img.codeType == static_cast<uint8_t>(CodeType::Efi);
     size_t size = img.size != 0 ? RoundUp(img.size, 512) : (efi ? 8192 : 4096);
     // The size byte at offset 2 is read as a signed count of 512-byte units.
-    if (size > 127 * 512)
-        throw std::invalid_argument("expansion-ROM image larger than 63.5 KiB");
+    if (size > 127 * 512) throw std::invalid_argument("expansion-ROM image larger than 63.5 KiB");
     const size_t units = size / 512;
     std::vector<uint8_t> rom(size, 0);
     rom[0] = 0x55;
     rom[1] = 0xAA;
     rom[2] = static_cast<uint8_t>(units);
     if (efi) {
-        PutLe32(rom, 4, 0x0EF1);   // EFI image signature
-        PutLe16(rom, 8, 0x0B);     // boot service driver
+        PutLe32(rom, 4, 0x0EF1);  // EFI image signature
+        PutLe16(rom, 8, 0x0B);    // boot service driver
         PutLe16(rom, 0x0A, 0x8664);
         PutLe16(rom, 0x16, kPcirOffset + kPcirLength);  // EFI image header offset
         PutText(rom, kPcirOffset + kPcirLength, "MZ");
@@ -146,8 +136,8 @@ void BuildRomImage(std::vector<uint8_t> &out, const RomImageRecipe &img, bool la
     PutLe16(rom, p + 4, img.vendorId);
     PutLe16(rom, p + 6, img.deviceId);
     PutLe16(rom, p + 0x0A, kPcirLength);
-    rom[p + 0x0C] = 3;                  // data structure revision
-    rom[p + 0x0E] = 0x04;               // class: serial bus, Fibre Channel
+    rom[p + 0x0C] = 3;     // data structure revision
+    rom[p + 0x0E] = 0x04;  // class: serial bus, Fibre Channel
     rom[p + 0x0F] = 0x0C;
     PutLe16(rom, p + 0x10, static_cast<uint16_t>(units));
     PutLe16(rom, p + 0x12, static_cast<uint16_t>(img.version.major << 8 | img.version.minor));
@@ -161,12 +151,9 @@ void BuildRomImage(std::vector<uint8_t> &out, const RomImageRecipe &img, bool la
 
 void AppendVpdFields(std::vector<uint8_t> &out, const VpdFields &fields) {
     for (const auto &[key, value] : fields) {
-        if (key == "RV")
-            continue;
-        if (key.size() != 2)
-            throw std::invalid_argument("VPD keyword must have two characters: " + key);
-        if (value.size() > 255)
-            throw std::invalid_argument("VPD value longer than 255 bytes: " + key);
+        if (key == "RV") continue;
+        if (key.size() != 2) throw std::invalid_argument("VPD keyword must have two characters: " + key);
+        if (value.size() > 255) throw std::invalid_argument("VPD value longer than 255 bytes: " + key);
         out.push_back(static_cast<uint8_t>(key[0]));
         out.push_back(static_cast<uint8_t>(key[1]));
         out.push_back(static_cast<uint8_t>(value.size()));
@@ -176,8 +163,7 @@ void AppendVpdFields(std::vector<uint8_t> &out, const VpdFields &fields) {
 
 void SetVpdLength(std::vector<uint8_t> &out, size_t tagAt) {
     const size_t len = out.size() - tagAt - 3;
-    if (len > 0xFFFF)
-        throw std::invalid_argument("VPD section longer than 65535 bytes");
+    if (len > 0xFFFF) throw std::invalid_argument("VPD section longer than 65535 bytes");
     PutLe16(out, tagAt + 1, static_cast<uint16_t>(len));
 }
 
@@ -188,21 +174,18 @@ constexpr size_t kPayloadAlign = 16;
 
 std::optional<Version> ParseVersion(std::string_view text) {
     auto f = ParseFields(text, 3);
-    if (!f)
-        return std::nullopt;
+    if (!f) return std::nullopt;
     return Version{(*f)[0], (*f)[1], (*f)[2]};
 }
 
 std::optional<FfvVersion> ParseFfvVersion(std::string_view text) {
     auto f = ParseFields(text, 4);
-    if (!f)
-        return std::nullopt;
+    if (!f) return std::nullopt;
     return FfvVersion{(*f)[0], (*f)[1], (*f)[2], (*f)[3]};
 }
 
 std::vector<uint8_t> BuildRiscFirmware(Version v, uint32_t attributeWord, size_t totalSize) {
-    if (totalSize < 128)
-        throw std::invalid_argument("RISC firmware smaller than its header");
+    if (totalSize < 128) throw std::invalid_argument("RISC firmware smaller than its header");
     std::vector<uint8_t> fw(totalSize, 0);
     Fill(fw, 128, totalSize, PatternStart(v, attributeWord));
     PutBe32(fw, 16, v.major);
@@ -214,25 +197,21 @@ std::vector<uint8_t> BuildRiscFirmware(Version v, uint32_t attributeWord, size_t
 
 std::vector<uint8_t> BuildRomChain(const std::vector<RomImageRecipe> &images) {
     std::vector<uint8_t> out;
-    for (size_t i = 0; i < images.size(); ++i)
-        BuildRomImage(out, images[i], i + 1 == images.size());
+    for (size_t i = 0; i < images.size(); ++i) BuildRomImage(out, images[i], i + 1 == images.size());
     return out;
 }
 
-std::vector<uint8_t> BuildExpansionRomChain(const BootImages &b, uint16_t vendorId,
-                                            uint16_t deviceId) {
+std::vector<uint8_t> BuildExpansionRomChain(const BootImages &b, uint16_t vendorId, uint16_t deviceId) {
     std::vector<RomImageRecipe> images;
     auto add = [&](CodeType type, const std::optional<BootImage> &img) {
-        if (!img)
-            return;
+        if (!img) return;
         RomImageRecipe r;
         r.codeType = static_cast<uint8_t>(type);
         r.version = img->version;
         r.size = img->size;
         r.vendorId = vendorId;
         r.deviceId = deviceId;
-        if (images.empty())
-            r.chipId = b.chipId;
+        if (images.empty()) r.chipId = b.chipId;
         images.push_back(r);
     };
     add(CodeType::Bios, b.bios);
@@ -241,10 +220,8 @@ std::vector<uint8_t> BuildExpansionRomChain(const BootImages &b, uint16_t vendor
     return BuildRomChain(images);
 }
 
-std::vector<uint8_t> BuildVpd(const std::string &identifier, const VpdFields &readOnly,
-                              const VpdFields &readWrite) {
-    if (identifier.size() > 0xFFFF)
-        throw std::invalid_argument("VPD identifier too long");
+std::vector<uint8_t> BuildVpd(const std::string &identifier, const VpdFields &readOnly, const VpdFields &readWrite) {
+    if (identifier.size() > 0xFFFF) throw std::invalid_argument("VPD identifier too long");
     // Sized first: growing a 3-byte vector here makes GCC 12 at -O3 warn
     // falsely (-Warray-bounds).
     std::vector<uint8_t> out(3 + identifier.size());
@@ -258,8 +235,7 @@ std::vector<uint8_t> BuildVpd(const std::string &identifier, const VpdFields &re
     out.insert(out.end(), {'R', 'V', 1, 0});
     SetVpdLength(out, ro);
     uint8_t sum = 0;
-    for (uint8_t c : out)
-        sum = static_cast<uint8_t>(sum + c);
+    for (uint8_t c : out) sum = static_cast<uint8_t>(sum + c);
     out.back() = static_cast<uint8_t>(-sum);
 
     if (!readWrite.empty()) {
@@ -280,16 +256,13 @@ bool VpdChecksumOk(const std::vector<uint8_t> &vpd) {
         const uint8_t tag = vpd[pos];
         const size_t len = vpd[pos + 1] | (vpd[pos + 2] << 8);
         const size_t end = pos + 3 + len;
-        if (end > vpd.size())
-            return false;
+        if (end > vpd.size()) return false;
         if (tag == 0x90) {
             for (size_t k = pos + 3; k + 3 <= end; k += 3 + vpd[k + 2]) {
                 if (vpd[k] == 'R' && vpd[k + 1] == 'V') {
-                    if (vpd[k + 2] == 0 || k + 3 >= end)
-                        return false;
+                    if (vpd[k + 2] == 0 || k + 3 >= end) return false;
                     uint8_t sum = 0;
-                    for (size_t i = 0; i <= k + 3; ++i)
-                        sum = static_cast<uint8_t>(sum + vpd[i]);
+                    for (size_t i = 0; i <= k + 3; ++i) sum = static_cast<uint8_t>(sum + vpd[i]);
                     return sum == 0;
                 }
             }
@@ -302,20 +275,16 @@ bool VpdChecksumOk(const std::vector<uint8_t> &vpd) {
 
 size_t MultiImageTableLength(const MultiImageRecipe &in) {
     size_t len = (in.components.size() + 2) * kIltSlot + 8;
-    for (const auto &list : in.cardLists)
-        len += 8 + 8 * list.entries.size();
+    for (const auto &list : in.cardLists) len += 8 + 8 * list.entries.size();
     return len;
 }
 
 std::vector<uint8_t> BuildMultiImage(const MultiImageRecipe &in) {
-    if (in.signature.size() != 4)
-        throw std::invalid_argument("ILT signature must have four characters");
+    if (in.signature.size() != 4) throw std::invalid_argument("ILT signature must have four characters");
     const size_t n = in.components.size() + 1;  // region entries plus the time stamp
-    if (n > 256)
-        throw std::invalid_argument("too many ILT region entries");
+    if (n > 256) throw std::invalid_argument("too many ILT region entries");
     const size_t tableLength = MultiImageTableLength(in);
-    if (tableLength > 0xFFFF)
-        throw std::invalid_argument("ILT table longer than 65535 bytes");
+    if (tableLength > 0xFFFF) throw std::invalid_argument("ILT table longer than 65535 bytes");
 
     size_t total = RoundUp(tableLength, kPayloadAlign);
     std::vector<uint32_t> offsets;
@@ -323,8 +292,7 @@ std::vector<uint8_t> BuildMultiImage(const MultiImageRecipe &in) {
         offsets.push_back(static_cast<uint32_t>(total));
         total = RoundUp(total + c.payload.size(), kPayloadAlign);
     }
-    if (total > 0xFFFFFFFFu)
-        throw std::invalid_argument("multi-image container too large");
+    if (total > 0xFFFFFFFFu) throw std::invalid_argument("multi-image container too large");
     std::vector<uint8_t> out(total, 0);
 
     PutText(out, 0, in.signature);
@@ -364,8 +332,7 @@ std::vector<uint8_t> BuildMultiImage(const MultiImageRecipe &in) {
     PutLe16(out, at, static_cast<uint16_t>(in.cardLists.size()));
     at += 8;
     for (const auto &list : in.cardLists) {
-        if (list.entries.size() > 1024)
-            throw std::invalid_argument("card-type list with more than 1024 entries");
+        if (list.entries.size() > 1024) throw std::invalid_argument("card-type list with more than 1024 entries");
         PutLe16(out, at, list.cardType);
         PutLe16(out, at + 2, static_cast<uint16_t>(list.entries.size()));
         at += 8;
@@ -421,12 +388,9 @@ std::vector<uint8_t> BuildNvmeBootRegion() {
 
 std::vector<FlashRegion> BuildFlashSet(const FlashSetRecipe &in) {
     BootImages boot;
-    if (in.bios)
-        boot.bios = BootImage{*in.bios, 0};
-    if (in.fcode)
-        boot.fcode = BootImage{*in.fcode, 0};
-    if (in.efi)
-        boot.efi = BootImage{*in.efi, 0};
+    if (in.bios) boot.bios = BootImage{*in.bios, 0};
+    if (in.fcode) boot.fcode = BootImage{*in.fcode, 0};
+    if (in.efi) boot.efi = BootImage{*in.efi, 0};
     boot.chipId = in.chipId;
 
     std::vector<FlashRegion> regions;
@@ -446,10 +410,8 @@ std::vector<FlashRegion> BuildFlashSet(const FlashSetRecipe &in) {
     regions.push_back({kRegionRiscFirmware, std::move(fw)});
 
     regions.push_back({kRegionVpd, BuildVpd(in.vpdIdentifier, in.vpdReadOnly, in.vpdReadWrite)});
-    regions.push_back({kRegionGlobalNvram,
-                       in.globalNvram.empty() ? std::vector<uint8_t>(512, 0) : in.globalNvram});
-    for (uint32_t code : in.nvmeBootRegions)
-        regions.push_back({code, BuildNvmeBootRegion()});
+    regions.push_back({kRegionGlobalNvram, in.globalNvram.empty() ? std::vector<uint8_t>(512, 0) : in.globalNvram});
+    for (uint32_t code : in.nvmeBootRegions) regions.push_back({code, BuildNvmeBootRegion()});
 
     const CardEntry card{kVendorId, in.deviceId, in.subVendorId, in.subSystemId};
     mbi.cardLists = {{0, {card}}, {1, {card}}};
@@ -464,15 +426,13 @@ std::vector<FlashRegion> BuildFlashSet(const FlashSetRecipe &in) {
 namespace {
 
 void RequireSize(size_t size, size_t minimum, const char *what) {
-    if (size < minimum)
-        throw std::invalid_argument(std::string(what) + " smaller than its header");
+    if (size < minimum) throw std::invalid_argument(std::string(what) + " smaller than its header");
 }
 
 // Makes the 32-bit words of the whole buffer sum to zero through the word at
 // `at`.
 void ZeroWordSum(std::vector<uint8_t> &buf, size_t at) {
-    if (buf.size() % 4 != 0)
-        throw std::invalid_argument("component size must be a multiple of 4");
+    if (buf.size() % 4 != 0) throw std::invalid_argument("component size must be a multiple of 4");
     PutLe32(buf, at, 0);
     PutLe32(buf, at, 0u - Sum32(buf, 0, buf.size()));
 }
@@ -493,8 +453,7 @@ std::vector<uint8_t> VersionAtEnd(Version4 v, size_t size, size_t end, uint32_t 
     RequireSize(size, end, "PEP component");
     std::vector<uint8_t> out(size, 0);
     Fill(out, end, size, salt + v[0] + (uint32_t(v[1]) << 8));
-    for (size_t i = 0; i < 4; ++i)
-        out[end - 1 - i] = v[i];
+    for (size_t i = 0; i < 4; ++i) out[end - 1 - i] = v[i];
     return out;
 }
 
@@ -566,8 +525,7 @@ uint32_t Crc32(const uint8_t *data, size_t size) {
     uint32_t crc = 0xFFFFFFFFu;
     for (size_t i = 0; i < size; ++i) {
         crc ^= data[i];
-        for (int k = 0; k < 8; ++k)
-            crc = (crc & 1) ? 0xEDB88320u ^ (crc >> 1) : crc >> 1;
+        for (int k = 0; k < 8; ++k) crc = (crc & 1) ? 0xEDB88320u ^ (crc >> 1) : crc >> 1;
     }
     return crc ^ 0xFFFFFFFFu;
 }
@@ -579,60 +537,62 @@ std::vector<uint8_t> BuildPldmPackage(const std::vector<uint8_t> &payload, const
         {0x31, 0x19, 0xCE, 0x2F, 0xE8, 0x0A, 0x4A, 0x99, 0xAF, 0x15, 0xCB, 0xEF, 0x37, 0xED, 0x5A, 0x59},
         {0x7B, 0x29, 0x1C, 0x99, 0x6D, 0xB6, 0x42, 0x08, 0x80, 0x1B, 0x02, 0x02, 0x6E, 0x46, 0x3C, 0x78},
     };
-    if (recipe.formatRevision < 1 || recipe.formatRevision > 4 || recipe.version.size() > 255 || recipe.components == 0 ||
-        recipe.deviceRecords > 255 || recipe.components > 0xFFFF)
+    if (recipe.formatRevision < 1 || recipe.formatRevision > 4 || recipe.version.size() > 255 ||
+        recipe.components == 0 || recipe.deviceRecords > 255 || recipe.components > 0xFFFF)
         throw std::invalid_argument("PLDM package outside its format");
     std::vector<uint8_t> h(kIds[recipe.formatRevision - 1], kIds[recipe.formatRevision - 1] + 16);
     auto u8 = [&](uint32_t v) { h.push_back(static_cast<uint8_t>(v)); };
-    auto u16 = [&](uint32_t v) { u8(v); u8(v >> 8); };
-    auto u32 = [&](uint32_t v) { u16(v); u16(v >> 16); };
+    auto u16 = [&](uint32_t v) {
+        u8(v);
+        u8(v >> 8);
+    };
+    auto u32 = [&](uint32_t v) {
+        u16(v);
+        u16(v >> 16);
+    };
     auto text = [&](const std::string &t) { h.insert(h.end(), t.begin(), t.end()); };
     u8(recipe.formatRevision);
-    u16(0);                       // header size, set below
-    h.resize(h.size() + 13, 0);   // release date and time
-    u16(8);                       // component bitmap: one byte
-    u8(1);                        // ASCII version string
+    u16(0);                      // header size, set below
+    h.resize(h.size() + 13, 0);  // release date and time
+    u16(8);                      // component bitmap: one byte
+    u8(1);                       // ASCII version string
     u8(static_cast<uint32_t>(recipe.version.size()));
     text(recipe.version);
     u8(static_cast<uint32_t>(recipe.deviceRecords));
     for (size_t i = 0; i < recipe.deviceRecords; ++i) {
         u16(static_cast<uint32_t>(18 + recipe.version.size()));
-        u8(1);                    // one descriptor
-        u32(0);                   // update option flags
+        u8(1);   // one descriptor
+        u32(0);  // update option flags
         u8(1);
         u8(static_cast<uint32_t>(recipe.version.size()));
-        u16(0);                   // no package data
-        u8(1);                    // applies to component 0
+        u16(0);  // no package data
+        u8(1);   // applies to component 0
         text(recipe.version);
-        u16(0);                   // descriptor: PCI vendor ID
+        u16(0);  // descriptor: PCI vendor ID
         u16(2);
         u16(kVendorId);
     }
-    if (recipe.formatRevision >= 2)
-        u8(0);                    // no downstream devices
+    if (recipe.formatRevision >= 2) u8(0);  // no downstream devices
     u16(static_cast<uint32_t>(recipe.components));
     std::vector<size_t> offsetFields;
     for (size_t i = 0; i < recipe.components; ++i) {
-        u16(0x000A);              // firmware
+        u16(0x000A);  // firmware
         u16(static_cast<uint32_t>(i));
         u32(0);
         u16(0);
         u16(0);
         offsetFields.push_back(h.size());
-        u32(0);                   // offset, set below
+        u32(0);  // offset, set below
         u32(static_cast<uint32_t>(payload.size()));
         u8(1);
         u8(static_cast<uint32_t>(recipe.version.size()));
         text(recipe.version);
-        if (recipe.formatRevision >= 4)
-            u32(0);               // no opaque data
+        if (recipe.formatRevision >= 4) u32(0);  // no opaque data
     }
     const size_t headerSize = h.size() + 4;
-    if (headerSize > 0xFFFF)
-        throw std::invalid_argument("PLDM header longer than 65535 bytes");
+    if (headerSize > 0xFFFF) throw std::invalid_argument("PLDM header longer than 65535 bytes");
     PutLe16(h, 17, static_cast<uint16_t>(headerSize));
-    for (size_t at : offsetFields)
-        PutLe32(h, at, static_cast<uint32_t>(headerSize));
+    for (size_t at : offsetFields) PutLe32(h, at, static_cast<uint32_t>(headerSize));
     u32(Crc32(h.data(), h.size()));
     h.insert(h.end(), payload.begin(), payload.end());
     return h;
@@ -642,8 +602,7 @@ std::vector<uint8_t> BuildPldmPackage(const std::vector<uint8_t> &payload, const
 
 size_t ComponentIndex(const MultiImageRecipe &recipe, uint16_t regionType) {
     for (size_t i = 0; i < recipe.components.size(); ++i)
-        if (recipe.components[i].regionType == regionType)
-            return i;
+        if (recipe.components[i].regionType == regionType) return i;
     return std::string::npos;
 }
 
@@ -670,9 +629,9 @@ MultiImageRecipe SampleImage(ImageFamily family, const CardEntry &card, size_t c
         }
         return BuildRomChain(images);
     };
-    const std::vector<uint8_t> fcBoot =
-        chain({{0, {3, 67, 0}, 0, kVendorId, 0, "", {}}, {1, {4, 21, 0}, 0, kVendorId, 0, "", {}},
-               {3, {7, 34, 0}, 0, kVendorId, 0, "", {}}});
+    const std::vector<uint8_t> fcBoot = chain({{0, {3, 67, 0}, 0, kVendorId, 0, "", {}},
+                                               {1, {4, 21, 0}, 0, kVendorId, 0, "", {}},
+                                               {3, {7, 34, 0}, 0, kVendorId, 0, "", {}}});
     const std::vector<uint8_t> pxeBoot =
         chain({{0, {2, 10, 0}, 0, kVendorId, 0, "", {}}, {2, {2, 11, 0}, 0, kVendorId, 0, "", {}}});
     switch (family) {
@@ -730,10 +689,8 @@ MultiImageRecipe SampleImage(ImageFamily family, const CardEntry &card, size_t c
         add(0x71, {1, 0, 0}, BuildOpaqueComponent(small, 0x71));
         add(0x72, {1, 1, 2}, BuildTrailerComponent(kBootloaderSignature, {1, 1, 2}, small));
         add(0x73, {1, 1, 3}, BuildTrailerComponent(kPegtuneSignature, {1, 1, 3}, small));
-        if (family == ImageFamily::kTern)
-            add(0x74, {5, 4, 3}, BuildNicFirmware({5, 4, 3}, n), 0, 0x54);
-        else
-            add(0x97, {5, 4, 3}, BuildNicFirmware({5, 4, 3}, n));
+        if (family == ImageFamily::kTern) add(0x74, {5, 4, 3}, BuildNicFirmware({5, 4, 3}, n), 0, 0x54);
+        else add(0x97, {5, 4, 3}, BuildNicFirmware({5, 4, 3}, n));
         add(0x81, {}, BuildOpaqueComponent(small, 0x81));
         add(0xA2, boot, fcBoot);
         add(0xA4, fw, BuildRiscFirmware(fw, 16, n));
@@ -766,18 +723,15 @@ void FixChecksum(std::vector<uint8_t> &mbi) {
 
 size_t RegionAt(const std::vector<uint8_t> &mbi, size_t region) {
     const size_t at = (region + 1) * kIltSlot;
-    if (at + kIltSlot > mbi.size())
-        throw std::out_of_range("no such region entry");
+    if (at + kIltSlot > mbi.size()) throw std::out_of_range("no such region entry");
     return at;
 }
 
 // Byte position of card-type list `list`.
 size_t ListAt(const std::vector<uint8_t> &mbi, size_t list) {
     size_t at = (RegionEntries(mbi) + 1) * kIltSlot + 8;
-    for (size_t k = 0; k < list; ++k)
-        at += 8 + 8 * size_t(mbi.at(at + 2) | (mbi.at(at + 3) << 8));
-    if (at + 8 > mbi.size())
-        throw std::out_of_range("no such card-type list");
+    for (size_t k = 0; k < list; ++k) at += 8 + 8 * size_t(mbi.at(at + 2) | (mbi.at(at + 3) << 8));
+    if (at + 8 > mbi.size()) throw std::out_of_range("no such card-type list");
     return at;
 }
 
@@ -853,15 +807,13 @@ std::span<uint8_t> ComponentBytes(std::vector<uint8_t> &mbi, size_t region) {
     const size_t at = RegionAt(mbi, region);
     const size_t offset = (mbi[at + 6] | mbi[at + 7] << 8) | size_t(mbi[at + 8] | mbi[at + 9] << 8) << 16;
     const size_t length = (mbi[at + 10] | mbi[at + 11] << 8) | size_t(mbi[at + 12] | mbi[at + 13] << 8) << 16;
-    if (offset + length > mbi.size())
-        throw std::out_of_range("component outside the image");
+    if (offset + length > mbi.size()) throw std::out_of_range("component outside the image");
     return std::span<uint8_t>(mbi).subspan(offset, length);
 }
 
 void CorruptComponent(std::vector<uint8_t> &mbi, size_t region, size_t at) {
     std::span<uint8_t> c = ComponentBytes(mbi, region);
-    if (at >= c.size())
-        throw std::out_of_range("byte outside the component");
+    if (at >= c.size()) throw std::out_of_range("byte outside the component");
     c[at] ^= 0xA5;
 }
 
@@ -870,8 +822,7 @@ void BreakRomChain(std::span<uint8_t> chain, RomBreak how, size_t image) {
     for (size_t k = 0; k < image; ++k) {
         const size_t pcir = start + (chain[start + 0x18] | (chain[start + 0x19] << 8));
         start += size_t(chain[pcir + 0x10] | (chain[pcir + 0x11] << 8)) * 512;
-        if (start >= chain.size())
-            throw std::out_of_range("no such image in the chain");
+        if (start >= chain.size()) throw std::out_of_range("no such image in the chain");
     }
     const size_t pcir = start + (chain[start + 0x18] | (chain[start + 0x19] << 8));
     switch (how) {
@@ -879,15 +830,17 @@ void BreakRomChain(std::span<uint8_t> chain, RomBreak how, size_t image) {
     case RomBreak::kRomSignature: chain[start + 1] = 0x00; break;
     case RomBreak::kDataSignature: chain[pcir] = 'X'; break;
     case RomBreak::kChecksum: chain[start + 0x100] ^= 0x01; return;
-    case RomBreak::kNotADriver: chain[pcir + 6] = 1; chain[pcir + 7] = 0; break;
+    case RomBreak::kNotADriver:
+        chain[pcir + 6] = 1;
+        chain[pcir + 7] = 0;
+        break;
     case RomBreak::kCodeType: chain[pcir + 0x14] = 0x7F; break;
     }
     SetRomChecksum(chain, start);
 }
 
 void Truncate(std::vector<uint8_t> &bytes, size_t size) {
-    if (size < bytes.size())
-        bytes.resize(size);
+    if (size < bytes.size()) bytes.resize(size);
 }
 
 }  // namespace mutate

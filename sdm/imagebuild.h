@@ -63,8 +63,8 @@ std::vector<uint8_t> BuildRiscFirmware(Version v, uint32_t attributeWord, size_t
 enum class CodeType : uint8_t { Bios = 0, FCode = 1, Efi = 3 };
 
 struct BootImage {
-    Version version;   // the revision field carries major (high byte) and minor (low byte)
-    size_t size = 0;   // bytes, rounded up to 512; 0 chooses 4 KiB (8 KiB for EFI)
+    Version version;  // the revision field carries major (high byte) and minor (low byte)
+    size_t size = 0;  // bytes, rounded up to 512; 0 chooses 4 KiB (8 KiB for EFI)
 };
 
 struct BootImages {
@@ -82,11 +82,11 @@ struct BootImages {
 // value; device IDs 1 to 3 mark VPD and firmware images rather than drivers.
 struct RomImageRecipe {
     uint8_t codeType = 0;
-    Version version;        // the revision field carries major (high byte) and minor
-    size_t size = 0;        // bytes, rounded up to 512; 0 chooses 4 KiB (8 KiB for EFI)
+    Version version;  // the revision field carries major (high byte) and minor
+    size_t size = 0;  // bytes, rounded up to 512; 0 chooses 4 KiB (8 KiB for EFI)
     uint16_t vendorId = kVendorId;
     uint16_t deviceId = 0;
-    std::string chipId;     // up to four characters at byte 9 (not on EFI images)
+    std::string chipId;  // up to four characters at byte 9 (not on EFI images)
     // A common BIOS image: "MODL" at byte 64 and this adapter-type code at 20.
     std::optional<uint8_t> commonAdapterCode;
 };
@@ -99,8 +99,7 @@ std::vector<uint8_t> BuildRomChain(const std::vector<RomImageRecipe> &images);
 // last-image indicator.  Each image ends with its option-ROM checksum byte:
 // the bytes of the image except the one before the last sum to zero, and
 // that byte is left 0 so the whole image sums to zero as well.
-std::vector<uint8_t> BuildExpansionRomChain(const BootImages &b, uint16_t vendorId,
-                                            uint16_t deviceId);
+std::vector<uint8_t> BuildExpansionRomChain(const BootImages &b, uint16_t vendorId, uint16_t deviceId);
 
 // ---- Vital product data ----
 using VpdFields = std::vector<std::pair<std::string, std::string>>;
@@ -109,8 +108,7 @@ using VpdFields = std::vector<std::pair<std::string, std::string>>;
 // keywords (omitted when empty), 0x78 end tag.  The "RV" checksum byte makes
 // every byte from the start through itself sum to zero.  An "RV" entry in
 // readOnly is ignored.  Keywords are two characters, values at most 255 bytes.
-std::vector<uint8_t> BuildVpd(const std::string &identifier, const VpdFields &readOnly,
-                              const VpdFields &readWrite);
+std::vector<uint8_t> BuildVpd(const std::string &identifier, const VpdFields &readOnly, const VpdFields &readWrite);
 
 // True when the block holds an "RV" keyword in its read-only section and the
 // bytes from the start through the RV checksum byte sum to zero.
@@ -219,10 +217,10 @@ std::vector<uint8_t> BuildOpaqueComponent(size_t size, uint32_t seed);
 
 // ---- PLDM firmware-update package ----
 struct PldmRecipe {
-    uint8_t formatRevision = 1;    // 1 to 4 (1.0 to 1.3)
-    std::string version = "1.0";   // package version string
+    uint8_t formatRevision = 1;   // 1 to 4 (1.0 to 1.3)
+    std::string version = "1.0";  // package version string
     size_t deviceRecords = 1;
-    size_t components = 1;         // component entries, each naming the payload
+    size_t components = 1;  // component entries, each naming the payload
 };
 // The package header (identifier of the revision, firmware device records,
 // component image information, CRC-32) followed by the payload.
@@ -251,7 +249,7 @@ namespace mutate {
 void Signature(std::vector<uint8_t> &mbi, std::string_view four);
 void TableVersion(std::vector<uint8_t> &mbi, uint16_t version);
 void TableChecksum(std::vector<uint8_t> &mbi);
-void RegionCount(std::vector<uint8_t> &mbi, uint16_t n);            // N, oversized or short
+void RegionCount(std::vector<uint8_t> &mbi, uint16_t n);  // N, oversized or short
 void CardListCount(std::vector<uint8_t> &mbi, uint16_t lists);
 void CardListEntries(std::vector<uint8_t> &mbi, size_t list, uint16_t entries);
 void Card(std::vector<uint8_t> &mbi, size_t list, size_t entry, const CardEntry &card);

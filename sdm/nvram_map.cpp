@@ -35,10 +35,8 @@ uint32_t ReadBits(const uint8_t *image, size_t bitPos, unsigned width) {
 void WriteBits(uint8_t *image, size_t bitPos, unsigned width, uint32_t v) {
     for (unsigned i = 0; i < width; ++i, ++bitPos) {
         const uint8_t bit = static_cast<uint8_t>(1u << (bitPos % 8));
-        if ((v >> i) & 1u)
-            image[bitPos / 8] |= bit;
-        else
-            image[bitPos / 8] &= static_cast<uint8_t>(~bit);
+        if ((v >> i) & 1u) image[bitPos / 8] |= bit;
+        else image[bitPos / 8] &= static_cast<uint8_t>(~bit);
     }
 }
 
@@ -69,18 +67,21 @@ constexpr FieldDef Str(const char *name, uint8_t len, uint8_t flags) {
     return {Kind::String, -1, name, 0, 0, flags, len};
 }
 // Eight byte fields "<name> byte 0".."byte 7", most significant byte first.
-constexpr FieldDef Wwn(uint32_t id0, const char *name) { return {Kind::Wwn, static_cast<int>(id0), name, 0xFF, 0, 0, 8}; }
+constexpr FieldDef Wwn(uint32_t id0, const char *name) {
+    return {Kind::Wwn, static_cast<int>(id0), name, 0xFF, 0, 0, 8};
+}
 // Boot drive n: target port name bytes and 16-bit LUN.
 constexpr FieldDef Boot(uint8_t drive) { return {Kind::Boot, -1, "Boot Drive", 0, 0, 0, drive}; }
 constexpr FieldDef Checksum(uint32_t max) { return {Kind::Checksum, -1, "NVRAM checksum", max, 0, kFlagChecksum, 0}; }
 
 // PCI identity and serial number, the same in both generations.
-#define VT_NVRAM_IDENTITY                                                              \
-    Val(kVendorId, "PCI Vendor ID", 0xFFFF), Val(kDeviceId, "PCI Device ID", 0xFFFF),   \
+#define VT_NVRAM_IDENTITY                                                                      \
+    Val(kVendorId, "PCI Vendor ID", 0xFFFF), Val(kDeviceId, "PCI Device ID", 0xFFFF),          \
         Val(kSubsystemVendorId, "PCI subsystem vendor ID", 0xFFFF, 0, kFlagSubsystemVendorId), \
         Val(kSubsystemDeviceId, "PCI subsystem device ID", 0xFFFF, 0, kFlagSubsystemDeviceId), \
         Str("Adapter serial number", 16, kFlagSerialNumber)
 
+// clang-format off
 const FieldDef kLayout512[] = {
     Word16("Parameter Block Version", 2),
     ResBytes(2),
@@ -143,9 +144,11 @@ const FieldDef kLayout512[] = {
     Boot(1), Boot(2), Boot(3), Boot(4), Boot(5), Boot(6), Boot(7),
     Checksum(0xFFFFFFFF),
 };
+// clang-format on
 
 // Older chips: no receive-out-of-order, distance, FCP preference, SCM or
 // drives 4-7; a smaller default execution throttle.
+// clang-format off
 const FieldDef kLayout256[] = {
     {Kind::Value, -1, "Parameter Block Version", 0xFF, 1, 0, 0},
     ResBytes(1),
@@ -205,6 +208,7 @@ const FieldDef kLayout256[] = {
     Boot(1), Boot(2), Boot(3),
     Checksum(0xFF),
 };
+// clang-format on
 
 #undef VT_NVRAM_IDENTITY
 
@@ -228,8 +232,15 @@ struct Map {
         if (strLen || width >= 8) Pad();
         if (!strLen && max != Mask(width))
             throw std::logic_error(std::string("NVRAM field range is not a full bit width: ") + name);
-        Field f{id, name, max, def, flags, strLen, static_cast<uint16_t>(bitPos / 8),
-                static_cast<uint8_t>(bitPos % 8), static_cast<uint8_t>(width)};
+        Field f{id,
+                name,
+                max,
+                def,
+                flags,
+                strLen,
+                static_cast<uint16_t>(bitPos / 8),
+                static_cast<uint8_t>(bitPos % 8),
+                static_cast<uint8_t>(width)};
         bitPos += strLen ? size_t{strLen} * 8 : width;
         if (bitPos > size * 8) throw std::logic_error(std::string("NVRAM layout overflows at ") + name);
         if (id >= 0) {
@@ -260,7 +271,8 @@ struct Map {
             const BootEntryIds &e = kBootEntries[s.count];
             const std::string drive = "Boot Drive " + std::to_string(s.count);
             for (uint32_t i = 0; i < 8; ++i)
-                Push(static_cast<int>(e.portNameByte0 + i), Name(drive + " Port Name byte " + std::to_string(i)), 0xFF, 0, 0, 0);
+                Push(static_cast<int>(e.portNameByte0 + i), Name(drive + " Port Name byte " + std::to_string(i)), 0xFF,
+                     0, 0, 0);
             Push(static_cast<int>(e.lun), Name(drive + " LUN"), 0xFFFF, 0, 0, 0);
             break;
         }
@@ -432,7 +444,8 @@ std::vector<uint8_t> ActiveRecord(bool nvmeBootIn334) {
 
 std::string WriteTemplate(size_t size, const uint8_t *image) {
     if (!image || !GetMap(size)) return {};
-    std::string out = "; NVRAM template, " + std::to_string(size) + "-byte image\n"
+    std::string out = "; NVRAM template, " + std::to_string(size) +
+                      "-byte image\n"
                       "; numeric fields: name [lowest-highest] = value\n"
                       "; string fields:  name [\"length\" = \"text\"]\n";
     for (const Field &f : Layout(size)) {

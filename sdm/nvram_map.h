@@ -43,8 +43,8 @@ struct Field {
     uint8_t flags;          // kFlag* of a special field, else 0
     uint8_t stringLength;   // bytes of a string field, else 0
     uint16_t byteOffset;
-    uint8_t bitOffset;      // 0-7, least significant bit first
-    uint8_t bitWidth;       // 0 for string fields
+    uint8_t bitOffset;  // 0-7, least significant bit first
+    uint8_t bitWidth;   // 0 for string fields
 };
 
 // Variable identifiers.
@@ -112,8 +112,7 @@ struct BootEntryIds {
     uint32_t lun;
 };
 constexpr BootEntryIds kBootEntries[8] = {
-    {72, 80},   {98, 106},  {107, 115}, {116, 124},
-    {149, 157}, {158, 166}, {167, 175}, {176, 184},
+    {72, 80}, {98, 106}, {107, 115}, {116, 124}, {149, 157}, {158, 166}, {167, 175}, {176, 184},
 };
 
 // Fields of a 256- or 512-byte image in packing order; empty for other sizes.
@@ -183,7 +182,6 @@ std::string WriteTemplate(size_t size, const uint8_t *image);
 // Special-field lines are read like any other.  False, with a message naming
 // the line, for a line of unknown type, a bad range or value, or data that
 // runs past the image.
-bool ParseTemplate(const std::string &text, size_t size, std::vector<uint8_t> &image,
-                   std::string &error);
+bool ParseTemplate(const std::string &text, size_t size, std::vector<uint8_t> &image, std::string &error);
 
 }  // namespace vtsdm::nvram

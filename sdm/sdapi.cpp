@@ -92,8 +92,8 @@ uint32_t CopyBackendText(Fn text, char *buffer, uint32_t size) {
     return CopyText(out, buffer, size);
 }
 
-uint32_t Scsi(uint32_t h, const uint8_t *wwpn, uint16_t lun, vtsdm::ScsiOp op, uint8_t evpd, uint8_t page,
-              void *resp, uint32_t *respSize, void *sense, uint32_t *senseSize) {
+uint32_t Scsi(uint32_t h, const uint8_t *wwpn, uint16_t lun, vtsdm::ScsiOp op, uint8_t evpd, uint8_t page, void *resp,
+              uint32_t *respSize, void *sense, uint32_t *senseSize) {
     if (!wwpn || (op != vtsdm::ScsiOp::TestUnitReady && (!resp || !respSize))) return SDERR_INVALID_PARAMETER;
     vtsdm::ScsiRequest rq;
     rq.op = op;
@@ -256,8 +256,8 @@ SDM_EXPORT uint32_t SDSendScsiInquiryCmdFC(uint32_t handle, const uint8_t *targe
     return ExceptionStatus();
 }
 
-SDM_EXPORT uint32_t SDSendScsiReadCapacityCmdFC(uint32_t handle, const uint8_t *targetWWPN, uint16_t lun,
-                                                void *resp, uint32_t *respSize, void *sense, uint32_t *senseSize) try {
+SDM_EXPORT uint32_t SDSendScsiReadCapacityCmdFC(uint32_t handle, const uint8_t *targetWWPN, uint16_t lun, void *resp,
+                                                uint32_t *respSize, void *sense, uint32_t *senseSize) try {
     return Scsi(handle, targetWWPN, lun, vtsdm::ScsiOp::ReadCapacity10, 0, 0, resp, respSize, sense, senseSize);
 } catch (...) {
     return ExceptionStatus();
@@ -271,8 +271,8 @@ SDM_EXPORT uint32_t SDSendScsiReadCapacityLargeCmdFC(uint32_t handle, const uint
     return ExceptionStatus();
 }
 
-SDM_EXPORT uint32_t SDSendScsiTestUnitReadyCmdFC(uint32_t handle, const uint8_t *targetWWPN, uint16_t lun,
-                                                 void *sense, uint32_t *senseSize) try {
+SDM_EXPORT uint32_t SDSendScsiTestUnitReadyCmdFC(uint32_t handle, const uint8_t *targetWWPN, uint16_t lun, void *sense,
+                                                 uint32_t *senseSize) try {
     return Scsi(handle, targetWWPN, lun, vtsdm::ScsiOp::TestUnitReady, 0, 0, nullptr, nullptr, sense, senseSize);
 } catch (...) {
     return ExceptionStatus();
@@ -338,8 +338,7 @@ SDM_EXPORT uint32_t SDUpdateNVRam(uint32_t handle, uint32_t offset, uint32_t are
 SDM_EXPORT uint32_t SDGetVariableValue(uint32_t handle, const void *nvram, uint32_t id) try {
     if (!nvram) return 0xFFFFFFFFu;
     uint32_t size = 0;
-    if (WithPort(handle, [&](Backend &b, PortKey k) { return b.nvramSize(k, size); }) != SDERR_NONE)
-        return 0xFFFFFFFFu;
+    if (WithPort(handle, [&](Backend &b, PortKey k) { return b.nvramSize(k, size); }) != SDERR_NONE) return 0xFFFFFFFFu;
     uint32_t value = 0;
     if (!vtsdm::nvram::GetValue(static_cast<const uint8_t *>(nvram), size, id, value)) return 0xFFFFFFFFu;
     return value;
@@ -353,7 +352,7 @@ SDM_EXPORT uint32_t SDSetVariableValue(uint32_t handle, void *nvram, uint32_t id
     if (uint32_t rc = WithPort(handle, [&](Backend &b, PortKey k) { return b.nvramSize(k, size); })) return rc;
     if (!vtsdm::nvram::FindField(size, id)) return SDERR_NOT_FOUND;
     return vtsdm::nvram::SetValue(static_cast<uint8_t *>(nvram), size, id, value) ? SDERR_NONE
-                                                                                 : SDERR_INVALID_PARAMETER;
+                                                                                  : SDERR_INVALID_PARAMETER;
 } catch (...) {
     return ExceptionStatus();
 }
@@ -497,8 +496,8 @@ SDM_EXPORT uint32_t SDGetPortStatisticsFC(uint32_t handle, const uint8_t *target
     return ExceptionStatus();
 }
 
-SDM_EXPORT uint32_t SDRunDiagLoopbackEx(uint32_t handle, uint32_t option, const void *tx, void *rx,
-                                        uint32_t dataSize, uint32_t iterations, SDDiagResult *result) try {
+SDM_EXPORT uint32_t SDRunDiagLoopbackEx(uint32_t handle, uint32_t option, const void *tx, void *rx, uint32_t dataSize,
+                                        uint32_t iterations, SDDiagResult *result) try {
     if (!result) return SDERR_INVALID_PARAMETER;
     uint64_t busyNs = 0;
     const vtsdm::LoopbackRequest rq{option, tx, rx, dataSize, iterations, false, 1, &busyNs};

@@ -12,7 +12,9 @@ namespace {
 constexpr char kSignature[4] = {'V', 'S', 'F', 'P'};
 constexpr size_t kVendorBytes = 16;
 
-uint32_t Le32(const uint8_t *p) { return uint32_t(p[0]) | uint32_t(p[1]) << 8 | uint32_t(p[2]) << 16 | uint32_t(p[3]) << 24; }
+uint32_t Le32(const uint8_t *p) {
+    return uint32_t(p[0]) | uint32_t(p[1]) << 8 | uint32_t(p[2]) << 16 | uint32_t(p[3]) << 24;
+}
 uint16_t Le16(const uint8_t *p) { return uint16_t(p[0] | p[1] << 8); }
 
 void Put32(std::vector<uint8_t> &b, size_t at, uint32_t v) {

@@ -38,7 +38,7 @@ inline std::vector<uint8_t> FixedSense(uint8_t key, uint8_t asc, uint8_t ascq) {
     std::vector<uint8_t> s(18, 0);
     s[0] = 0x70;  // current error, fixed format
     s[2] = key & 0x0F;
-    s[7] = 10;    // additional sense length
+    s[7] = 10;  // additional sense length
     s[12] = asc;
     s[13] = ascq;
     return s;

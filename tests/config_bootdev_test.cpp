@@ -19,7 +19,7 @@ using vttest::Wwn;
 
 const char kFcpTarget[] = "50:0a:09:81:00:00:a1:00";   // target 0 of the default host's port 0
 const char kNvmeTarget[] = "20:01:00:25:b5:00:0e:00";  // target 2, FC-NVMe
-const char k1240[] = "21:00:00:e0:8b:19:00:00";         // nvram_templates.json: 256-byte NVRAM
+const char k1240[] = "21:00:00:e0:8b:19:00:00";        // nvram_templates.json: 256-byte NVRAM
 
 TEST(BfsConfigMode, OneReplacesTwoAndFourAccumulate) {
     SetBfsConfigMode(1);

@@ -19,19 +19,19 @@
 namespace vttest {
 
 // WWPNs of the default host's ports.
-inline const char kKitePort0[] = "21:00:00:24:ff:7c:50:10";  // VT2912, instance 0, chip type 27
-inline const char kKitePort1[] = "21:00:00:24:ff:7c:50:11";  // instance 1
-inline const char kWrenPort[] = "21:00:00:0e:1e:6a:10:20";   // VT2516, instance 2, chip type 25
-inline const char kIsp8GbPort[] = "21:00:00:1b:32:53:80:30"; // VT1602, instance 3, chip type 12
-inline const char kFcoePort[] = "21:00:00:0e:1e:64:21:40";   // VT1812, instance 5
-inline const char kKiteVport[] = "21:04:00:24:ff:7c:50:10";  // virtual port of instance 0
+inline const char kKitePort0[] = "21:00:00:24:ff:7c:50:10";   // VT2912, instance 0, chip type 27
+inline const char kKitePort1[] = "21:00:00:24:ff:7c:50:11";   // instance 1
+inline const char kWrenPort[] = "21:00:00:0e:1e:6a:10:20";    // VT2516, instance 2, chip type 25
+inline const char kIsp8GbPort[] = "21:00:00:1b:32:53:80:30";  // VT1602, instance 3, chip type 12
+inline const char kFcoePort[] = "21:00:00:0e:1e:64:21:40";    // VT1812, instance 5
+inline const char kKiteVport[] = "21:04:00:24:ff:7c:50:10";   // virtual port of instance 0
 
 inline std::vector<uint8_t> Wwn(const std::string &text) {
     std::vector<uint8_t> w(8);
     unsigned b[8];
-    EXPECT_EQ(sscanf(text.c_str(), "%2x:%2x:%2x:%2x:%2x:%2x:%2x:%2x", &b[0], &b[1], &b[2], &b[3], &b[4], &b[5], &b[6],
-                     &b[7]),
-              8);
+    EXPECT_EQ(
+        sscanf(text.c_str(), "%2x:%2x:%2x:%2x:%2x:%2x:%2x:%2x", &b[0], &b[1], &b[2], &b[3], &b[4], &b[5], &b[6], &b[7]),
+        8);
     for (int i = 0; i < 8; ++i) w[i] = uint8_t(b[i]);
     return w;
 }

@@ -249,6 +249,7 @@ TEST_F(HbaParams, EverySupportedParameterChangesAndReadsBackInANewProcess) {
     SDMDevice *d = Device(kKitePort0);
     // Every user parameter the 64 Gb port has, in an order the
     // cross-parameter rules allow.
+    // clang-format off
     const Change changes[] = {
         {"DataRate", 6},         {"ConnectionOption", 1},     {"EnableFCTape", 0},      {"MaxLunsPerTarget", 64},
         {"EnableHardLoopID", 1}, {"HardLoopID", 7},           {"FrameSize", 1024},      {"EnableLipFullLogin", 0},
@@ -259,6 +260,7 @@ TEST_F(HbaParams, EverySupportedParameterChangesAndReadsBackInANewProcess) {
         {"PreferFCP", 1},        {"DisableSCM", 1},           {"SelectiveLogin", 1},    {"SelectiveLun", 1},
         {"ForceWorldLogin", 1},  {"NVMeEnable", 1},           {"PortDisable", 1},       {"FabricPriority", 1},
     };
+    // clang-format on
     auto get = [] {
         auto r = vttest::Run({vttest::BuildPath("tests/nvram_params"), "get", kKitePort0});
         EXPECT_EQ(r.status, 0) << r.err;
@@ -304,7 +306,8 @@ TEST_F(HbaParams, ParametersThePortDoesNotHaveAreRefusedByName) {
     const std::pair<Change, const char *> refused[] = {
         {{"EnableExtendedLogging", 1}, "HBA parameter EnableExtendedLogging is not supported with HBA 0 (VT2912)!"},
         {{"EnableLipReset", 1}, "HBA parameter EnableLipReset is not supported with HBA 0 (VT2912)!"},
-        {{"ReceiveOutOfOrderFrame", 1}, "HBA parameter EnableReceiveOutOfOrderFrame is not supported with HBA 0 (VT2912)!"},
+        {{"ReceiveOutOfOrderFrame", 1},
+         "HBA parameter EnableReceiveOutOfOrderFrame is not supported with HBA 0 (VT2912)!"},
         {{"VirtualLane", 1}, "Virtual lane feature is unsupported with current driver!"},
     };
     for (const auto &[c, message] : refused) {
@@ -348,10 +351,12 @@ TEST_F(HbaParams, CrossParameterRulesAndTheirMessages) {
     };
     const Case cases[] = {
         {{{"CO", 0}, {"DR", 5}}, 48, "Connection Option of Loop Only and Data Rate of 16Gbit/s is not supported!"},
-        {{{"ConnectionOption", 0}, {"DataRate", 6}}, 48,
+        {{{"ConnectionOption", 0}, {"DataRate", 6}},
+         48,
          "Connection Option of Loop Only and Data Rate of 32Gbit/s is not supported!"},
         {{{"HD", 9}}, 48, "Invalid input, hard loop ID setting is not allowed when hard loop ID option is disabled)!"},
-        {{{"HL", 0}, {"HD", 9}}, 48,
+        {{{"HL", 0}, {"HD", 9}},
+         48,
          "Invalid input, hard loop ID setting is not allowed when hard loop ID option is disabled)!"},
         {{{"ID", 9}}, 48, "Unable to change Interrupt Delay setting to 9 with current Operation Mode set to 0"},
         {{{"DR", 4}}, 48, "Invalid HBA parameter setting for HBA 0 (DataRate=4)!"},

@@ -46,12 +46,12 @@ cfg::NvramTemplate Parse(const std::string &text, size_t size, uint32_t expect =
 TEST(TemplateReader, CommentsPackingAndStrings) {
     const std::string text =
         "; a comment [0-1] = 1\n"
-        "short [1]\n"                   // ten characters or fewer: a comment
-        "\t  Flag A [0-1] = 1\n"        // leading blanks and tabs dropped
-        "Mode B  [0 - 7] = 5 tail\n"    // three bits, right after the first
-        "Nibble C [0-15] = 9\n"         // four bits: crosses into the next byte
-        "Wide D [0-1023] = 1023\n"      // ten bits, packed on without a skip
-        "Text E [ \"3\" = \"xyz\"]\n"   // a string starts on the next whole byte
+        "short [1]\n"                  // ten characters or fewer: a comment
+        "\t  Flag A [0-1] = 1\n"       // leading blanks and tabs dropped
+        "Mode B  [0 - 7] = 5 tail\n"   // three bits, right after the first
+        "Nibble C [0-15] = 9\n"        // four bits: crosses into the next byte
+        "Wide D [0-1023] = 1023\n"     // ten bits, packed on without a skip
+        "Text E [ \"3\" = \"xyz\"]\n"  // a string starts on the next whole byte
         "Word F [0-65535] = 4660\r\n";
     const cfg::NvramTemplate t = Parse(text, 12);
     // bits: A=1 (0), B=5 (1-3), C=9 (4-7), D=1023 (8-17), pad to 24, "xyz", F.
@@ -91,8 +91,8 @@ TEST(TemplateReader, SpecialLinesAreMarked) {
 TEST(TemplateReader, LinesOfUnknownTypeAndOverruns) {
     const std::pair<std::string, uint32_t> bad[] = {
         {"no bracket in this line\n", cfg::kTemplateUnknownLine},
-        {"Field name [0-1] = 2\n", cfg::kTemplateUnknownLine},       // outside its range
-        {"Field name [0-1] 1\n", cfg::kTemplateUnknownLine},         // no '='
+        {"Field name [0-1] = 2\n", cfg::kTemplateUnknownLine},  // outside its range
+        {"Field name [0-1] 1\n", cfg::kTemplateUnknownLine},    // no '='
         {"Field name [x-1] = 1\n", cfg::kTemplateUnknownLine},
         {"Field name [\"4\" = \"abc\"]\n", cfg::kTemplateUnknownLine},  // not its length
         {"Field name [\"3\" = \"abc]\n", cfg::kTemplateUnknownLine},
@@ -235,11 +235,11 @@ TEST_F(NvramFiles, ShippedTemplateGivesItsValuesAndKeepsTheBootSettings) {
     EXPECT_EQ(Error(), "HBA Parameters update complete. Changes have been saved to HBA 0 and a reboot is required.");
     const std::vector<uint8_t> after = Nvram(d);
     EXPECT_EQ(CoreIsValidNvram(after.data(), 512), 1u);
-    const cfg::NvramTemplate t =
-        Parse(vttest::ReadFile(vttest::BuildPath("data/templates_ISP5380/VNTR5380.dat")), 512);
+    const cfg::NvramTemplate t = Parse(vttest::ReadFile(vttest::BuildPath("data/templates_ISP5380/VNTR5380.dat")), 512);
     const std::set<uint32_t> kept = Preserved();
     for (const cfg::RecordRow &r : cfg::kRecordRows)
-        EXPECT_EQ(Var(d, after, r.variable), Var(d, kept.count(r.variable) ? before : t.image, r.variable)) << r.logName;
+        EXPECT_EQ(Var(d, after, r.variable), Var(d, kept.count(r.variable) ? before : t.image, r.variable))
+            << r.logName;
     for (uint32_t id : kept) EXPECT_EQ(Var(d, after, id), Var(d, before, id)) << id;
     EXPECT_EQ(Params(k1600).FrameSize, 2048u);
     // The serial number is the adapter's own.
@@ -248,7 +248,8 @@ TEST_F(NvramFiles, ShippedTemplateGivesItsValuesAndKeepsTheBootSettings) {
     ASSERT_EQ(VTAPI_GetBootDeviceInfo(port, &back, 1), VTAPI_SUCCESS);
     EXPECT_EQ(memcmp(back.Drives[0].WWPN, target.data(), 8), 0);
     EXPECT_EQ(back.EnableBIOS, 1u);
-    EXPECT_TRUE(Logged("GetNVRamTemplatesDir: Template file=" + vttest::BuildPath("data/templates_ISP5380/VNTR5380.dat")));
+    EXPECT_TRUE(
+        Logged("GetNVRamTemplatesDir: Template file=" + vttest::BuildPath("data/templates_ISP5380/VNTR5380.dat")));
 
     // The OEM board loads its own OEM's template; the maker's is another
     // board's and is refused, the NVRAM untouched.
@@ -256,13 +257,15 @@ TEST_F(NvramFiles, ShippedTemplateGivesItsValuesAndKeepsTheBootSettings) {
     const std::vector<uint8_t> oemBefore = Nvram(Device(k1611));
     EXPECT_EQ(VTAPI_LoadHBAParametersFromTemplateFile(oemPort, 3), 5u);
     EXPECT_EQ(Error(), "Update aborted (Invalid file). Please select a different file for this HBA 1 (VT1611)!");
-    EXPECT_TRUE(Logged("updateRawNvramTemplateBufferFor4GbHBA: HBA subsystem vendor id does not match the nvram file!"));
+    EXPECT_TRUE(
+        Logged("updateRawNvramTemplateBufferFor4GbHBA: HBA subsystem vendor id does not match the nvram file!"));
     EXPECT_EQ(Nvram(Device(k1611)), oemBefore);
     EXPECT_EQ(VTAPI_LoadHBAParametersFromTemplateFile(oemPort, FindOEMType("Darrow")), VTAPI_SUCCESS) << Error();
 
     // A subsystem ID that matches no template.
     EXPECT_EQ(VTAPI_LoadHBAParametersFromTemplateFile(Entry(k1605), 3), 5u);
-    EXPECT_TRUE(Logged("updateRawNvramTemplateBufferFor4GbHBA: HBA subsystem device id does not match the nvram file!"));
+    EXPECT_TRUE(
+        Logged("updateRawNvramTemplateBufferFor4GbHBA: HBA subsystem device id does not match the nvram file!"));
     EXPECT_EQ(VTAPI_RestoreDefaultNVRAM(Entry(k1605)), 5u);
     EXPECT_EQ(Error(), "HBA 4 (VT1605) subsystem vendor/device id mismatched!");
     // The converged chip of type 15 has its template too.
@@ -335,7 +338,8 @@ TEST_F(NvramFiles, TwoGbTemplateFromAnotherInstallation) {
     SDMDevice other = *d;
     for (const char *serial : {"VTB9999999", "VTB07X0088"}) {
         snprintf(other.DeviceNodeProperty.SerialNumber, sizeof other.DeviceNodeProperty.SerialNumber, "%s", serial);
-        EXPECT_EQ(updateRawNvramTemplateBufferFor2GbHBA(&other, (dir + "/SABLE5142.DAT").c_str(), image.data(), 256), 5u)
+        EXPECT_EQ(updateRawNvramTemplateBufferFor2GbHBA(&other, (dir + "/SABLE5142.DAT").c_str(), image.data(), 256),
+                  5u)
             << serial;
     }
     // A file the user names: a line of unknown type, an empty file.

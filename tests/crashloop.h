@@ -16,7 +16,7 @@
 
 namespace vttest {
 
-// `runs` times: forks a child that calls rewrite(0), rewrite(1), ... without
+// LoopRuns(runs) times: forks a child that calls rewrite(0), rewrite(1), ... without
 // end, waits until its first rewrite is done, lets it run for a varied
 // time (none to a few milliseconds) and kills it with SIGKILL; then calls
 // check(run).  The child also dies with the test process.
@@ -24,6 +24,7 @@ inline void KillWhileRewriting(int runs, const std::function<void(unsigned)> &re
                                const std::function<void(int)> &check) {
     std::mt19937 random(20240611);
     std::uniform_int_distribution<int> delayUs(0, 3000);
+    runs = LoopRuns(runs);
     for (int run = 0; run < runs; ++run) {
         int ready[2];
         ASSERT_EQ(::pipe(ready), 0);

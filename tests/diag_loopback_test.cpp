@@ -67,8 +67,8 @@ extern "C" uint32_t SDRunDiagLoopbackEx(uint32_t handle, uint32_t option, const 
 
 extern "C" uint32_t SDDiagIO(uint32_t handle, const void *tx, void *rx, uint32_t size, uint32_t count,
                              uint32_t increment, SDDiagResult *result) {
-    static auto real = Next<uint32_t (*)(uint32_t, const void *, void *, uint32_t, uint32_t, uint32_t, SDDiagResult *)>(
-        "SDDiagIO");
+    static auto real =
+        Next<uint32_t (*)(uint32_t, const void *, void *, uint32_t, uint32_t, uint32_t, SDDiagResult *)>("SDDiagIO");
     const auto *b = static_cast<const uint8_t *>(tx);
     g_sent.push_back({0x5u << 16 | increment, size, count, std::vector<uint8_t>(b, b + size)});
     return real(handle, tx, rx, size, count, increment, result);
@@ -335,7 +335,7 @@ TEST_F(Loopback, MaximumIoChecksTheDataItGetsBack) {
     EXPECT_STREQ(r.LastRun.TestStatus, "Success");
     ASSERT_EQ(g_sent.size(), 1u);
     EXPECT_EQ(g_sent[0].size, 65536u);
-    EXPECT_EQ(g_sent[0].iterations, 10u);           // the count argument
+    EXPECT_EQ(g_sent[0].iterations, 10u);          // the count argument
     EXPECT_EQ(g_sent[0].option, 0x5u << 16 | 3u);  // and the increment
     EXPECT_NE(Log().find("DiagLoopbackTest: Running Max I/O LB test."), std::string::npos);
 

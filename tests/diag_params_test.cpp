@@ -112,8 +112,9 @@ TEST_F(DiagParams, EveryRefusalHasItsMessage) {
     EXPECT_EQ(Refusal(DIAG_ROW_DATA_PATTERN, "cspat"), "");
     EXPECT_EQ(Refusal(DIAG_ROW_DATA_PATTERN, "5Azz"), "");  // only its start has to be hex
 
-    const std::string loopbackSizes = "Data Size value must be 8,16,32,64,128,256,512,1024,2048,4096,8192,16384,"
-                                      "32768 or 65535 bytes!";
+    const std::string loopbackSizes =
+        "Data Size value must be 8,16,32,64,128,256,512,1024,2048,4096,8192,16384,"
+        "32768 or 65535 bytes!";
     for (const char *bad : {"0", "7", "100", "65534", "65537", "abc", "-8", "8x"})
         EXPECT_EQ(Refusal(DIAG_ROW_DATA_SIZE, bad), loopbackSizes) << bad;
     for (const char *good : {"8", "2048", "65535", "65536", "0x20000", "2097512"})
@@ -195,7 +196,6 @@ TEST_F(DiagParams, PatternsFromTheTable) {
     EXPECT_EQ(Build({{DIAG_ROW_DATA_PATTERN, "CJTPAT"}}).PatternKind, VTAPI_DIAG_PATTERN_CJTPAT);
     EXPECT_EQ(Build({{DIAG_ROW_DATA_PATTERN, "CSPAT"}}).PatternKind, VTAPI_DIAG_PATTERN_CSPAT);
     EXPECT_EQ(Build({{DIAG_ROW_DATA_PATTERN, "random"}}).PatternKind, VTAPI_DIAG_PATTERN_RANDOM);
-
 }
 
 TEST_F(DiagParams, RandomPatternIsSeededWithProcessAndTime) {

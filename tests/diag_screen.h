@@ -16,8 +16,8 @@ namespace diagtest {
 struct Terminal {
     std::mutex mutex;
     std::string screen;
-    std::function<int32_t()> keys;     // null: no key
-    std::function<void()> beforeKey;   // sees each wait for a key
+    std::function<int32_t()> keys;    // null: no key
+    std::function<void()> beforeKey;  // sees each wait for a key
 };
 
 inline Terminal &TheTerminal() {
@@ -33,14 +33,14 @@ inline std::string Screen() {
 }  // namespace diagtest
 
 // The replacements; used by exactly one file of a test program.
-#define DIAG_TEST_TERMINAL_HOOKS                                                  \
-    extern "C" void scfxDiagnosticsPrint(const char *text) {                      \
-        std::lock_guard<std::mutex> lock(diagtest::TheTerminal().mutex);          \
-        diagtest::TheTerminal().screen += text;                                   \
-    }                                                                             \
-    extern "C" int32_t DiagGetKey(uint32_t) {                                     \
-        std::this_thread::sleep_for(std::chrono::milliseconds(1));                \
-        diagtest::Terminal &t = diagtest::TheTerminal();                          \
-        if (t.beforeKey) t.beforeKey();                                           \
-        return t.keys ? t.keys() : -1;                                            \
+#define DIAG_TEST_TERMINAL_HOOKS                                         \
+    extern "C" void scfxDiagnosticsPrint(const char *text) {             \
+        std::lock_guard<std::mutex> lock(diagtest::TheTerminal().mutex); \
+        diagtest::TheTerminal().screen += text;                          \
+    }                                                                    \
+    extern "C" int32_t DiagGetKey(uint32_t) {                            \
+        std::this_thread::sleep_for(std::chrono::milliseconds(1));       \
+        diagtest::Terminal &t = diagtest::TheTerminal();                 \
+        if (t.beforeKey) t.beforeKey();                                  \
+        return t.keys ? t.keys() : -1;                                   \
     }

@@ -116,8 +116,9 @@ TEST_F(Session, LoopbackOnEveryPortAtOnce) {
 
     const auto lines = Lines(Screen());
     EXPECT_GE(vttest::FindLine(lines, "Diagnostics - Loopback Test (press ENTER to stop)"), 0);
-    EXPECT_GE(vttest::FindLine(lines, "21:00:00:24:ff:00:00:00      3 Success                  0               0 "
-                                      "                 0"),
+    EXPECT_GE(vttest::FindLine(lines,
+                               "21:00:00:24:ff:00:00:00      3 Success                  0               0 "
+                               "                 0"),
               0);
     const int paramError = vttest::FindLine(lines, "21:00:00:24:ff:00:00:01      1 Param Error");
     EXPECT_GE(paramError, 0);
@@ -193,8 +194,9 @@ TEST_F(Session, ReadWriteBufferOnTheTargets) {
     e = e->next;
     EXPECT_STREQ(e->Status, "Not supported");
     const auto lines = Lines(Screen());
-    EXPECT_GE(vttest::FindLine(lines, "21:00:00:24:ff:00:00:00 50:00:00:00:00:00:00:01    0/Data Miscompare "
-                                      "              1            1            2              3           4"),
+    EXPECT_GE(vttest::FindLine(lines,
+                               "21:00:00:24:ff:00:00:00 50:00:00:00:00:00:00:01    0/Data Miscompare "
+                               "              1            1            2              3           4"),
               0);
     EXPECT_GE(vttest::FindLine(lines, "Data miscompare at byte 4 (8 of 8 bytes read)"), 0);
     FreeRWBufferTestResults(&results);
@@ -230,18 +232,18 @@ TEST_F(Session, ReadWriteBufferThroughTheApi) {
 TEST(SessionSignal, CtrlCEndsATestWithoutEndAndFreesTheWorkers) {
     vttest::SysrootScope root;
     vttest::WriteFile(root.path("/host.json"), kHost);
-    const auto r = vttest::Run({vttest::BuildPath("tests/diag_signal"), "-kl", "all"},
-                               {"VTSDM_HOST=" + root.path("/host.json")});
+    const auto r =
+        vttest::Run({vttest::BuildPath("tests/diag_signal"), "-kl", "all"}, {"VTSDM_HOST=" + root.path("/host.json")});
     // The handler ends the process with the status of the terminal restore.
     EXPECT_EQ(r.status, 0) << r.out << r.err;
     EXPECT_EQ(r.out.find("the test ended without the signal"), std::string::npos);
     const auto log = Lines(vttest::ReadFile(root.path("/var/tmp/vtapi.log")));
     int at = 0;
-    for (const char *line : {"Signal (2) caught...", "Diagnostics test is running (status=2)",
-                             "Diagnostics test stopped (status=1)", "termination_handler: g_DiagState=3",
-                             "Calling cleanup routine", "CTRL-C triggered - Cleanup() ...",
-                             "Diagnostics: stopping 3 worker(s)...", "Diagnostics: 3 worker(s) stopped",
-                             "cleanup: g_ResourcesDeallocated = 1", "termination_handler: exit 0."}) {
+    for (const char *line :
+         {"Signal (2) caught...", "Diagnostics test is running (status=2)", "Diagnostics test stopped (status=1)",
+          "termination_handler: g_DiagState=3", "Calling cleanup routine", "CTRL-C triggered - Cleanup() ...",
+          "Diagnostics: stopping 3 worker(s)...", "Diagnostics: 3 worker(s) stopped",
+          "cleanup: g_ResourcesDeallocated = 1", "termination_handler: exit 0."}) {
         const int found = vttest::FindLine(log, line, at);
         EXPECT_GE(found, 0) << "no \"" << line << "\" after line " << at;
         if (found >= 0) at = found;

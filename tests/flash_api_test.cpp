@@ -50,7 +50,8 @@ TEST_F(FlashApi, ImageVersionsForThePortsCard) {
     EXPECT_STREQ(v.MBIVersionText, "03.04.05");
     EXPECT_EQ(v.CardType, 1u);
     EXPECT_EQ(v.ComponentCount, 15u);
-    EXPECT_EQ((std::array<uint8_t, 3>{v.Firmware[0], v.Firmware[1], v.Firmware[2]}), (std::array<uint8_t, 3>{9, 12, 1}));
+    EXPECT_EQ((std::array<uint8_t, 3>{v.Firmware[0], v.Firmware[1], v.Firmware[2]}),
+              (std::array<uint8_t, 3>{9, 12, 1}));
     EXPECT_EQ(v.Bios[1], 67);
     EXPECT_TRUE(v.Present & VTAPI_FLASH_HAS_PEP_FW);
 
@@ -79,7 +80,8 @@ TEST_F(FlashApi, ImageVersionsForThePortsCard) {
     EXPECT_EQ(ImageVersion(kEight, kite, &v), VTAPI_FUNCTION_NOT_APPLICABLE);
 
     // A single boot-code file, matched by the chip identifier it carries.
-    const Bytes boot = img::BuildRomChain({{0, {3, 71, 0}, 0, 0x1077, 0x7C50, "2910", {}}, {3, {7, 41, 0}, 0, 0x1077, 0x7C50, "", {}}});
+    const Bytes boot = img::BuildRomChain(
+        {{0, {3, 71, 0}, 0, 0x1077, 0x7C50, "2910", {}}, {3, {7, 41, 0}, 0, 0x1077, 0x7C50, "", {}}});
     v = {};
     ASSERT_EQ(ImageVersion(kKite, boot, &v), VTAPI_SUCCESS);
     EXPECT_EQ(v.Present, uint32_t(VTAPI_FLASH_HAS_BIOS | VTAPI_FLASH_HAS_EFI));
@@ -169,8 +171,7 @@ TEST_F(FlashApi, AnalysisAgainstTheSimulatedFlashLayout) {
     const uint32_t count = vtflash::Le32(layout + 4);
     EXPECT_EQ(size, 8 + 8 * count);
     bool hasFirmware = false;
-    for (uint32_t i = 0; i < count; ++i)
-        hasFirmware = hasFirmware || vtflash::Le32(layout + 8 + 8 * i) == 0x01;
+    for (uint32_t i = 0; i < count; ++i) hasFirmware = hasFirmware || vtflash::Le32(layout + 8 + 8 * i) == 0x01;
     EXPECT_TRUE(hasFirmware);
     std::free(layout);
     EXPECT_EQ(fcVTFUGetFlashLayoutTable(0xBAD, &layout, &size), 1u);

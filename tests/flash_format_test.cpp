@@ -19,23 +19,22 @@ namespace {
 // Reference sums written from the definitions, byte by byte.
 uint16_t NaiveSum16(const Bytes &b, size_t words) {
     uint32_t s = 0;
-    for (size_t i = 0; i < words; ++i)
-        s += b[2 * i] | (b[2 * i + 1] << 8);
+    for (size_t i = 0; i < words; ++i) s += b[2 * i] | (b[2 * i + 1] << 8);
     return uint16_t(-uint16_t(s));
 }
 
 uint32_t NaiveSum32(const Bytes &b, size_t words) {
     uint32_t s = 0;
     for (size_t i = 0; i < words; ++i)
-        s += uint32_t(b[4 * i]) | uint32_t(b[4 * i + 1]) << 8 | uint32_t(b[4 * i + 2]) << 16 | uint32_t(b[4 * i + 3]) << 24;
+        s += uint32_t(b[4 * i]) | uint32_t(b[4 * i + 1]) << 8 | uint32_t(b[4 * i + 2]) << 16 |
+             uint32_t(b[4 * i + 3]) << 24;
     return 0u - s;
 }
 
 Bytes Random(size_t n, uint32_t seed) {
     std::mt19937 rng(seed);
     Bytes b(n);
-    for (auto &x : b)
-        x = uint8_t(rng());
+    for (auto &x : b) x = uint8_t(rng());
     return b;
 }
 
@@ -105,8 +104,7 @@ TEST_F(FlashFormat, OptionRomChecksumLeavesOutTheByteBeforeTheLast) {
     Bytes big = Random(127 * 512, 7);
     big[2] = 127;
     uint8_t sum = 0;
-    for (size_t i = 0; i + 2 < big.size(); ++i)
-        sum = uint8_t(sum + big[i]);
+    for (size_t i = 0; i + 2 < big.size(); ++i) sum = uint8_t(sum + big[i]);
     big.back() = uint8_t(-sum);
     EXPECT_EQ(vtfuComputeChecksum(0, big.data(), Size(big), 0), 1u);
     big.back() ^= 0x80;
@@ -253,9 +251,9 @@ TEST_F(FlashFormat, CardTypeListsAndTheFamilyCardMatch) {
     // Same family, vendor 0x1077, subsystem IDs equal or 0xFFFF on either side.
     img::CardEntry c = kOrlaCard;
     auto match = [&](uint16_t did, uint16_t ssdid, uint16_t ssvid) {
-        const uint8_t raw[8] = {uint8_t(c.vendorId), uint8_t(c.vendorId >> 8), uint8_t(c.deviceId),
-                                uint8_t(c.deviceId >> 8), uint8_t(c.subVendorId), uint8_t(c.subVendorId >> 8),
-                                uint8_t(c.subSystemId), uint8_t(c.subSystemId >> 8)};
+        const uint8_t raw[8] = {uint8_t(c.vendorId),      uint8_t(c.vendorId >> 8),   uint8_t(c.deviceId),
+                                uint8_t(c.deviceId >> 8), uint8_t(c.subVendorId),     uint8_t(c.subVendorId >> 8),
+                                uint8_t(c.subSystemId),   uint8_t(c.subSystemId >> 8)};
         return vtfuILT_CardTypeList_CompareSignature(reinterpret_cast<const ILT_CardTypeList_Entry_t *>(raw), did,
                                                      ssdid, ssvid);
     };
@@ -328,9 +326,9 @@ TEST_F(FlashFormat, CardTypeMaskAndImagesPerCard) {
     EXPECT_EQ(vtfuGetSpecificImageComponentInBuffer(out.data(), Size(out), b.data(), Size(b), nullptr), VTFU_NONE);
     Bytes outside = b;
     img::mutate::RegionExtent(outside, 1, uint32_t(b.size() - 32), 64);
-    EXPECT_EQ(vtfuGetSpecificImageComponentInBuffer(out.data(), Size(out), outside.data(), Size(outside),
-                                                    Entry(outside, 1)),
-              VTFU_NONE);
+    EXPECT_EQ(
+        vtfuGetSpecificImageComponentInBuffer(out.data(), Size(out), outside.data(), Size(outside), Entry(outside, 1)),
+        VTFU_NONE);
 }
 
 TEST_F(FlashFormat, LayoutTableLocatorAndTheRefusedTernOffset) {
@@ -345,8 +343,7 @@ TEST_F(FlashFormat, LayoutTableLocatorAndTheRefusedTernOffset) {
     lower[10] = lower[11] = 0;
     // Re-balance the words so only the case differs.
     uint32_t sum = 0;
-    for (size_t i = 0; i < 16; i += 2)
-        sum += lower[i] | (lower[i + 1] << 8);
+    for (size_t i = 0; i < 16; i += 2) sum += lower[i] | (lower[i + 1] << 8);
     const uint16_t fix = uint16_t(-uint16_t(sum));
     lower[10] = uint8_t(fix);
     lower[11] = uint8_t(fix >> 8);
@@ -388,7 +385,7 @@ TEST_F(FlashFormat, FirmwareHeadersMatchTheirEntries) {
     EXPECT_EQ(vtfuValidateFirmware(&risc, Entry(b, 0), 32), 1u);
     EXPECT_EQ(vtfuValidateFirmware(&risc, Entry(b, 0), 8), 0u);
     EXPECT_EQ(vtfuValidateRiscFirmwareImage(b.data(), Size(b), Entry(b, 0), 32), 1u);
-    EXPECT_EQ(vtfuValidateRiscFirmwareImage(b.data(), Size(b), Entry(b, 3), 32), 0u);  // entry says 9.12.2
+    EXPECT_EQ(vtfuValidateRiscFirmwareImage(b.data(), Size(b), Entry(b, 3), 32), 0u);    // entry says 9.12.2
     EXPECT_EQ(vtfuGetFirmwareHeader(b.data(), Size(b), Entry(b, 4), &risc), VTFU_NONE);  // too short
 
     VTFU_EdcFirmwareHeader edc;
@@ -405,8 +402,10 @@ TEST_F(FlashFormat, FirmwareHeadersMatchTheirEntries) {
 
 TEST_F(FlashFormat, MpiConfigurationTrailersAndNicFirmwareSum) {
     img::MultiImageRecipe m;
-    m.components = {{0x41, {}, 0, 0, img::BuildMpiConfig(2048)}, {0x41, {}, 0, 0, img::BuildMpiConfig(2048)},
-                    {0x41, {}, 0, 0, img::BuildMpiConfig(2048)}, {0x41, {}, 0, 0, Bytes(65537, 0)}};
+    m.components = {{0x41, {}, 0, 0, img::BuildMpiConfig(2048)},
+                    {0x41, {}, 0, 0, img::BuildMpiConfig(2048)},
+                    {0x41, {}, 0, 0, img::BuildMpiConfig(2048)},
+                    {0x41, {}, 0, 0, Bytes(65537, 0)}};
     Bytes b = img::BuildMultiImage(m);
     img::mutate::CorruptComponent(b, 1, 0);     // signature
     img::mutate::CorruptComponent(b, 2, 1000);  // inside the summed part
@@ -485,10 +484,9 @@ TEST_F(FlashFormat, ExpansionRomImagesAndChains) {
     vtfuPrintDataStructure(3, &d);
     const int at = LogIndex("Image 3  (Last)");
     ASSERT_GE(at, 0);
-    const char *lines[] = {"Signature PCIR", "Vendor Id 1077", "Device Id 7C50 ", "Revision  07.34",
-                           "Length    8192 bytes", "Code Type 03  (EFI driver)"};
-    for (size_t i = 0; i < std::size(lines); ++i)
-        EXPECT_EQ(gLog.at(at + 1 + i), lines[i]);
+    const char *lines[] = {"Signature PCIR",  "Vendor Id 1077",       "Device Id 7C50 ",
+                           "Revision  07.34", "Length    8192 bytes", "Code Type 03  (EFI driver)"};
+    for (size_t i = 0; i < std::size(lines); ++i) EXPECT_EQ(gLog.at(at + 1 + i), lines[i]);
 
     // Device IDs 1 to 3 are VPD and firmware images, not boot code.
     for (uint16_t id : {1, 2, 3, 4}) {
@@ -513,7 +511,7 @@ TEST_F(FlashFormat, ExpansionRomImagesAndChains) {
     Bytes badSum = chain;
     img::mutate::BreakRomChain(badSum, RomBreak::kChecksum, 2);
     EXPECT_NE(vtfuGetBootCodeEnd(badSum.data(), Size(badSum)), nullptr);  // the walk reads no checksum
-    EXPECT_EQ(CheckChain(badSum), ~7u);                                  // the component check does
+    EXPECT_EQ(CheckChain(badSum), ~7u);                                   // the component check does
     VTAPI_FlashImageVersion v{};
     ASSERT_EQ(CheckChain(chain, &v), 0u);
     EXPECT_EQ(v.Present, uint32_t(VTAPI_FLASH_HAS_BIOS | VTAPI_FLASH_HAS_FCODE | VTAPI_FLASH_HAS_EFI));
@@ -524,7 +522,8 @@ TEST_F(FlashFormat, ExpansionRomImagesAndChains) {
 }
 
 TEST_F(FlashFormat, RomHeadersReadFromAFileInOrderOfChecks) {
-    const Bytes chain = img::BuildRomChain({{0, {3, 67, 0}, 0, 0x1077, 0, "", {}}, {3, {7, 1, 0}, 0, 0x1077, 0, "", {}}});
+    const Bytes chain =
+        img::BuildRomChain({{0, {3, 67, 0}, 0, 0x1077, 0, "", {}}, {3, {7, 1, 0}, 0, 0x1077, 0, "", {}}});
     const std::string path = root_.path("/boot.bin");
     vttest::WriteFile(path, std::string(chain.begin(), chain.end()));
     std::unique_ptr<FILE, decltype(&fclose)> f(fopen(path.c_str(), "rb"), &fclose);
@@ -601,6 +600,5 @@ TEST_F(FlashFormat, PldmPackagesOfEveryRevisionAreRecognised) {
     Bytes revision = pkg;
     revision[16] = 2;
     Bytes shortFile(pkg.begin(), pkg.begin() + vtflash::Le16(pkg.data() + 17) + 100);
-    for (const Bytes *b : {&crc, &id, &revision, &shortFile})
-        EXPECT_EQ(cards(*b, &count), VTAPI_INVALID_ILT_HEADER);
+    for (const Bytes *b : {&crc, &id, &revision, &shortFile}) EXPECT_EQ(cards(*b, &count), VTAPI_INVALID_ILT_HEADER);
 }

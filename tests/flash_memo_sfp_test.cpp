@@ -31,16 +31,14 @@ protected:
         started_ = true;
     }
     void TearDown() override {
-        if (started_)
-            VTAPI_Uninitialize();
+        if (started_) VTAPI_Uninitialize();
     }
     // The card's index-th physical port function.
     static ProtocolEntry *Port(const char *serial, int index = 0) {
         AdapterEntry *a = CardBySerial(serial);
         for (PhyPortEntry *p = a ? a->PhyPorts.First : nullptr; p; p = p->next)
             for (ProtocolEntry *e = p->Protocols.First; e; e = e->next)
-                if (e->Device.DeviceNodeProperty.VPortId == 0 && index-- == 0)
-                    return e;
+                if (e->Device.DeviceNodeProperty.VPortId == 0 && index-- == 0) return e;
         return nullptr;
     }
     // The first virtual port of the host.
@@ -48,8 +46,7 @@ protected:
         for (AdapterEntry *a = gpAdapterList->First; a; a = a->next)
             for (PhyPortEntry *p = a->PhyPorts.First; p; p = p->next)
                 for (ProtocolEntry *e = p->Protocols.First; e; e = e->next)
-                    if (e->Device.DeviceNodeProperty.VPortId != 0)
-                        return e;
+                    if (e->Device.DeviceNodeProperty.VPortId != 0) return e;
         return nullptr;
     }
     std::string Write(const std::string &name, const Bytes &b) {
@@ -66,8 +63,7 @@ protected:
         char text[512] = {};
         uint32_t size = sizeof text;
         const uint32_t rc = VTAPI_GetAdapterFlashMemoBlock(port, text, &size);
-        if (status)
-            *status = rc;
+        if (status) *status = rc;
         return rc == VTAPI_SUCCESS ? std::string(text) : "status " + std::to_string(rc);
     }
     static std::string Firmware(const char *serial) {
@@ -81,8 +77,7 @@ protected:
     // memo block region's first bytes.
     static std::string InChild(uint32_t instance, bool sfpInfo) {
         int fds[2];
-        if (pipe(fds) != 0)
-            return "<pipe>";
+        if (pipe(fds) != 0) return "<pipe>";
         const pid_t pid = vttest::ForkChild();
         if (pid == 0) {
             close(fds[0]);
@@ -92,9 +87,10 @@ protected:
                 if (sfpInfo) {
                     SDSfpFirmwareInfo info{};
                     const uint32_t rc = SDGetSfpFirmwareInfo(handle, &info);
-                    out = rc != SDERR_NONE ? "error " + std::to_string(rc)
-                                           : std::string(info.Vendor) + " " +
-                                                 sfp::SfpVersionText({info.Version[0], info.Version[1], info.Version[2]});
+                    out = rc != SDERR_NONE
+                              ? "error " + std::to_string(rc)
+                              : std::string(info.Vendor) + " " +
+                                    sfp::SfpVersionText({info.Version[0], info.Version[1], info.Version[2]});
                 } else {
                     uint8_t block[256] = {};
                     SDGetOptionRomEx(handle, block, sizeof block, VTFU_REGION_FLASH_MEMO, 0);
@@ -109,8 +105,7 @@ protected:
         vttest::ChildGuard child(pid);
         std::string got;
         char buf[256];
-        for (ssize_t n; (n = read(fds[0], buf, sizeof buf)) > 0;)
-            got.append(buf, size_t(n));
+        for (ssize_t n; (n = read(fds[0], buf, sizeof buf)) > 0;) got.append(buf, size_t(n));
         close(fds[0]);
         const int st = child.Wait();
         EXPECT_TRUE(WIFEXITED(st) && WEXITSTATUS(st) == 0) << st;
@@ -170,8 +165,9 @@ TEST_F(FlashMemoSfp, MemoBlockRecordsEachUpdate) {
     EXPECT_EQ(size, 1u);
     EXPECT_EQ(Memo(kite), "");
 
-    ASSERT_EQ(VTAPI_doOptionROMUpdate(const_cast<ProtocolEntry *>(kite), Write("kite-20.bin", KiteImage(20)).c_str(), 0),
-              VTAPI_REBOOT_REQUIRED);
+    ASSERT_EQ(
+        VTAPI_doOptionROMUpdate(const_cast<ProtocolEntry *>(kite), Write("kite-20.bin", KiteImage(20)).c_str(), 0),
+        VTAPI_REBOOT_REQUIRED);
     const std::string memo = Memo(kite);
     EXPECT_EQ(memo.rfind("file=kite-20.bin\nimage=03.04.05\nwritten=20", 0), 0u) << memo;
     EXPECT_EQ(memo.back(), '\n');
@@ -191,8 +187,9 @@ TEST_F(FlashMemoSfp, MemoBlockRecordsEachUpdate) {
     // A write the flash fails leaves the image and the memo of the first
     // update, all of it.
     FailNextFlashWrite(kKite);
-    EXPECT_EQ(VTAPI_doOptionROMUpdate(const_cast<ProtocolEntry *>(kite), Write("kite-30.bin", KiteImage(30)).c_str(), 0),
-              uint32_t(SDERR_FLASH_WRITE_FAILED));
+    EXPECT_EQ(
+        VTAPI_doOptionROMUpdate(const_cast<ProtocolEntry *>(kite), Write("kite-30.bin", KiteImage(30)).c_str(), 0),
+        uint32_t(SDERR_FLASH_WRITE_FAILED));
     EXPECT_EQ(Memo(kite), memo);
     EXPECT_EQ(Firmware(kKite), "9.20.05");
 

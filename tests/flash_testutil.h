@@ -34,8 +34,7 @@ inline void ClearCapture() {
 // Index of the first logged line containing needle, or -1.
 inline int LogIndex(const std::string &needle, int from = 0) {
     for (size_t i = size_t(from); i < gLog.size(); ++i)
-        if (gLog[i].find(needle) != std::string::npos)
-            return int(i);
+        if (gLog[i].find(needle) != std::string::npos) return int(i);
     return -1;
 }
 inline bool Logged(const std::string &needle) { return LogIndex(needle) >= 0; }
@@ -79,8 +78,7 @@ private:
 // The card of the library's adapter tree with this serial number.
 inline AdapterEntry *CardBySerial(const char *serial) {
     for (AdapterEntry *a = gpAdapterList ? gpAdapterList->First : nullptr; a; a = a->next)
-        if (std::string(a->SerialNumber) == serial)
-            return a;
+        if (std::string(a->SerialNumber) == serial) return a;
     return nullptr;
 }
 
@@ -142,6 +140,5 @@ extern "C" uint32_t TarnOSSLogMessage(int32_t, const char *text) {
 }
 
 extern "C" void scfxPrint(const char *text) {
-    if (text != nullptr)
-        flashtest::gPrinted += text;
+    if (text != nullptr) flashtest::gPrinted += text;
 }

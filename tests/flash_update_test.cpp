@@ -70,8 +70,7 @@ struct Plan {
     Plan &operator=(const Plan &) = delete;
     const VTFU_UpdateComponent *component(uint32_t region) const {
         for (uint32_t i = 0; plan && i < plan->Count; ++i)
-            if (plan->Components[i].Region == region)
-                return &plan->Components[i];
+            if (plan->Components[i].Region == region) return &plan->Components[i];
         return nullptr;
     }
     VTFU_UpdatePlan *operator->() const { return plan; }

@@ -29,8 +29,7 @@ bool gFailAllocations = false;
 }  // namespace
 
 extern "C" uint32_t fcVTFUGetFlashLayoutTable(uint32_t, uint8_t **layout, uint32_t *size) {
-    if (!gLayout)
-        return 1;
+    if (!gLayout) return 1;
     const uint32_t bytes = uint32_t(8 + 8 * gLayout->size());
     auto *out = static_cast<uint32_t *>(std::malloc(bytes));
     out[0] = 16u << 20;
@@ -45,8 +44,7 @@ extern "C" uint32_t fcVTFUGetFlashLayoutTable(uint32_t, uint8_t **layout, uint32
 }
 
 void *operator new[](std::size_t n, const std::nothrow_t &) noexcept {
-    if (gFailAllocations)
-        return nullptr;
+    if (gFailAllocations) return nullptr;
     try {
         return ::operator new[](n);
     } catch (...) {
@@ -60,8 +58,7 @@ uint32_t Not(uint32_t code) { return ~code; }
 
 std::vector<std::pair<uint32_t, uint32_t>> LayoutOf(const img::MultiImageRecipe &m) {
     std::vector<std::pair<uint32_t, uint32_t>> regions;
-    for (const img::Component &c : m.components)
-        regions.emplace_back(c.regionType, uint32_t(c.payload.size()));
+    for (const img::Component &c : m.components) regions.emplace_back(c.regionType, uint32_t(c.payload.size()));
     return regions;
 }
 
@@ -102,7 +99,8 @@ protected:
 }  // namespace
 
 TEST_F(FlashValidate, StandardBootFileMatchesByChipIdentifierOnly) {
-    Bytes rom = img::BuildRomChain({{0, {3, 67, 0}, 0, 0x1077, 0x7C50, "2910", {}}, {3, {7, 34, 0}, 0, 0x1077, 0, "", {}}});
+    Bytes rom =
+        img::BuildRomChain({{0, {3, 67, 0}, 0, 0x1077, 0x7C50, "2910", {}}, {3, {7, 34, 0}, 0, 0x1077, 0, "", {}}});
     EXPECT_EQ(Validate(rom.data(), Size(rom), "2910", 0), 0u);
     EXPECT_TRUE(Logged("Validate: Adapter HW Type: 2910"));
     EXPECT_TRUE(Logged("Validate: BIOS: ISP[0]- 32, ISP[1]- 39, ISP[2]- 31, ISP[3]- 30"));
@@ -131,10 +129,10 @@ TEST_F(FlashValidate, CommonBiosFileFollowsTheChipModelTable) {
         bool ssidLogged;
     };
     const Case cases[] = {
-        {"2910", 5, 0, false},  {"2910", 4, 0, false},  {"2910", 3, 10, false}, {"2900", 0, 0, false},
-        {"2920", 5, 0, false},  {"2920", 4, 10, true},  // exact row before the "29" substring
-        {"2064", 3, 0, false},  {"2064", 5, 10, true},  {"2060", 6, 0, false}, {"2060", 3, 10, false},
-        {"2516", 3, 0, false},  {"2770", 4, 0, false},  {"1600", 99, 10, false},
+        {"2910", 5, 0, false}, {"2910", 4, 0, false}, {"2910", 3, 10, false},  {"2900", 0, 0, false},
+        {"2920", 5, 0, false}, {"2920", 4, 10, true},  // exact row before the "29" substring
+        {"2064", 3, 0, false}, {"2064", 5, 10, true}, {"2060", 6, 0, false},   {"2060", 3, 10, false},
+        {"2516", 3, 0, false}, {"2770", 4, 0, false}, {"1600", 99, 10, false},
     };
     for (const Case &c : cases) {
         SCOPED_TRACE(std::string(c.hw) + " code " + std::to_string(c.code));
@@ -158,6 +156,7 @@ TEST_F(FlashValidate, ChipRevisionRulePerRegion) {
         uint16_t type, entryRev;
         uint32_t adapterRev, result;
     };
+    // clang-format off
     const Case cases[] = {
         {0x01, 5, 9, 0},          {0xD4, 1, 2, 0},          {0x112, 3, 0, 0},         {0x67, 0, 0, Not(2)},
         {0x113, 0, 0, Not(2)},    {0x08, 0, 0, Not(2)},     {0x70, 0, 0, 0},          {0x70, 3, 0, Not(11)},
@@ -166,6 +165,7 @@ TEST_F(FlashValidate, ChipRevisionRulePerRegion) {
         {0x97, 0x58, 0x57, Not(12)}, {0x97, 0x58, 0x58, 0}, {0x97, 0x58, 0x59, Not(2)}, {0xA3, 0, 7, 0},
         {0xA3, 1, 1, Not(15)},    {0xB1, 0, 7, 0},          {0xB1, 2, 2, Not(14)},
     };
+    // clang-format on
     for (const Case &c : cases) {
         const ILT_Region_t r = Region(c.type, c.entryRev);
         EXPECT_EQ(ValidateImageChipRevision(&r, c.adapterRev), c.result)
@@ -265,7 +265,8 @@ TEST_F(FlashValidate, KiteComponentsEachFailureCode) {
     EXPECT_EQ(v.BuildYear, 2024);
     EXPECT_EQ(v.ActivationLevel, -1);
     EXPECT_EQ(v.FFVVersion[3], 4);
-    EXPECT_EQ((std::array<uint8_t, 3>{v.Firmware[0], v.Firmware[1], v.Firmware[2]}), (std::array<uint8_t, 3>{9, 12, 1}));
+    EXPECT_EQ((std::array<uint8_t, 3>{v.Firmware[0], v.Firmware[1], v.Firmware[2]}),
+              (std::array<uint8_t, 3>{9, 12, 1}));
     EXPECT_EQ(v.EfiExp[1], 35);
     EXPECT_EQ(v.PepFirmware[3], 4);
     EXPECT_EQ(v.SignatureRegion[2], 7);
@@ -289,8 +290,8 @@ TEST_F(FlashValidate, KiteComponentsEachFailureCode) {
         uint32_t code;
     };
     const Case cases[] = {
-        {0x01, version, 8},   {0x07, chain, 7},       {0x11, covered, 7},    {0x13, empty, 37},
-        {0x9E, covered, 35},  {0xBA, outside, 38},    {0xCF, shortBy(7), 39}, {0xD1, shortBy(79), 32},
+        {0x01, version, 8},      {0x07, chain, 7},        {0x11, covered, 7},       {0x13, empty, 37},
+        {0x9E, covered, 35},     {0xBA, outside, 38},     {0xCF, shortBy(7), 39},   {0xD1, shortBy(79), 32},
         {0xD2, shortBy(79), 30}, {0xD3, shortBy(27), 36}, {0x101, shortBy(27), 40}, {0x102, empty, 41},
         {0x103, outside, 42},
     };
@@ -348,8 +349,8 @@ TEST_F(FlashValidate, WrenAndOtherFcComponentChecks) {
     const struct {
         uint16_t type;
         uint32_t offset, length, code;
-    } shortCases[] = {{0xD3, 256, 27, 7}, {0xE1, 256, 27, 7}, {0xD2, 256, 79, 32}, {0xD1, 256, 79, 32},
-                      {0x66, 256, 0, 33}, {0x07, 256, 512, 7}};
+    } shortCases[] = {{0xD3, 256, 27, 7},  {0xE1, 256, 27, 7}, {0xD2, 256, 79, 32},
+                      {0xD1, 256, 79, 32}, {0x66, 256, 0, 33}, {0x07, 256, 512, 7}};
     for (const auto &c : shortCases) {
         Bytes b = good;
         img::mutate::RegionExtent(b, IndexOf(wren, c.type), c.offset, c.length);
@@ -415,8 +416,8 @@ TEST_F(FlashValidate, NicFamilyHeaderAndChipChecks) {
     EXPECT_TRUE(Logged(", instead of zero"));
     // The Tern card is not in the Orla file.
     ClearCapture();
-    EXPECT_EQ(vtfuValidateILTImageHeader(kTernCard.deviceId, kTernCard.subSystemId, kTernCard.subVendorId,
-                                         orla.data(), Size(orla)),
+    EXPECT_EQ(vtfuValidateILTImageHeader(kTernCard.deviceId, kTernCard.subSystemId, kTernCard.subVendorId, orla.data(),
+                                         Size(orla)),
               5u);
     EXPECT_TRUE(Logged("vtfuValidateILTImageHeader: No matching card type (Signature not OK)"));
     EXPECT_TRUE(Logged("Image version=03.04.05"));
@@ -473,9 +474,9 @@ TEST_F(FlashValidate, NicFamilyComponentsEachFailureCode) {
         uint16_t type;
         size_t at;
         uint32_t code;
-    } cases[] = {{0x2E, 0x1C, 4}, {0x40, 17, 5}, {0x41, 0, 5}, {0x45, 0, 6}, {0x07, 0x1C, 7}, {0x4F, 0x1C, 7},
-                 {0xA2, 0, 7},    {0x01, 35, 8}, {0xA4, 35, 8}, {0x72, 40, 9}, {0x73, 40, 10}, {0x70, 40, 11},
-                 {0x97, 40, 12}};
+    } cases[] = {{0x2E, 0x1C, 4}, {0x40, 17, 5},  {0x41, 0, 5},  {0x45, 0, 6},  {0x07, 0x1C, 7},
+                 {0x4F, 0x1C, 7}, {0xA2, 0, 7},   {0x01, 35, 8}, {0xA4, 35, 8}, {0x72, 40, 9},
+                 {0x73, 40, 10},  {0x70, 40, 11}, {0x97, 40, 12}};
     for (const auto &c : cases) {
         Bytes b = good;
         img::mutate::CorruptComponent(b, IndexOf(recipe, c.type), c.at);
@@ -501,9 +502,9 @@ TEST_F(FlashValidate, NicFamilyComponentsEachFailureCode) {
     EXPECT_EQ(check(b), Not(8));
     // The configuration check cannot get its buffer.
     gFailAllocations = true;
-    EXPECT_EQ(vtfuValidateMpiConfigParamImage(good.data(), Size(good),
-                                              vtfuILT_Region_GetRegionByIndex(good.data(), Size(good),
-                                                                              uint32_t(IndexOf(recipe, 0x41)))),
+    EXPECT_EQ(vtfuValidateMpiConfigParamImage(
+                  good.data(), Size(good),
+                  vtfuILT_Region_GetRegionByIndex(good.data(), Size(good), uint32_t(IndexOf(recipe, 0x41)))),
               VTFU_MEMORY_ALLOC_FAILURE);
     gFailAllocations = false;
     EXPECT_TRUE(Logged("vtfuValidateMpiConfigParamImage: ERROR_MEMORY_ALLOC_FAILURE"));
@@ -517,8 +518,8 @@ TEST_F(FlashValidate, AnalyzeFlashImageFileVerdicts) {
     gLayout = LayoutOf(recipe);
 
     EXPECT_EQ(AnalyzeFlashImageFile(kite.get(), path.c_str(), Size(good)), 0u);
-    EXPECT_EQ(gPrinted, "Analyzing flash image file..., Done\nFlash image file " + path +
-                            " is compatible with HBA 3 (VT7C50)\n");
+    EXPECT_EQ(gPrinted,
+              "Analyzing flash image file..., Done\nFlash image file " + path + " is compatible with HBA 3 (VT7C50)\n");
     EXPECT_TRUE(Logged("AnalyzeFlashImageFile: subsysVendorId=0x1077 subsysDeviceId = 0xC60  Chip Rev= 0x2"));
     EXPECT_TRUE(Logged("HowManyImagesForCardTypeGeneric: 15 images"));
 
@@ -618,7 +619,8 @@ TEST_F(FlashValidate, ChipsWithoutHeaderCheckAndCardlessFiles) {
               FLASH_ST_INCOMPATIBLE);
     EXPECT_FALSE(Printed("Analyzing"));
     EXPECT_TRUE(Printed("    <Status> 5 </Status>\n"));
-    EXPECT_TRUE(Printed("    <ErrorMsg> Unable to find matching card type of flash image file " + other + "! </ErrorMsg>"));
+    EXPECT_TRUE(
+        Printed("    <ErrorMsg> Unable to find matching card type of flash image file " + other + "! </ErrorMsg>"));
     EXPECT_TRUE(Printed("</Vantor>"));
 }
 

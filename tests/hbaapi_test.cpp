@@ -123,9 +123,9 @@ protected:
     vttest::TempDir dir_;
 };
 
-#define RUN_PROBE_OR_SKIP(run, conf)                                                             \
-    ProbeRun run = RunProbe(conf);                                                               \
-    if (run.status == kNoNamespace) GTEST_SKIP() << "no private mount namespace: " << run.err;   \
+#define RUN_PROBE_OR_SKIP(run, conf)                                                           \
+    ProbeRun run = RunProbe(conf);                                                             \
+    if (run.status == kNoNamespace) GTEST_SKIP() << "no private mount namespace: " << run.err; \
     ASSERT_EQ(run.status, 0) << run.err << run.out
 
 TEST_F(HbaApiTest, AdaptersAndTheirAttributesComeFromTheHostFile) {
@@ -214,11 +214,9 @@ TEST_F(HbaApiTest, PortStatisticsComeFromTheHostFile) {
     RUN_PROBE_OR_SKIP(r, VendorLine());
     auto &k = r.keys;
     const std::map<std::string, std::string> want = {
-        {"tx_frames", "1000"},       {"rx_frames", "2000"},    {"link_failure", "3"},
-        {"loss_of_sync", "4"},       {"loss_of_signal", "5"},  {"primitive_seq_errors", "6"},
-        {"invalid_tx_words", "7"},   {"invalid_crc", "8"}};
-    for (const auto &[name, value] : want)
-        EXPECT_EQ(k["adapter.0.port.0.stat." + name], value) << name;
+        {"tx_frames", "1000"},   {"rx_frames", "2000"},         {"link_failure", "3"},     {"loss_of_sync", "4"},
+        {"loss_of_signal", "5"}, {"primitive_seq_errors", "6"}, {"invalid_tx_words", "7"}, {"invalid_crc", "8"}};
+    for (const auto &[name, value] : want) EXPECT_EQ(k["adapter.0.port.0.stat." + name], value) << name;
     EXPECT_EQ(k["adapter.1.port.0.stat.tx_frames"], "77");
     EXPECT_EQ(k["adapter.1.port.0.stat.rx_frames"], "88");
     EXPECT_EQ(k["adapter.1.port.0.stat.invalid_crc"], "0");

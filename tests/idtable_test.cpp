@@ -75,10 +75,8 @@ TEST(IdTableChips, FourGbPairsIgnoreBit4) {
     for (uint32_t did = 0; did <= 0xFFFF; ++did) {
         int type = ids::Isp4GbType(static_cast<uint16_t>(did));
         uint32_t code = ids::IspTypeForDeviceId(static_cast<uint16_t>(did));
-        if (type != 0)
-            EXPECT_TRUE(code >= 8 && code <= 11) << std::hex << did;
-        else
-            EXPECT_FALSE(code >= 8 && code <= 11) << std::hex << did;
+        if (type != 0) EXPECT_TRUE(code >= 8 && code <= 11) << std::hex << did;
+        else EXPECT_FALSE(code >= 8 && code <= 11) << std::hex << did;
     }
 }
 
@@ -96,9 +94,8 @@ TEST(IdTableChips, EveryCodeHasARowAndRoundTrips) {
 TEST(IdTableChips, NoDeviceIdMatchesTwoRows) {
     const auto &rows = ids::ChipRows();
     for (uint32_t did = 0; did <= 0xFFFF; ++did) {
-        int hits = static_cast<int>(std::count_if(rows.begin(), rows.end(), [&](const auto &r) {
-            return r.Matches(static_cast<uint16_t>(did));
-        }));
+        int hits = static_cast<int>(std::count_if(
+            rows.begin(), rows.end(), [&](const auto &r) { return r.Matches(static_cast<uint16_t>(did)); }));
         ASSERT_LE(hits, 1) << std::hex << did;
     }
     std::set<std::string> labels;
@@ -146,9 +143,7 @@ TEST(IdTableChips, FamilyGroupsFollowTheCodes) {
     EXPECT_EQ(count(ids::IsOrlaCna), 4);
     EXPECT_EQ(count(ids::IsTove), 2);
     // Exactly one further Orla ID of code 21, outside the converged four.
-    auto extra = RowsWhere([](const ids::ChipRow &r) {
-        return r.ispType == 21 && !ids::IsOrlaCna(r.deviceId);
-    });
+    auto extra = RowsWhere([](const ids::ChipRow &r) { return r.ispType == 21 && !ids::IsOrlaCna(r.deviceId); });
     ASSERT_EQ(extra.size(), 1u);
     EXPECT_TRUE(ids::IsOrla(extra[0]->deviceId));
     EXPECT_GE(RowsWhere([](const ids::ChipRow &r) { return r.ispType == 24; }).size(), 2u);
@@ -161,11 +156,11 @@ TEST(IdTableChips, FamilyGroupsFollowTheCodes) {
         ASSERT_TRUE(!ids::MatchesSkiff32Pattern(did) || ids::IsSkiffChip(did)) << std::hex << v;
     }
     EXPECT_FALSE(RowsWhere([](const ids::ChipRow &r) {
-        return ids::IsWrenChip(r.deviceId) && !ids::MatchesWren32Pattern(r.deviceId);
-    }).empty());
+                     return ids::IsWrenChip(r.deviceId) && !ids::MatchesWren32Pattern(r.deviceId);
+                 }).empty());
     EXPECT_FALSE(RowsWhere([](const ids::ChipRow &r) {
-        return ids::IsSkiffChip(r.deviceId) && !ids::MatchesSkiff32Pattern(r.deviceId);
-    }).empty());
+                     return ids::IsSkiffChip(r.deviceId) && !ids::MatchesSkiff32Pattern(r.deviceId);
+                 }).empty());
 }
 
 TEST(IdTableBoards, RowsAreWellFormedAndUnique) {
@@ -173,8 +168,7 @@ TEST(IdTableBoards, RowsAreWellFormedAndUnique) {
     for (const auto &row : ids::BoardRows()) {
         SCOPED_TRACE(row.desc);
         EXPECT_TRUE(pairs.insert({row.ssvid, row.ssdid}).second);
-        EXPECT_TRUE(std::strcmp(row.supported, "TRUE") == 0 ||
-                    std::strcmp(row.supported, "FALSE") == 0);
+        EXPECT_TRUE(std::strcmp(row.supported, "TRUE") == 0 || std::strcmp(row.supported, "FALSE") == 0);
         EXPECT_GT(std::strlen(row.desc), 0u);
         EXPECT_LT(std::strlen(row.desc), 128u);
         EXPECT_GT(std::strlen(row.isp), 0u);
@@ -203,9 +197,7 @@ TEST(IdTableBoards, PredicateSetsHaveTheirShape) {
     auto ep = BoardsWithFlag(ids::kBoardTargetEp);
     ASSERT_EQ(ep.size(), 7u);
     EXPECT_TRUE(maker(ep));
-    auto [lo, hi] = std::minmax_element(ep.begin(), ep.end(), [](auto *a, auto *b) {
-        return a->ssdid < b->ssdid;
-    });
+    auto [lo, hi] = std::minmax_element(ep.begin(), ep.end(), [](auto *a, auto *b) { return a->ssdid < b->ssdid; });
     EXPECT_LE((*hi)->ssdid - (*lo)->ssdid, 22);
     for (auto *r : ep) EXPECT_TRUE(ids::IsTargetModeEpBoard(r->ssvid, r->ssdid));
     EXPECT_FALSE(ids::IsTargetModeEpBoard(0x1D27, ep[0]->ssdid));
@@ -217,8 +209,8 @@ TEST(IdTableBoards, PredicateSetsHaveTheirShape) {
     EXPECT_TRUE(ids::IsNoLowSpeedsBoard(0x069E));
     EXPECT_FALSE(ids::IsNoLowSpeedsBoard(0x069F));
 
-    for (uint32_t flag : {ids::kBoardModelSuffixS, ids::kBoardSingleBios, ids::kBoardOemMezz,
-                          ids::kBoardOemBlade, ids::kBoardWren16, ids::kBoardSkiff16})
+    for (uint32_t flag : {ids::kBoardModelSuffixS, ids::kBoardSingleBios, ids::kBoardOemMezz, ids::kBoardOemBlade,
+                          ids::kBoardWren16, ids::kBoardSkiff16})
         EXPECT_FALSE(BoardsWithFlag(flag).empty()) << flag;
     // Each query answers for its own rows only.
     struct Query {
@@ -226,16 +218,15 @@ TEST(IdTableBoards, PredicateSetsHaveTheirShape) {
         bool (*fn)(uint16_t, uint16_t);
     };
     const Query queries[] = {
-        {ids::kBoardPallas, ids::IsPallasBoard},       {ids::kBoardMezz16, ids::IsMezz16Board},
-        {ids::kBoardMezz32, ids::IsMezz32Board},       {ids::kBoard16GFcOnly, ids::Is16GFcOnlyBoard},
-        {ids::kBoardJinto, ids::IsJintoBoard},         {ids::kBoardTargetEp, ids::IsTargetModeEpBoard},
-        {ids::kBoardWren16, ids::IsWren16GBoard},      {ids::kBoardSkiff16, ids::IsSkiff16GBoard},
+        {ids::kBoardPallas, ids::IsPallasBoard},         {ids::kBoardMezz16, ids::IsMezz16Board},
+        {ids::kBoardMezz32, ids::IsMezz32Board},         {ids::kBoard16GFcOnly, ids::Is16GFcOnlyBoard},
+        {ids::kBoardJinto, ids::IsJintoBoard},           {ids::kBoardTargetEp, ids::IsTargetModeEpBoard},
+        {ids::kBoardWren16, ids::IsWren16GBoard},        {ids::kBoardSkiff16, ids::IsSkiff16GBoard},
         {ids::kBoardModelSuffixS, ids::HasModelSuffixS}, {ids::kBoardSingleBios, ids::IsSingleBiosBoard},
-        {ids::kBoardOemMezz, ids::IsOemMezzBoard},     {ids::kBoardOemBlade, ids::IsOemBladeBoard},
+        {ids::kBoardOemMezz, ids::IsOemMezzBoard},       {ids::kBoardOemBlade, ids::IsOemBladeBoard},
     };
     for (const auto &row : ids::BoardRows())
-        for (const auto &q : queries)
-            EXPECT_EQ(q.fn(row.ssvid, row.ssdid), (row.flags & q.flag) != 0) << row.desc;
+        for (const auto &q : queries) EXPECT_EQ(q.fn(row.ssvid, row.ssdid), (row.flags & q.flag) != 0) << row.desc;
 }
 
 TEST(IdTableBoards, EdcRangesAreThreeSmallRunsOfListedBoards) {
@@ -245,10 +236,8 @@ TEST(IdTableBoards, EdcRangesAreThreeSmallRunsOfListedBoards) {
         if (!ids::IsEdcBoard(ids::kMakerVendorId, ssdid)) continue;
         EXPECT_TRUE(ids::FindBoard(ids::kMakerVendorId, ssdid)) << std::hex << d;
         EXPECT_FALSE(ids::IsEdcBoard(0x1E5A, ssdid));
-        if (!runs.empty() && runs.back().second + 1u == d)
-            runs.back().second = ssdid;
-        else
-            runs.push_back({ssdid, ssdid});
+        if (!runs.empty() && runs.back().second + 1u == d) runs.back().second = ssdid;
+        else runs.push_back({ssdid, ssdid});
     }
     ASSERT_EQ(runs.size(), 3u);
     for (auto [first, last] : runs) EXPECT_LE(last - first, 7);
@@ -257,22 +246,19 @@ TEST(IdTableBoards, EdcRangesAreThreeSmallRunsOfListedBoards) {
 TEST(IdTableBoards, WrenAndSkiffGenerationsAreExclusive) {
     auto w32 = RowsWhere([](const ids::ChipRow &r) { return ids::MatchesWren32Pattern(r.deviceId); });
     auto s32 = RowsWhere([](const ids::ChipRow &r) { return ids::MatchesSkiff32Pattern(r.deviceId); });
-    auto w16 = RowsWhere([](const ids::ChipRow &r) {
-        return ids::IsWrenChip(r.deviceId) && !ids::MatchesWren32Pattern(r.deviceId);
-    });
+    auto w16 = RowsWhere(
+        [](const ids::ChipRow &r) { return ids::IsWrenChip(r.deviceId) && !ids::MatchesWren32Pattern(r.deviceId); });
     ASSERT_FALSE(w32.empty());
     ASSERT_FALSE(s32.empty());
     ASSERT_FALSE(w16.empty());
     const uint16_t wren32 = w32[0]->deviceId, skiff32 = s32[0]->deviceId;
     const auto &boards = ids::BoardRows();
-    auto plainIt = std::find_if(boards.begin(), boards.end(),
-                                [](const ids::BoardRow &r) { return r.flags == 0; });
+    auto plainIt = std::find_if(boards.begin(), boards.end(), [](const ids::BoardRow &r) { return r.flags == 0; });
     ASSERT_NE(plainIt, boards.end());
     const ids::BoardRow &plain = *plainIt;
     for (const auto &row : ids::BoardRows()) {
         SCOPED_TRACE(row.desc);
-        EXPECT_FALSE(ids::IsWren16GBoard(row.ssvid, row.ssdid) &&
-                     ids::IsSkiff16GBoard(row.ssvid, row.ssdid));
+        EXPECT_FALSE(ids::IsWren16GBoard(row.ssvid, row.ssdid) && ids::IsSkiff16GBoard(row.ssvid, row.ssdid));
         // A 16 Gb board wins over the 32 Gb chip pattern it is built on.
         const int wren = ids::WrenGeneration(wren32, row.ssvid, row.ssdid);
         EXPECT_EQ(wren, ids::IsWren16GBoard(row.ssvid, row.ssdid) ? 1 : 2);

@@ -34,16 +34,18 @@ std::vector<RomImage> WalkChain(const Bytes &b) {
     std::vector<RomImage> out;
     size_t pos = 0;
     while (pos + 0x1A <= b.size()) {
-        if (b[pos] != 0x55 || b[pos + 1] != 0xAA)
-            return {};
+        if (b[pos] != 0x55 || b[pos + 1] != 0xAA) return {};
         const size_t pcir = pos + Le16(b, pos + 0x18);
-        if (Text(b, pcir, 4) != "PCIR")
-            return {};
-        RomImage img{pos, Le16(b, pcir + 0x10) * 512u, Le16(b, pcir + 4), Le16(b, pcir + 6),
-                     Le16(b, pcir + 0x12), b[pcir + 0x14], (b[pcir + 0x15] & 0x80) != 0};
+        if (Text(b, pcir, 4) != "PCIR") return {};
+        RomImage img{pos,
+                     Le16(b, pcir + 0x10) * 512u,
+                     Le16(b, pcir + 4),
+                     Le16(b, pcir + 6),
+                     Le16(b, pcir + 0x12),
+                     b[pcir + 0x14],
+                     (b[pcir + 0x15] & 0x80) != 0};
         out.push_back(img);
-        if (img.last)
-            return out;
+        if (img.last) return out;
         pos += img.length;
     }
     return {};
@@ -53,25 +55,21 @@ std::vector<RomImage> WalkChain(const Bytes &b) {
 // last is left out, the last byte holds the two's complement.
 bool RomChecksumOk(const Bytes &b, size_t start) {
     const int size = static_cast<int8_t>(b.at(start + 2)) * 512;
-    if (size < 2)
-        return false;
+    if (size < 2) return false;
     uint8_t sum = 0;
-    for (int i = 0; i < size - 2; ++i)
-        sum = static_cast<uint8_t>(sum + b.at(start + i));
+    for (int i = 0; i < size - 2; ++i) sum = static_cast<uint8_t>(sum + b.at(start + i));
     return b.at(start + size - 1) == static_cast<uint8_t>(-sum);
 }
 
 uint16_t WordSum(const Bytes &b, size_t from, size_t bytes) {
     uint16_t s = 0;
-    for (size_t i = 0; i < bytes; i += 2)
-        s = static_cast<uint16_t>(s + Le16(b, from + i));
+    for (size_t i = 0; i < bytes; i += 2) s = static_cast<uint16_t>(s + Le16(b, from + i));
     return s;
 }
 
 uint32_t DwordSum(const Bytes &b, size_t from, size_t bytes) {
     uint32_t s = 0;
-    for (size_t i = 0; i < bytes; i += 4)
-        s += Le32(b, from + i);
+    for (size_t i = 0; i < bytes; i += 4) s += Le32(b, from + i);
     return s;
 }
 
@@ -97,8 +95,7 @@ ParsedVpd ParseVpdBlock(const Bytes &b) {
         } else if (tag == 0x90 || tag == 0x91) {
             for (size_t k = body; k < body + len; k += 3 + b[k + 2]) {
                 std::string key = Text(b, k, 2);
-                if (tag == 0x90 && key == "RV")
-                    v.rvDataAt = k + 3;
+                if (tag == 0x90 && key == "RV") v.rvDataAt = k + 3;
                 (tag == 0x90 ? v.ro : v.rw).emplace_back(key, Text(b, k + 3, b[k + 2]));
             }
         } else {
@@ -186,8 +183,7 @@ TEST_F(ImageBuild, VpdParsesAndChecksums) {
 
     ASSERT_GT(p.rvDataAt, 0u);
     uint8_t sum = 0;
-    for (size_t i = 0; i <= p.rvDataAt; ++i)
-        sum = static_cast<uint8_t>(sum + vpd[i]);
+    for (size_t i = 0; i <= p.rvDataAt; ++i) sum = static_cast<uint8_t>(sum + vpd[i]);
     EXPECT_EQ(sum, 0);
     EXPECT_TRUE(VpdChecksumOk(vpd));
     Bytes bad = vpd;
@@ -311,8 +307,7 @@ TEST_F(ImageBuild, FlashSetOfSimulatedAdapter) {
         EXPECT_TRUE(byType.emplace(r.type, r.bytes).second) << "duplicate region " << r.type;
     }
     ASSERT_EQ(byType.size(), 7u);
-    for (uint32_t t : {0x07u, 0x01u, 0x8Cu, 0x8Du, 334u, 377u, 0x8Eu})
-        ASSERT_TRUE(byType.count(t)) << t;
+    for (uint32_t t : {0x07u, 0x01u, 0x8Cu, 0x8Du, 334u, 377u, 0x8Eu}) ASSERT_TRUE(byType.count(t)) << t;
 
     auto imgs = WalkChain(byType[0x07]);
     ASSERT_EQ(imgs.size(), 3u);
@@ -349,8 +344,8 @@ TEST_F(ImageBuild, FlashSetOfSimulatedAdapter) {
     EXPECT_EQ(Le16(ilt, 128), 2u);
     for (size_t at : {136u, 152u}) {
         EXPECT_EQ(Le16(ilt, at), at == 136 ? 0u : 1u);
-        EXPECT_EQ((std::array<unsigned, 5>{Le16(ilt, at + 2), Le16(ilt, at + 8), Le16(ilt, at + 10),
-                                           Le16(ilt, at + 12), Le16(ilt, at + 14)}),
+        EXPECT_EQ((std::array<unsigned, 5>{Le16(ilt, at + 2), Le16(ilt, at + 8), Le16(ilt, at + 10), Le16(ilt, at + 12),
+                                           Le16(ilt, at + 14)}),
                   (std::array<unsigned, 5>{1, 0x1077, 0x2261, 0x1077, 0x02A1}));
     }
 

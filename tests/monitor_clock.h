@@ -26,7 +26,7 @@ struct Clock {
     time_t now = 1700000000;  // 2023-11-14 22:13:20 UTC
     time_t simulated = 0;     // what the simulated host was last set to
     bool gated = false;
-    int tokens = 0;           // sleeps of a second allowed while gated
+    int tokens = 0;  // sleeps of a second allowed while gated
     std::vector<uint32_t> sleeps;
 
     // Sets the simulated host's clock to the library's (vtsdm-sim clock set).
@@ -77,10 +77,10 @@ inline void Reset(time_t now = 1700000000) {
 }  // namespace monitortest
 
 // The replacements; included by exactly one file of a test program.
-#define MONITOR_TEST_CLOCK_HOOKS                                                          \
-    extern "C" time_t DiagGetTime(void) {                                                 \
-        monitortest::TheClock().SyncSimulator();                                          \
-        std::lock_guard<std::mutex> lock(monitortest::TheClock().mutex);                  \
-        return monitortest::TheClock().now;                                               \
-    }                                                                                     \
+#define MONITOR_TEST_CLOCK_HOOKS                                         \
+    extern "C" time_t DiagGetTime(void) {                                \
+        monitortest::TheClock().SyncSimulator();                         \
+        std::lock_guard<std::mutex> lock(monitortest::TheClock().mutex); \
+        return monitortest::TheClock().now;                              \
+    }                                                                    \
     extern "C" void OSSSleep(uint32_t seconds) { monitortest::TheClock().Sleep(seconds); }

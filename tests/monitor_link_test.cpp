@@ -203,9 +203,7 @@ TEST_F(LinkStatus, MonitorViewsKeysAndFiles) {
             if (arrayRows != 3) return -1;  // poll 1, the reset view, poll 2
             ++step;
             return 'T';
-        default:
-            TheClock().Ungate();
-            return '\n';
+        default: TheClock().Ungate(); return '\n';
         }
     };
     SDMDevice *ports[] = {GetSDMDevice(&entry_->Device)};
@@ -219,22 +217,25 @@ TEST_F(LinkStatus, MonitorViewsKeysAndFiles) {
               0u);
     const auto lines = Lines(screen);
     // Poll 1 shows the counters so far, in the screen's order.
-    const int first = vttest::FindLine(lines, "21:00:00:24:ff:7c:50:10        1        3        1        5         7"
-                                              "             9");
+    const int first = vttest::FindLine(lines,
+                                       "21:00:00:24:ff:7c:50:10        1        3        1        5         7"
+                                       "             9");
     EXPECT_GE(first, 0);
     EXPECT_GE(vttest::FindLine(lines, "50:0a:09:81:00:00:b2:00 Target (50:0a:09:81:00:00:b2:00) not present."), 0);
     // After R the current view counts from zero: poll 2 shows only the new errors ...
     const int reset = vttest::FindLine(lines, "Current (reset)", first);
     EXPECT_GE(reset, 0);
-    EXPECT_GE(vttest::FindLine(lines, "50:0a:09:81:00:00:a1:00        0        0        0        4         0"
-                                      "             0",
+    EXPECT_GE(vttest::FindLine(lines,
+                               "50:0a:09:81:00:00:a1:00        0        0        0        4         0"
+                               "             0",
                                reset),
               0);
     // ... and T the totals.
     const int total = vttest::FindLine(lines, "Total", reset);
     EXPECT_GE(total, 0);
-    EXPECT_GE(vttest::FindLine(lines, "50:0a:09:81:00:00:a1:00        0        2        0        5         0"
-                                      "             0",
+    EXPECT_GE(vttest::FindLine(lines,
+                               "50:0a:09:81:00:00:a1:00        0        2        0        5         0"
+                               "             0",
                                total),
               0);
     ASSERT_NE(last, nullptr);

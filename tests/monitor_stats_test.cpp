@@ -205,8 +205,9 @@ TEST_F(Statistics, MonitorScreenAndCsvFile) {
     const auto lines = Lines(screen);
     EXPECT_GE(vttest::FindLine(lines, "Port     Errors        Errors Reset  I/O Count  IOPS        BPS        Time"),
               0);
-    EXPECT_GE(vttest::FindLine(lines, "  0           3             2     1      10000  1000   20971520 "
-                                      "2023-11-14 22:13:25"),
+    EXPECT_GE(vttest::FindLine(lines,
+                               "  0           3             2     1      10000  1000   20971520 "
+                               "2023-11-14 22:13:25"),
               0);
     // Appended to, never started anew.
     ASSERT_EQ(CreateThreadForHBAStatistics(ports, 1, nullptr), VTAPI_SUCCESS);
@@ -254,11 +255,13 @@ TEST_F(Statistics, KeyRClearsTheCountersAtTheNextPollAndEnterStops) {
     const auto lines = Lines(Screen());
     // Poll 2 follows the reset: counters cleared, no rate yet; poll 3 counts
     // five seconds of traffic from it.
-    EXPECT_GE(vttest::FindLine(lines, "  0           0             0     0          0     0          0 "
-                                      "2023-11-14 22:13:25"),
+    EXPECT_GE(vttest::FindLine(lines,
+                               "  0           0             0     0          0     0          0 "
+                               "2023-11-14 22:13:25"),
               0);
-    EXPECT_GE(vttest::FindLine(lines, "  0           0             0     0       5000  1000   20971520 "
-                                      "2023-11-14 22:13:30"),
+    EXPECT_GE(vttest::FindLine(lines,
+                               "  0           0             0     0       5000  1000   20971520 "
+                               "2023-11-14 22:13:30"),
               0);
     EXPECT_EQ(last.IoCount, 5000);
 }

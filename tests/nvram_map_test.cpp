@@ -17,10 +17,12 @@ namespace {
 
 // Every identifier the HBA-parameter, template and boot code refers to.
 std::set<uint32_t> AllReferencedIds() {
-    std::set<uint32_t> ids = {3,  6,  13, 17, 18, 19, 21, 22, 32, 43, 44, 48, 49, 53, 56, 57,
-                              58, 59, 60, 63, 64, 65, 66, 67, 68, 81, 82, 83, 97, 125, 126, 127,
-                              128, 130, 131, 132, 133, 134, 135, 136, 137, 148, 185, 186, 187};
-    auto range = [&](uint32_t a, uint32_t b) { for (uint32_t i = a; i <= b; ++i) ids.insert(i); };
+    std::set<uint32_t> ids = {3,   6,   13,  17,  18,  19,  21,  22,  32,  43,  44,  48,  49,  53,  56,
+                              57,  58,  59,  60,  63,  64,  65,  66,  67,  68,  81,  82,  83,  97,  125,
+                              126, 127, 128, 130, 131, 132, 133, 134, 135, 136, 137, 148, 185, 186, 187};
+    auto range = [&](uint32_t a, uint32_t b) {
+        for (uint32_t i = a; i <= b; ++i) ids.insert(i);
+    };
     range(24, 31);
     range(35, 42);
     range(72, 80);
@@ -32,10 +34,12 @@ std::set<uint32_t> AllReferencedIds() {
 
 // Identifiers the reader uses on every chip, plus identity and boot ones.
 std::set<uint32_t> OldChipIds() {
-    std::set<uint32_t> ids = {3,  6,  13, 17, 19, 21, 22, 32, 43, 44, 48, 49, 53, 57, 58, 60,
-                              64, 65, 66, 67, 68, 81, 82, 83, 92, 95, 96, 97, 125, 126, 127, 128,
-                              130, 131, 132, 133, 135, 148, 185, 186, 187};
-    auto range = [&](uint32_t a, uint32_t b) { for (uint32_t i = a; i <= b; ++i) ids.insert(i); };
+    std::set<uint32_t> ids = {3,   6,   13,  17,  19,  21,  22,  32,  43,  44,  48,  49,  53, 57,
+                              58,  60,  64,  65,  66,  67,  68,  81,  82,  83,  92,  95,  96, 97,
+                              125, 126, 127, 128, 130, 131, 132, 133, 135, 148, 185, 186, 187};
+    auto range = [&](uint32_t a, uint32_t b) {
+        for (uint32_t i = a; i <= b; ++i) ids.insert(i);
+    };
     range(24, 31);
     range(35, 42);
     range(72, 80);
@@ -62,7 +66,9 @@ std::string Lower(std::string s) {
 Identity SampleIdentity() {
     Identity id{{0x20, 0x00, 0x00, 0x1B, 0x32, 0x0A, 0x0B, 0x0C},
                 {0x21, 0x00, 0x00, 0x1B, 0x32, 0x0A, 0x0B, 0x0C},
-                0x1077, 0x0149, "RFC0912X34567"};
+                0x1077,
+                0x0149,
+                "RFC0912X34567"};
     return id;
 }
 
@@ -253,8 +259,8 @@ TEST(NvramChecksum, SizeRules) {
 
 TEST(NvramChecksum, WordSumOf512ByteImage) {
     std::vector<uint8_t> img(512, 0);
-    img[0] = 0x01;  // word 0 = 0x00000001
-    img[7] = 0x80;  // word 1 = 0x80000000
+    img[0] = 0x01;    // word 0 = 0x00000001
+    img[7] = 0x80;    // word 1 = 0x80000000
     img[509] = 0x77;  // old checksum, not part of the sum
     EXPECT_EQ(ComputeChecksum(img.data(), 512), 0x7FFFFFFFu);
     EXPECT_EQ(img[508], 0xFF);
@@ -309,7 +315,7 @@ TEST(NvramValues, ByteOrderAndRejections) {
     EXPECT_EQ(v, 5u);
 
     const auto before = img;
-    EXPECT_FALSE(SetValue(img.data(), 512, kDataRate, 8));          // above the field
+    EXPECT_FALSE(SetValue(img.data(), 512, kDataRate, 8));  // above the field
     EXPECT_FALSE(SetValue(img.data(), 512, kEnableFcTape, 2));
     EXPECT_FALSE(SetValue(img.data(), 512, kLoginRetryCount, 256));
     EXPECT_FALSE(SetValue(img.data(), 512, 999, 0));
@@ -334,11 +340,17 @@ TEST(NvramValues, DefaultImageIsValidAndCarriesIdentity) {
             ASSERT_TRUE(GetValue(img.data(), size, kNodeNameByte0 + i, v));
             EXPECT_EQ(v, id.wwnn[i]);
         }
-        const std::pair<uint32_t, uint32_t> expect[] = {
-            {kSubsystemVendorId, 0x1077}, {kSubsystemDeviceId, 0x0149}, {kFrameSize, 2048},
-            {kLoginRetryCount, 8},         {kPortDownRetryCount, 30},     {kLinkDownTimeout, 30},
-            {kDataRate, 2},                {kConnectionOption, 2},        {kMaxLunsPerTarget, 128},
-            {kExecutionThrottle, size == 512 ? 65535u : 16u}, {kEnableNodeName, 1}};
+        const std::pair<uint32_t, uint32_t> expect[] = {{kSubsystemVendorId, 0x1077},
+                                                        {kSubsystemDeviceId, 0x0149},
+                                                        {kFrameSize, 2048},
+                                                        {kLoginRetryCount, 8},
+                                                        {kPortDownRetryCount, 30},
+                                                        {kLinkDownTimeout, 30},
+                                                        {kDataRate, 2},
+                                                        {kConnectionOption, 2},
+                                                        {kMaxLunsPerTarget, 128},
+                                                        {kExecutionThrottle, size == 512 ? 65535u : 16u},
+                                                        {kEnableNodeName, 1}};
         for (auto [vid, want] : expect) {
             ASSERT_TRUE(GetValue(img.data(), size, vid, v)) << vid;
             EXPECT_EQ(v, want) << vid;
@@ -363,7 +375,7 @@ TEST(NvramTemplate, RoundTripReproducesImage) {
         SCOPED_TRACE(size);
         const auto def = DefaultImage(size, SampleIdentity());
         const auto rnd = RandomImage(size, 42);  // serial bytes not writable as text
-        auto quoted = def;  // a quote cannot appear inside a string line
+        auto quoted = def;                       // a quote cannot appear inside a string line
         quoted[FindSpecialField(size, kFlagSerialNumber)->byteOffset + 2] = '"';
         ComputeChecksum(quoted.data(), size);
         for (const auto &img : {def, rnd, quoted}) {
@@ -385,8 +397,8 @@ TEST(NvramTemplate, RoundTripReproducesImage) {
 TEST(NvramTemplate, ParserFollowsTheGrammar) {
     const std::string text =
         "; comment line with [0-255] = 9\n"
-        "x [0-1]=1\n"                // ten characters or fewer: a comment
-        "  \tFlag A [0-1] = 1\n"    // leading blanks dropped
+        "x [0-1]=1\n"             // ten characters or fewer: a comment
+        "  \tFlag A [0-1] = 1\n"  // leading blanks dropped
         "Mode   [0 - 7] = 5 trailing text\n"
         "Wide field [0-255] = 171\n"  // starts on the next byte
         "Word field [0-65535] = 4660\r\n"
@@ -395,17 +407,16 @@ TEST(NvramTemplate, ParserFollowsTheGrammar) {
     std::vector<uint8_t> img;
     std::string err;
     ASSERT_TRUE(ParseTemplate(text, 16, img, err)) << err;
-    const std::vector<uint8_t> want = {0x0B, 0xAB, 0x34, 0x12, 'x', 'y', 'z',
-                                       0x78, 0x56, 0x34, 0x12, 0, 0, 0, 0, 0};
+    const std::vector<uint8_t> want = {0x0B, 0xAB, 0x34, 0x12, 'x', 'y', 'z', 0x78, 0x56, 0x34, 0x12, 0, 0, 0, 0, 0};
     EXPECT_EQ(img, want);
 
     const std::pair<const char *, size_t> bad[] = {
         {"no bracket on this line\n", 16},
-        {"Field name [0-1] = 2\n", 16},             // above its range
-        {"Field name [5-9] = 2\n", 16},             // below its range
-        {"Field name [0-1] 1\n", 16},               // no '='
+        {"Field name [0-1] = 2\n", 16},  // above its range
+        {"Field name [5-9] = 2\n", 16},  // below its range
+        {"Field name [0-1] 1\n", 16},    // no '='
         {"Field name [x-1] = 1\n", 16},
-        {"Field name [\"4\" = \"abc\"]\n", 16},     // length does not match
+        {"Field name [\"4\" = \"abc\"]\n", 16},  // length does not match
         {"Field name [\"3\" = \"abc]\n", 16},
         {"Field name [0-4294967296] = 1\n", 16},
         {"Field name [0-65535] = 1\nField two [0-255] = 1\n", 2},  // past the image

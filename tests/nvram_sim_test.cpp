@@ -23,12 +23,14 @@ namespace nvram = vtsdm::nvram;
 std::string Host(const std::string &port0Extra = "", const std::string &cardExtra = "") {
     return R"({"cards":[
       {"serial":"S1","model":"VT2912","device_id":"0x7C50","subsystem_id":"0x0C60","firmware":"9.12.01",
-       "option_rom":{"bios":"3.67","multiboot":"01.12.03"})" + cardExtra + R"(,
+       "option_rom":{"bios":"3.67","multiboot":"01.12.03"})" +
+           cardExtra + R"(,
        "ports":[
         {"wwnn":"20:00:00:24:ff:00:00:01","wwpn":"21:00:00:24:ff:00:00:01","port_id":"01:0a:00","speed":32,
          "supported_speeds":[8,16,32],
          "targets":[{"wwpn":"50:00:00:00:00:00:00:01","port_id":"01:0b:00","luns":[{"lun":0,"blocks":64}]}],
-         "virtual_ports":[{"wwpn":"21:01:00:24:ff:00:00:01"}])" + port0Extra + R"(},
+         "virtual_ports":[{"wwpn":"21:01:00:24:ff:00:00:01"}])" +
+           port0Extra + R"(},
         {"wwnn":"20:00:00:24:ff:00:00:02","wwpn":"21:00:00:24:ff:00:00:02","port_id":"01:0c:00","speed":32,
          "supported_speeds":[8,16,32]}]},
       {"serial":"S2","model":"VT2516","device_id":"0x6A10","subsystem_id":"0x0A16","firmware":"9.10.02",
@@ -261,14 +263,15 @@ TEST_F(NvramSim, GlobalNvramRegionCarriesThePortName) {
     ASSERT_EQ(SDGetOptionRomEx(h0, back.data(), 512, 0x8D, 0), SDERR_NONE);
     EXPECT_EQ(back, next);
     ASSERT_EQ(SDGetOptionRomEx(h1, back.data(), 512, 0x8D, 0), SDERR_NONE);
-    EXPECT_EQ(back, g1);  // per port
+    EXPECT_EQ(back, g1);                                                                   // per port
     EXPECT_EQ(SDGetOptionRomEx(Open(3), back.data(), 512, 0x8D, 0), SDERR_NOT_SUPPORTED);  // virtual port
 }
 
 TEST_F(NvramSim, ActiveRecordNamesTheNvmeBootRegion) {
     auto active = [&](uint32_t h) {
         std::vector<uint8_t> record(nvram::kActiveRecordSize);
-        EXPECT_EQ(SDGetOptionRomEx(h, record.data(), uint32_t(record.size()), nvram::kRegionActiveRecord, 0), SDERR_NONE);
+        EXPECT_EQ(SDGetOptionRomEx(h, record.data(), uint32_t(record.size()), nvram::kRegionActiveRecord, 0),
+                  SDERR_NONE);
         EXPECT_EQ(memcmp(record.data(), "VACT", 4), 0);
         return record[4] & 1;
     };

@@ -88,7 +88,8 @@ protected:
             auto access = vtsdm::AcquireBackend();
             auto *linux = dynamic_cast<vtsdm::linuxfc::LinuxBackend *>(access.backend);
             ASSERT_NE(linux, nullptr) << vtsdm::BackendError();
-            linux->setControlWriteHook([this](const std::string &) { vtsdm::ApplySysfsWrites(*kernel_, root_.root()); });
+            linux->setControlWriteHook(
+                [this](const std::string &) { vtsdm::ApplySysfsWrites(*kernel_, root_.root()); });
         }
     }
     void TearDown() override {

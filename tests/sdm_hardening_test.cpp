@@ -147,7 +147,6 @@ protected:
         args.insert(args.begin(), vttest::BuildPath("bin/vtsdm-sim"));
         return vttest::Run(args, {"VTSDM_HOST=" + hostFile_});
     }
-
 };
 
 // ------------------------------------------------------------ host budget
@@ -181,7 +180,8 @@ TEST_F(Hardening, TheBudgetCountsPortsTargetsLunsAndVirtualPorts) {
     auto host = [](int lastLuns, const std::string &extra) {
         return OnePort(kNames + R"(,"targets":[
             {"generate":{"count":4095},"wwpn":"50:00:00:00:00:00:00:00","lun_range":{"count":731}},
-            {"wwpn":"51:00:00:00:00:00:00:00","lun_range":{"count":)" + std::to_string(lastLuns) + "}}]" + extra);
+            {"wwpn":"51:00:00:00:00:00:00:00","lun_range":{"count":)" +
+                       std::to_string(lastLuns) + "}}]" + extra);
     };
     EXPECT_EQ(Refusal(host(2458, "")), "");
     // The stock large host (31 x 256 x 256) is well within it.

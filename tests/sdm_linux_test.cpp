@@ -87,8 +87,8 @@ TEST(SysfsText, AttributesParseAsTheKernelWritesThem) {
 }
 
 TEST(SysfsText, VpdNvmeAddressesAndNamespaces) {
-    const std::vector<uint8_t> vpd = {0x82, 3, 0, 'A', 'B', ' ', 0x90, 9, 0, 'S', 'N', 2, 'X', '1', 'P', 'N', 1, 'Q',
-                                      0x78, 0xFF, 0xFF};
+    const std::vector<uint8_t> vpd = {0x82, 3,   0,   'A', 'B', ' ', 0x90, 9,    0,    'S', 'N',
+                                      2,    'X', '1', 'P', 'N', 1,   'Q',  0x78, 0xFF, 0xFF};
     EXPECT_EQ(VpdLength(vpd), 19u);  // up to the end tag, padding left out
     VpdFields f = ParseVpd(vpd);
     EXPECT_EQ(f.identifier, "AB");
@@ -98,7 +98,8 @@ TEST(SysfsText, VpdNvmeAddressesAndNamespaces) {
     const std::vector<uint8_t> cut = {0x90, 4, 0, 'S', 'N', 9, 'X', 0x78};
     EXPECT_TRUE(ParseVpd(cut).keywords.empty());
 
-    auto a = ParseNvmeFcAddress("traddr=nn-0x200000109b5aa000:pn-0x100000109b5aa000,host_traddr=nn-0x20000024ff7c5010:pn-0x21000024ff7c5010");
+    auto a = ParseNvmeFcAddress(
+        "traddr=nn-0x200000109b5aa000:pn-0x100000109b5aa000,host_traddr=nn-0x20000024ff7c5010:pn-0x21000024ff7c5010");
     ASSERT_TRUE(a);
     EXPECT_EQ(a->targetWwpn, 0x100000109b5aa000ull);
     EXPECT_EQ(a->hostWwpn, 0x21000024ff7c5010ull);
@@ -153,8 +154,8 @@ TEST(FcEvents, NetlinkMessagesDecodeToLinkEvents) {
     auto put32 = [&](size_t at, uint32_t v) { memcpy(&buf[at], &v, 4); };
     put32(0, 32);  // a 32-byte message that is not an event
     put32(32, 16 + 48);
-    buf[48 + 0] = 1;       // version
-    buf[48 + 1] = 1;       // FC transport
+    buf[48 + 0] = 1;  // version
+    buf[48 + 1] = 1;  // FC transport
     put16(48 + 2, 0xA1B2);
     put16(48 + 4, 0x0100);  // asynchronous event
     put16(48 + 24, 3);      // host 3
@@ -229,7 +230,8 @@ TEST_F(NegativeTree, BlockedAndVanishedRemotePorts) {
     EXPECT_EQ(ReportLuns(0x5000000000000001ull), SDERR_LOOP_DOWN);  // comes back when the link does
     EXPECT_EQ(ReportLuns(0x5000000000000002ull), SDERR_NOT_FOUND);
     // A remote port whose directory went away between two calls.
-    std::filesystem::remove_all(std::filesystem::canonical(root_.path("/sys/class/fc_remote_ports/rport-1:0-1")).parent_path().parent_path());
+    std::filesystem::remove_all(
+        std::filesystem::canonical(root_.path("/sys/class/fc_remote_ports/rport-1:0-1")).parent_path().parent_path());
     uint32_t count = 0;
     EXPECT_EQ(SDGetDiscTargetProperties(h_, nullptr, &count), SDERR_BUFFER_TOO_SMALL);
     EXPECT_EQ(count, 1u);
@@ -370,8 +372,7 @@ TEST(BackendChoice, ToolShowsWhichBackendAnswers) {
     ASSERT_EQ(r.status, 0) << r.err;
     EXPECT_EQ(r.out.rfind("Backend: linux (Linux FC transport at " + root.root() + "/sys", 0), 0u) << r.out;
     EXPECT_NE(r.out.find("Instance 0: Port 0  WWPN 21:00:00:24:ff:7c:50:10"), std::string::npos);
-    r = vttest::Run({vttest::BuildPath("bin/vtsdm-sim"), "--host", host, "show", "--luns", "1"},
-                    {"VTSDM_BACKEND=sim"});
+    r = vttest::Run({vttest::BuildPath("bin/vtsdm-sim"), "--host", host, "show", "--luns", "1"}, {"VTSDM_BACKEND=sim"});
     EXPECT_EQ(r.out.rfind("Backend: sim (simulated host " + host + ")", 0), 0u) << r.out;
 }
 
@@ -379,8 +380,8 @@ TEST(BackendChoice, ToolShowsWhichBackendAnswers) {
 // the real /sys and the SCSI generic devices, read only.
 TEST(Live, RealAdaptersThroughTheLinuxBackend) {
     const char *want = getenv("VTSDM_LIVE_TEST");
-    const bool adapters = std::filesystem::exists("/sys/class/fc_host") &&
-                          !std::filesystem::is_empty("/sys/class/fc_host");
+    const bool adapters =
+        std::filesystem::exists("/sys/class/fc_host") && !std::filesystem::is_empty("/sys/class/fc_host");
     if (!want || std::string(want) != "1" || !adapters)
         GTEST_SKIP() << "live test skipped: it needs FC host adapters in /sys/class/fc_host (found "
                      << (adapters ? "some" : "none") << ") and VTSDM_LIVE_TEST=1";

@@ -97,7 +97,8 @@ TEST(Lsscsi, SeesTheTargetsAndLunsTarncliReports) {
         std::string first, wwpn, portId, type, status, luns;
         in >> first;
         if (line.rfind("HBA instance", 0) == 0) port = Plain(line.substr(line.rfind(' ') + 1));
-        if (first.empty() || !isdigit(static_cast<unsigned char>(first[0])) || !(in >> wwpn >> portId >> type >> status >> luns))
+        if (first.empty() || !isdigit(static_cast<unsigned char>(first[0])) ||
+            !(in >> wwpn >> portId >> type >> status >> luns))
             continue;
         auto it = lunsPerTarget.find({port, Plain(wwpn)});
         if (it == lunsPerTarget.end()) continue;

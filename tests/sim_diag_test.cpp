@@ -116,9 +116,10 @@ TEST_F(SimDiag, TheScriptAnswersTheNextCallsInOrder) {
     EXPECT_EQ(Loopback(port0_, r), SDERR_NO_SUCH_DEVICE);
     ASSERT_EQ(Loopback(port0_, r), SDERR_NONE);
     EXPECT_EQ(r.TestStatus, SD_DIAG_STATUS_PASSED);  // the port did not notice ...
-    EXPECT_NE(rx_[128], tx_[128]);                    // ... the changed byte
+    EXPECT_NE(rx_[128], tx_[128]);                   // ... the changed byte
     rx_[128] = tx_[128];
-    EXPECT_EQ(std::vector<uint8_t>(rx_.begin(), rx_.begin() + 256), std::vector<uint8_t>(tx_.begin(), tx_.begin() + 256));
+    EXPECT_EQ(std::vector<uint8_t>(rx_.begin(), rx_.begin() + 256),
+              std::vector<uint8_t>(tx_.begin(), tx_.begin() + 256));
     // Used up: the port answers normally.
     ASSERT_EQ(Loopback(port0_, r), SDERR_NONE);
     EXPECT_EQ(r.TestStatus, SD_DIAG_STATUS_PASSED);

@@ -52,7 +52,8 @@ protected:
     // Opens an instance, riding out injected "retry" answers.
     uint32_t Open(uint32_t instance) {
         uint32_t h = 0, rc;
-        for (int i = 0; i < 5 && (rc = SDOpenDevice(instance, &h)) == SDERR_DEVICE_UNAVAILABLE; ++i) {}
+        for (int i = 0; i < 5 && (rc = SDOpenDevice(instance, &h)) == SDERR_DEVICE_UNAVAILABLE; ++i) {
+        }
         EXPECT_EQ(rc, SDERR_NONE);
         return h;
     }
@@ -73,7 +74,8 @@ TEST_F(SimTest, HostFileErrorsNameTheFileAndField) {
     } cases[] = {
         {"{\"cards\": [", "not valid JSON"},
         {HostWithPorts(R"({"wwnn":"20:00:00:24:ff:00:00:01"})"), "cards[0].ports[0].wwpn: missing"},
-        {HostWithPorts(R"({"wwnn":"20:00","wwpn":"21:00:00:24:ff:00:00:01"})"), "cards[0].ports[0].wwnn: expected a WWN"},
+        {HostWithPorts(R"({"wwnn":"20:00","wwpn":"21:00:00:24:ff:00:00:01"})"),
+         "cards[0].ports[0].wwnn: expected a WWN"},
         {HostWithPorts(R"({"wwnn":"20:00:00:24:ff:00:00:01","wwpn":"21:00:00:24:ff:00:00:01","sped":8})"),
          "cards[0].ports[0].sped: unknown field"},
         {HostWithPorts(R"({"wwnn":"20:00:00:24:ff:00:00:01","wwpn":"21:00:00:24:ff:00:00:01","speed":12})"),
@@ -218,8 +220,7 @@ TEST_F(SimTest, InquiryAndReadCapacity) {
     EXPECT_EQ(inq[0], 0x7F);  // qualifier 3: no such LUN
     n = sizeof inq;
     senseSize_ = sizeof sense_;
-    EXPECT_EQ(SDSendScsiInquiryCmdFC(h, target1_, 6, 0, 0, inq, &n, sense_, &senseSize_),
-              SDERR_SCSI_CHECK_CONDITION);
+    EXPECT_EQ(SDSendScsiInquiryCmdFC(h, target1_, 6, 0, 0, inq, &n, sense_, &senseSize_), SDERR_SCSI_CHECK_CONDITION);
     EXPECT_EQ(sense_[2] & 0x0F, 0x04);
     uint8_t page[64];
     n = sizeof page;

@@ -14,16 +14,17 @@
 
 namespace {
 
-
 // Two FC ports (instances 0 and 1), the first with one vPort from the file.
 std::string Host(const std::string &driver, const std::string &port0Faults = "{}") {
     return R"({"cards":[{"serial":"S1","model":"VT2912","device_id":"0x7C50","subsystem_id":"0x0C60",
-  "driver":)" + driver + R"(,
+  "driver":)" +
+           driver + R"(,
   "ports":[
    {"wwnn":"20:00:00:24:ff:00:00:01","wwpn":"21:00:00:24:ff:00:00:01","port_id":"01:0a:00","speed":32,
     "targets":[{"wwpn":"50:00:00:00:00:00:00:01","luns":[{"lun":0,"blocks":64}]}],
     "virtual_ports":[{"wwpn":"21:01:00:24:ff:00:00:01"}],
-    "faults":)" + port0Faults + R"(},
+    "faults":)" +
+           port0Faults + R"(},
    {"wwnn":"20:00:00:24:ff:00:00:02","wwpn":"21:00:00:24:ff:00:00:02","port_id":"01:0b:00","speed":32}]}]})";
 }
 

@@ -34,8 +34,9 @@ TEST_F(TarncliAliasTest, PortAliasIsShownSetAndDeletedInEveryForm) {
     ASSERT_EQ(r.status, 0) << r.err;
     EXPECT_EQ(r.out, std::string("HBA port alias ") + kPort0 + " is backup a<&>\n");
     // The key names the port by its WWNN and WWPN in upper case.
-    EXPECT_TRUE(std::regex_search(GlobalFile(),
-                                  std::regex(R"(adapter\.wwnn\.20-00-00-24-FF-7C-50-10\.wwpn\.21-00-00-24-FF-7C-50-10\.name=backup a<&>)")))
+    EXPECT_TRUE(std::regex_search(
+        GlobalFile(),
+        std::regex(R"(adapter\.wwnn\.20-00-00-24-FF-7C-50-10\.wwpn\.21-00-00-24-FF-7C-50-10\.name=backup a<&>)")))
         << GlobalFile();
 
     const json doc = Json({"-pa", kPort0});
@@ -110,7 +111,8 @@ TEST_F(TarncliAliasTest, AnAliasNamesTheHbaOfEveryCommand) {
 
     // An adapter alias names every port of the card.
     std::set<std::string> wwpns;
-    for (const nlohmann::json listed = Json({"-i", "main-card"}); const json &p : listed.at("ports")) wwpns.insert(p.at("wwpn"));
+    for (const nlohmann::json listed = Json({"-i", "main-card"}); const json &p : listed.at("ports"))
+        wwpns.insert(p.at("wwpn"));
     EXPECT_EQ(wwpns, (std::set<std::string>{kPort0, kPort1, "21:04:00:24:ff:7c:50:10"}));
     // A port alias wins over an adapter alias of the same name.
     ASSERT_EQ(Tarn({"-pa", kPort0, "set", "main-card"}).status, 0);
@@ -162,7 +164,7 @@ TEST_F(TarncliAliasTest, KilledWhileRewritingLeavesAWholeFile) {
             check(local, run);
         });
     // How the kills fell (for the record; the delays vary with the machine).
-    std::printf("%d of 200 killed runs had written both files\n", finished);
+    std::printf("%d of %d killed runs had written both files\n", finished, vttest::LoopRuns(200));
 }
 
 }  // namespace

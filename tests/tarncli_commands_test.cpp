@@ -53,7 +53,8 @@ TEST(CommandTable, WordsAreUniqueAndFoundInEitherSpelling) {
         }
     }
     // Switches are not commands.
-    for (const char *s : {"-x", "-x2", "-j", "-s", "-o", "-f", "-", "x"}) EXPECT_EQ(vt::cli::FindCommand(s), nullptr) << s;
+    for (const char *s : {"-x", "-x2", "-j", "-s", "-o", "-f", "-", "x"})
+        EXPECT_EQ(vt::cli::FindCommand(s), nullptr) << s;
 }
 
 TEST(CommandTable, ManPageDescribesTheTable) {

@@ -91,7 +91,7 @@ protected:
     std::vector<std::string> env_;
 };
 
-// `runs` times: starts tarncli with the arguments of the run, kills it with
+// LoopRuns(runs) times: starts tarncli with the arguments of the run, kills it with
 // SIGKILL after a varied delay (from at once to a little longer than a whole
 // run takes), and calls check(run) on what it left.
 inline void KillTarncliWhileWriting(int runs, const std::function<std::vector<std::string>(int)> &args,
@@ -105,6 +105,7 @@ inline void KillTarncliWhileWriting(int runs, const std::function<std::vector<st
     std::mt19937 random(20261123);
     std::uniform_int_distribution<long> delayUs(0, long(whole.count() * 5 / 4) + 1);
     const int devnull = ::open("/dev/null", O_WRONLY | O_CLOEXEC);
+    runs = LoopRuns(runs);
     for (int run = 0; run < runs && !::testing::Test::HasFatalFailure(); ++run) {
         std::vector<std::string> argv = args(run);
         argv.insert(argv.begin(), BuildPath("bin/tarncli"));

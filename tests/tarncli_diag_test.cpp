@@ -132,11 +132,11 @@ void TarncliDiag::Check(const Outcome &o) {
     const RunResult t = Kl(args);
     EXPECT_EQ(t.status, o.exit);
     TakeSleeps();
-    const std::regex row("\n +0  " + std::string(kPort0) + "  " + o.testStatus + " +" + std::to_string(o.runs) +
-                         " +" + std::to_string(o.failed) + " +" + std::to_string(o.iterations) + " +no\n");
+    const std::regex row("\n +0  " + std::string(kPort0) + "  " + o.testStatus + " +" + std::to_string(o.runs) + " +" +
+                         std::to_string(o.failed) + " +" + std::to_string(o.iterations) + " +no\n");
     EXPECT_TRUE(std::regex_search(t.out, row)) << t.out;
-    EXPECT_NE(t.out.find("      Errors: CRC " + std::to_string(o.crc) + ", disparity " +
-                         std::to_string(o.disparity) + ", frame length " + std::to_string(o.frameLength) + "\n"),
+    EXPECT_NE(t.out.find("      Errors: CRC " + std::to_string(o.crc) + ", disparity " + std::to_string(o.disparity) +
+                         ", frame length " + std::to_string(o.frameLength) + "\n"),
               std::string::npos)
         << t.out;
     if (o.text[0] != '\0') {
@@ -156,7 +156,18 @@ TEST_F(TarncliDiag, LoopbackOutcomesThatEndARun) {
         {"parameter error", {"status=2"}, {"TC=3"}, 40, "Param Error", 3, 1, 3, 0, 0, 0, "", 0},
         {"loop down", {"status=3"}, {"TC=3"}, 41, "Loop Down", 3, 1, 3, 0, 0, 0, "", 0},
         // Frame errors are retried; a later pass makes the run pass.
-        {"errors, then a pass on retry", {"status=4,crc=2,disparity=1"}, {"TC=3"}, 0, "Success", 3, 0, 3, 0, 0, 0, "",
+        {"errors, then a pass on retry",
+         {"status=4,crc=2,disparity=1"},
+         {"TC=3"},
+         0,
+         "Success",
+         3,
+         0,
+         3,
+         0,
+         0,
+         0,
+         "",
          1},
         {"stop on error", {"pass*2", "status=3"}, {"TC=5", "OE=1"}, 41, "Loop Down", 3, 1, 3, 0, 0, 0, "", 0},
         {"ignore errors", {"pass*2", "status=3"}, {"TC=5", "OE=0"}, 41, "Loop Down", 5, 1, 5, 0, 0, 0, "", 0},
@@ -169,8 +180,19 @@ TEST_F(TarncliDiag, LoopbackRetriesExhausted) {
     const std::vector<Outcome> outcomes = {
         // The counts add up over the attempts, and the text keeps its
         // doubled '='.
-        {"frame errors", {"status=4,crc=1,frame=2*30"}, {"TC=2"}, 42, "Error", 2, 1, 2, 30, 0, 60,
-         "CRCError=0x001e DisparityError==0x0000 FrameLengthError=0x003c", 29},
+        {"frame errors",
+         {"status=4,crc=1,frame=2*30"},
+         {"TC=2"},
+         42,
+         "Error",
+         2,
+         1,
+         2,
+         30,
+         0,
+         60,
+         "CRCError=0x001e DisparityError==0x0000 FrameLengthError=0x003c",
+         29},
         {"busy", {"busy*30"}, {"TC=2"}, 1, "Failure", 2, 1, 2, 0, 0, 0, "SDRunDiagLoopback failed", 29},
         {"device gone", {"nodevice*30"}, {"TC=2"}, 1, "DevNotFound", 2, 1, 2, 0, 0, 0, "SDRunDiagLoopback failed", 29},
     };
@@ -224,8 +246,8 @@ TEST_F(TarncliDiag, CtrlCOnATerminalEndsATestWithoutEnd) {
 
     const std::vector<std::string> env = diagtest::ToolEnvironment({});
     const std::string tool = vttest::BuildPath("bin/tarncli");
-    std::vector<char *> argv = {const_cast<char *>(tool.c_str()), const_cast<char *>("-kl"),
-                                const_cast<char *>("all"), const_cast<char *>("TC=0"), nullptr};
+    std::vector<char *> argv = {const_cast<char *>(tool.c_str()), const_cast<char *>("-kl"), const_cast<char *>("all"),
+                                const_cast<char *>("TC=0"), nullptr};
     std::vector<char *> cenv;
     for (const auto &e : env) cenv.push_back(const_cast<char *>(e.c_str()));
     cenv.push_back(nullptr);
@@ -286,10 +308,11 @@ TEST_F(TarncliDiag, CtrlCOnATerminalEndsATestWithoutEnd) {
 
     const std::vector<std::string> log = vttest::Lines(Traces());
     int at = 0;
-    for (const char *line : {"Signal (2) caught...", "Diagnostics test is running (status=2)",
-                             "Diagnostics test stopped (status=1)", "termination_handler: g_DiagState=3",
-                             "Calling cleanup routine", "CTRL-C triggered - Cleanup() ...", "Diagnostics: stopping",
-                             "worker(s) stopped", "cleanup: g_ResourcesDeallocated = 1", "termination_handler: exit 0."}) {
+    for (const char *line :
+         {"Signal (2) caught...", "Diagnostics test is running (status=2)", "Diagnostics test stopped (status=1)",
+          "termination_handler: g_DiagState=3", "Calling cleanup routine", "CTRL-C triggered - Cleanup() ...",
+          "Diagnostics: stopping", "worker(s) stopped", "cleanup: g_ResourcesDeallocated = 1",
+          "termination_handler: exit 0."}) {
         const int found = vttest::FindLine(log, line, at);
         EXPECT_GE(found, 0) << "no \"" << line << "\" after line " << at;
         if (found >= 0) at = found;
@@ -320,8 +343,11 @@ TEST_F(TarncliDiag, ParametersAreCheckedByTheTable) {
         {"-kl", {"LT=5"}, 48, "Invalid diagnostics loopback type (5)!"},
         {"-kl", {"TC=5", "TI=5"}, 48, "Test Increment value must be less than Test Count value!"},
         {"-kl", {"XX=1"}, 60, "Invalid diagnostics option (XX)!"},
-        {"-kl", {"TC"}, 60, "Error: Invalid argument 'TC' for option -kl! Write NAME=VALUE with NAME one of DP, DS, TC, "
-                             "TI, OE or LT."},
+        {"-kl",
+         {"TC"},
+         60,
+         "Error: Invalid argument 'TC' for option -kl! Write NAME=VALUE with NAME one of DP, DS, TC, "
+         "TI, OE or LT."},
         {"-kr", {"DS=256"}, 48, "Data Size value must be 8,16,32,64 or 128 bytes!"},
         {"-kr", {"DP=CRPAT"}, 48, "Data Pattern value must be in hex!"},
         {"-kr", {"LT=0"}, 60, "Invalid diagnostics option (LT)!"},
@@ -380,10 +406,16 @@ TEST_F(TarncliDiag, LoopbackResultsInEveryForm) {
     EXPECT_NE(j.err.find("Diagnostics - Loopback Test"), std::string::npos) << "the screen goes to standard error";
 
     const std::vector<std::string> block = {
-        "\t<LoopbackTest>",         "\t\t<TestStatus>Success</TestStatus>", "\t\t<Runs>2</Runs>",
-        "\t\t<FailedRuns>0</FailedRuns>", "\t\t<Iterations>2</Iterations>", "\t\t<Stopped>0</Stopped>",
-        "\t\t<CRCError>0</CRCError>", "\t\t<DisparityError>0</DisparityError>",
-        "\t\t<FrameLengthError>0</FrameLengthError>", "\t</LoopbackTest>",
+        "\t<LoopbackTest>",
+        "\t\t<TestStatus>Success</TestStatus>",
+        "\t\t<Runs>2</Runs>",
+        "\t\t<FailedRuns>0</FailedRuns>",
+        "\t\t<Iterations>2</Iterations>",
+        "\t\t<Stopped>0</Stopped>",
+        "\t\t<CRCError>0</CRCError>",
+        "\t\t<DisparityError>0</DisparityError>",
+        "\t\t<FrameLengthError>0</FrameLengthError>",
+        "\t</LoopbackTest>",
     };
     for (const char *form : {"-x", "-x2"}) {
         SCOPED_TRACE(form);
@@ -404,7 +436,8 @@ TEST_F(TarncliDiag, LoopbackResultsInEveryForm) {
         EXPECT_EQ(vttest::FindLine(lines, "    <AppXmlVersion>2.0</AppXmlVersion>") >= 0, two);
         EXPECT_EQ(vttest::FindLine(lines, "HBAModel=\"VT2912\" HBAPort=\"0\"") >= 0, two);
         const std::vector<std::string> tail(lines.end() - 3, lines.end());
-        EXPECT_EQ(tail, (std::vector<std::string>{"    <Status> 0 </Status>", "    <Reboot> 0 </Reboot>", "</Vantor>"}));
+        EXPECT_EQ(tail,
+                  (std::vector<std::string>{"    <Status> 0 </Status>", "    <Reboot> 0 </Reboot>", "</Vantor>"}));
     }
     // A failed test closes its document with its status and message.
     Script({"status=3"});

@@ -118,7 +118,8 @@ inline vttest::RunResult TarnWithKeys(const std::vector<std::string> &args, cons
 }
 
 inline vttest::RunResult Tarn(std::vector<std::string> args, const std::vector<std::string> &extraEnv) {
-    return TarnWithKeys(args, extraEnv, [](const std::string &) { return true; }, "");
+    return TarnWithKeys(
+        args, extraEnv, [](const std::string &) { return true; }, "");
 }
 
 inline size_t Count(const std::string &text, const std::string &what) {

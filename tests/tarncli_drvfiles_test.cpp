@@ -26,7 +26,7 @@ using nlohmann::json;
 using vttest::RunResult;
 
 constexpr const char kPort0[] = "21:00:00:24:ff:7c:50:10";
-constexpr const char kDisks[] = "50:0a:09:81:00:00:a1:00";  // behind port 0, LUNs up to 300
+constexpr const char kDisks[] = "50:0a:09:81:00:00:a1:00";    // behind port 0, LUNs up to 300
 constexpr const char kOldPort[] = "21:00:00:1b:32:53:80:30";  // its driver takes no LUN masks
 constexpr const char kOptionFile[] = "/etc/modprobe.conf";
 constexpr const char kDriverFile[] = "/etc/vtfc.conf";
@@ -75,7 +75,8 @@ TEST_F(TarncliDrvfilesTest, OptionLineShownAndChanged) {
     // "name=" removes a parameter; bad words change nothing.
     ASSERT_EQ(Tarn({"-fs", kPort0, "queue_depth="}).status, 0);
     EXPECT_EQ(Read(kOptionFile), before + "options vtfc login_retry=8\n");
-    for (const char *bad : {"queue_depth", "a b=1", "x=1#2", "=3"}) EXPECT_EQ(Tarn({"-fs", kPort0, bad}).status, 48) << bad;
+    for (const char *bad : {"queue_depth", "a b=1", "x=1#2", "=3"})
+        EXPECT_EQ(Tarn({"-fs", kPort0, bad}).status, 48) << bad;
     EXPECT_EQ(Tarn({"-fs", kPort0}).status, 48);
     EXPECT_EQ(Read(kOptionFile), before + "options vtfc login_retry=8\n");
 }
@@ -102,9 +103,9 @@ TEST_F(TarncliDrvfilesTest, PersistentBindingsInEveryForm) {
     // The text rows hold the same bindings.
     const RunResult text = Tarn({"-p", kPort0});
     for (const json &b : bindings) {
-        const std::string row = std::to_string(b.at("target_id").get<int>()) + R"( +0  )" + b.at("wwpn").get<std::string>() +
-                                "  " + b.at("wwnn").get<std::string>() + "  " + b.at("port_id").get<std::string>() +
-                                " +" + b.at("status").get<std::string>();
+        const std::string row = std::to_string(b.at("target_id").get<int>()) + R"( +0  )" +
+                                b.at("wwpn").get<std::string>() + "  " + b.at("wwnn").get<std::string>() + "  " +
+                                b.at("port_id").get<std::string>() + " +" + b.at("status").get<std::string>();
         EXPECT_TRUE(std::regex_search(text.out, std::regex(row))) << row << "\n" << text.out;
     }
 
@@ -158,7 +159,8 @@ TEST_F(TarncliDrvfilesTest, LunSelectionAboveLun255) {
     }
 
     ASSERT_EQ(Tarn({"-m", kPort0, kDisks, "enable", "all"}).status, 0);
-    for (const nlohmann::json listed = Json({"-m", kPort0, kDisks}); const json &l : listed.at("ports").at(0).at("targets").at(0).at("luns"))
+    for (const nlohmann::json listed = Json({"-m", kPort0, kDisks});
+         const json &l : listed.at("ports").at(0).at("targets").at(0).at("luns"))
         EXPECT_EQ(l.at("selected"), "Yes") << l;
 
     // A driver without LUN masks; bad arguments.
@@ -200,9 +202,10 @@ TEST(BindingEmitters, FormatTwoAndTheOneBindingBlock) {
     std::memcpy(device.DeviceNodeProperty.Model, "VT2912", 6);
     gPrinted.clear();
     XML_3_EmitJustOneHBATargetPersistBinding(&device, &b, TARN_BINDING_OFFLINE);
-    EXPECT_TRUE(std::regex_match(gPrinted, std::regex("\t<HBA>\n\t<HBA Instance=\"3\" HBAModel=\"VT2912\" HBAPort=\"-?\\d+\" "
-                                                      "WWNN=\"00(:00){7}\" WWPN=\"00(:00){7}\" />\n"
-                                                      "(.|\n)*\t</HBA>\n")))
+    EXPECT_TRUE(
+        std::regex_match(gPrinted, std::regex("\t<HBA>\n\t<HBA Instance=\"3\" HBAModel=\"VT2912\" HBAPort=\"-?\\d+\" "
+                                              "WWNN=\"00(:00){7}\" WWPN=\"00(:00){7}\" />\n"
+                                              "(.|\n)*\t</HBA>\n")))
         << gPrinted;
     EXPECT_NE(gPrinted.find(body), std::string::npos) << gPrinted;
 }
@@ -229,7 +232,7 @@ TEST_F(TarncliDrvfilesTest, KilledWhileRewritingLeavesAWholeOptionFile) {
             if (now.find("p=v" + std::to_string(run + 1) + "\n") != std::string::npos) ++finished;
         });
     // How the kills fell (for the record; the delays vary with the machine).
-    std::printf("%d of 200 killed runs had written their line\n", finished);
+    std::printf("%d of %d killed runs had written their line\n", finished, vttest::LoopRuns(200));
 }
 
 }  // namespace

@@ -161,8 +161,7 @@ protected:
             std::string all;
             for (const SDOptionRomRegion &r : regions) {
                 std::vector<char> bytes(r.Size);
-                if (SDGetOptionRomEx(handle, bytes.data(), uint32_t(bytes.size()), r.Region, 0) != SDERR_NONE)
-                    _exit(2);
+                if (SDGetOptionRomEx(handle, bytes.data(), uint32_t(bytes.size()), r.Region, 0) != SDERR_NONE) _exit(2);
                 all += std::to_string(r.Region) + ":" + std::string(bytes.begin(), bytes.end());
             }
             vttest::WriteFile(file, all);
@@ -199,8 +198,8 @@ TEST_F(TarncliFlash, UpdatesThe64GbCardKeepingItsVpd) {
     EXPECT_EQ(Field(r.out, "Image File"), image_);
     EXPECT_EQ(Field(r.out, "Serial Number"), kKiteSerial);
     EXPECT_EQ(Field(r.out, "Image Version"), "03.04.05");
-    EXPECT_NE(r.out.find(std::string("serial ") + kKiteSerial + ": flash updated; reboot required."),
-              std::string::npos) << r.out;
+    EXPECT_NE(r.out.find(std::string("serial ") + kKiteSerial + ": flash updated; reboot required."), std::string::npos)
+        << r.out;
     EXPECT_EQ(r.err, "") << "no question with -y";
 
     // A new process sees the new versions and the reboot-required state.
@@ -222,7 +221,8 @@ TEST_F(TarncliFlash, UpdatesThe64GbCardKeepingItsVpd) {
     EXPECT_EQ(updated.vpd, card.vpd);
 
     // The card no longer shows reboot-required once it restarted.
-    const RunResult restart = vttest::Run({vttest::BuildPath("bin/vtsdm-sim"), "flash", std::to_string(kite_), "restart"});
+    const RunResult restart =
+        vttest::Run({vttest::BuildPath("bin/vtsdm-sim"), "flash", std::to_string(kite_), "restart"});
     ASSERT_EQ(restart.status, 0) << restart.err;
     EXPECT_EQ(Info(kite_).at("reboot_required"), "No");
 }
@@ -312,9 +312,10 @@ TEST_F(TarncliFlash, XmlFormatsCarryThePlanAndTheReboot) {
     EXPECT_EQ(x1[size_t(fw) + 2], "\t\t\t<CurrentVersion>9.12.01</CurrentVersion>");
     EXPECT_EQ(x1[size_t(fw) + 3], "\t\t\t<NewVersion>9.20.05</NewVersion>");
     const std::vector<std::string> tail1(x1.end() - 5, x1.end());
-    EXPECT_EQ(tail1, (std::vector<std::string>{"     </HBA> ", "    <Status> 66 </Status>",
-                                               "    <ErrorMsg> Flash update cancelled; nothing was written. </ErrorMsg>",
-                                               "    <Reboot> 0 </Reboot>", "</Vantor>"}));
+    EXPECT_EQ(tail1,
+              (std::vector<std::string>{"     </HBA> ", "    <Status> 66 </Status>",
+                                        "    <ErrorMsg> Flash update cancelled; nothing was written. </ErrorMsg>",
+                                        "    <Reboot> 0 </Reboot>", "</Vantor>"}));
 
     const RunResult written = Tarn({"-x2", "-b", hba, image_, "-y"});
     ASSERT_EQ(written.status, 0) << written.out << written.err;
@@ -330,9 +331,9 @@ TEST_F(TarncliFlash, XmlFormatsCarryThePlanAndTheReboot) {
 // A single boot-code file replaces the boot code only.
 TEST_F(TarncliFlash, BootCodeFile) {
     const std::string hba = std::to_string(kite_);
-    const std::vector<uint8_t> boot = img::BuildRomChain(
-        {{0, {3, 71, 0}, 0, img::kVendorId, kKiteCard.deviceId, "2910", {}},
-         {3, {7, 41, 0}, 0, img::kVendorId, kKiteCard.deviceId, "", {}}});
+    const std::vector<uint8_t> boot =
+        img::BuildRomChain({{0, {3, 71, 0}, 0, img::kVendorId, kKiteCard.deviceId, "2910", {}},
+                            {3, {7, 41, 0}, 0, img::kVendorId, kKiteCard.deviceId, "", {}}});
     const std::string bootFile = sysroot_.path("/tmp/boot.bin");
     vttest::WriteFile(bootFile, std::string(boot.begin(), boot.end()));
     const RunResult r = Tarn({"-j", "-b", hba, bootFile, "-y"});
@@ -400,8 +401,8 @@ TEST_F(TarncliFlash, RefusalsLeaveTheFlashAsItWas) {
 
 // A write the flash refuses: the card keeps its image and no reboot is due.
 TEST_F(TarncliFlash, FailedWriteKeepsTheImage) {
-    const RunResult fault = vttest::Run(
-        {vttest::BuildPath("bin/vtsdm-sim"), "flash", std::to_string(kite_), "fault", "write", "1"});
+    const RunResult fault =
+        vttest::Run({vttest::BuildPath("bin/vtsdm-sim"), "flash", std::to_string(kite_), "fault", "write", "1"});
     ASSERT_EQ(fault.status, 0) << fault.err;
     const RunResult r = Tarn({"-b", std::to_string(kite_), image_, "-y"});
     EXPECT_EQ(r.status, 6);
@@ -452,8 +453,7 @@ TEST_F(TarncliFlash, OneCardOfSeveralFails) {
     ASSERT_EQ(g.status, 0) << g.err;
     std::map<std::string, int> firstPort;  // by serial
     const json ports = json::parse(g.out).at("ports");
-    for (const json &p : ports)
-        firstPort.emplace(p.at("serial").get<std::string>(), p.at("instance").get<int>());
+    for (const json &p : ports) firstPort.emplace(p.at("serial").get<std::string>(), p.at("instance").get<int>());
     ASSERT_EQ(firstPort.size(), 2u) << g.out;
     const auto [firstSerial, first] = *firstPort.begin();
     const auto [secondSerial, second] = *std::next(firstPort.begin());

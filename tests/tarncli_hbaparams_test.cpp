@@ -99,9 +99,10 @@ protected:
         }
         // Text: the same number of rows, and each value the number stands for.
         EXPECT_GE(fields.size(), params.size());
-        const std::map<std::string, std::string> labels = {
-            {"Login Retry Count", "LoginRetryCount"}, {"Execution Throttle", "ExecutionThrottle"},
-            {"Port Down Retry Count", "PortDownRetryCount"}, {"Frame Size", "FrameSize"}};
+        const std::map<std::string, std::string> labels = {{"Login Retry Count", "LoginRetryCount"},
+                                                           {"Execution Throttle", "ExecutionThrottle"},
+                                                           {"Port Down Retry Count", "PortDownRetryCount"},
+                                                           {"Frame Size", "FrameSize"}};
         for (const auto &[label, key] : labels) {
             EXPECT_EQ(fields.at(label), std::to_string(params.at(key).get<int>())) << label;
         }
@@ -121,7 +122,8 @@ protected:
     static bool ChecksumOk(const std::vector<uint8_t> &img) {
         uint32_t sum = 0;
         for (size_t i = 0; i < 512; i += 4)
-            sum += uint32_t(img[i]) | uint32_t(img[i + 1]) << 8 | uint32_t(img[i + 2]) << 16 | uint32_t(img[i + 3]) << 24;
+            sum +=
+                uint32_t(img[i]) | uint32_t(img[i + 1]) << 8 | uint32_t(img[i + 2]) << 16 | uint32_t(img[i + 3]) << 24;
         return sum == 0;
     }
 
@@ -155,7 +157,8 @@ TEST_F(TarncliParamsTest, ChangeByNameAndAliasShowsInTheNextProcessInEveryForm) 
     EXPECT_FALSE(doc.contains("reboot_required"));
     r = Tarn({"-x2", "-n", kPort, "LR", "19"});
     EXPECT_EQ(r.status, 0);
-    EXPECT_NE(r.out.find("    <Status> 0 </Status>\n    <Reboot> 0 </Reboot>\n</Vantor>\n"), std::string::npos) << r.out;
+    EXPECT_NE(r.out.find("    <Status> 0 </Status>\n    <Reboot> 0 </Reboot>\n</Vantor>\n"), std::string::npos)
+        << r.out;
     EXPECT_EQ(Json({"-c", kPort}).at("ports").at(0).at("parameters").at("LoginRetryCount"), 19);
 }
 
@@ -168,7 +171,8 @@ TEST_F(TarncliParamsTest, RebootNeedingChangeSaysSoAndStillSucceeds) {
         << r.out;
     r = Tarn({"-x", "-n", kPort, "DataRate", "2"});
     EXPECT_EQ(r.status, 0);
-    EXPECT_NE(r.out.find("    <Status> 0 </Status>\n    <Reboot> 1 </Reboot>\n</Vantor>\n"), std::string::npos) << r.out;
+    EXPECT_NE(r.out.find("    <Status> 0 </Status>\n    <Reboot> 1 </Reboot>\n</Vantor>\n"), std::string::npos)
+        << r.out;
     const json doc = Json({"-n", kPort, "DR", "5"});
     EXPECT_EQ(doc.at("reboot_required"), true);
     EXPECT_EQ(doc.at("ports").at(0).at("wwpn"), kPort);
@@ -208,14 +212,16 @@ TEST_F(TarncliParamsTest, RefusalsKeepStatusAndMessageAndWriteNothing) {
         args.insert(args.end(), c.args.begin(), c.args.end());
         const RunResult text = Tarn(args);
         EXPECT_EQ(text.status, c.status) << c.args[0] << "\n" << text.out << text.err;
-        EXPECT_NE((text.out + text.err).find(c.message), std::string::npos) << c.message << "\n" << text.out << text.err;
+        EXPECT_NE((text.out + text.err).find(c.message), std::string::npos) << c.message << "\n"
+                                                                            << text.out << text.err;
         const json doc = Json(args, c.status);
         EXPECT_EQ(doc.value("status", -1), c.status);
         EXPECT_NE(doc.value("error", std::string()).find(c.message), std::string::npos) << doc.dump();
         args.insert(args.begin(), "-x");
         const RunResult xml = Tarn(args);
         EXPECT_EQ(xml.status, c.status);
-        EXPECT_NE(xml.out.find("    <Status> " + std::to_string(c.status) + " </Status>"), std::string::npos) << xml.out;
+        EXPECT_NE(xml.out.find("    <Status> " + std::to_string(c.status) + " </Status>"), std::string::npos)
+            << xml.out;
         EXPECT_NE(xml.out.find("    <ErrorMsg> "), std::string::npos);
     }
     EXPECT_EQ(Nvram(), image);
@@ -409,15 +415,17 @@ TEST_F(TarncliParamsTest, LinuxBackendRefusesNvramAndFlashCommandsClearly) {
     vttest::WriteFile(sysroot_.path("/tmp/image.bin"), std::string(4096, 'x'));
     const std::string tarncli = vttest::BuildPath("bin/tarncli");
     const std::vector<std::string> env = {"VTSDM_BACKEND=linux"};
-    const std::vector<std::vector<std::string>> commands = {
-        {"-c", "0"}, {"-n", "0", "DR", "2"}, {"-n", "0", "save", sysroot_.path("/tmp/p.nvram")}, {"-e", "0"},
-        {"-b", "0", sysroot_.path("/tmp/image.bin"), "-y"}};
+    const std::vector<std::vector<std::string>> commands = {{"-c", "0"},
+                                                            {"-n", "0", "DR", "2"},
+                                                            {"-n", "0", "save", sysroot_.path("/tmp/p.nvram")},
+                                                            {"-e", "0"},
+                                                            {"-b", "0", sysroot_.path("/tmp/image.bin"), "-y"}};
     for (std::vector<std::string> args : commands) {
         args.insert(args.begin(), tarncli);
         RunResult r = vttest::Run(args, env);
         EXPECT_EQ(r.status, 61) << args[1] << "\n" << r.out << r.err;
-        EXPECT_NE((r.out + r.err).find("Not supported on this adapter's driver."), std::string::npos)
-            << args[1] << "\n" << r.out << r.err;
+        EXPECT_NE((r.out + r.err).find("Not supported on this adapter's driver."), std::string::npos) << args[1] << "\n"
+                                                                                                      << r.out << r.err;
         args.insert(args.begin() + 1, "-j");
         r = vttest::Run(args, env);
         EXPECT_EQ(r.status, 61) << r.out;
@@ -447,7 +455,8 @@ TEST_F(TarncliParamsTest, NVMeBootDriveAddRefuseAndRemove) {
         const RunResult xml = Tarn({form, "-e", kPort});
         EXPECT_NE(xml.out.find("\t<NVMeBootDevice Drive=\"1\" WWPN=\"" + nvmeTarget + "\" NamespaceID=\"2\""),
                   std::string::npos)
-            << form << "\n" << xml.out;
+            << form << "\n"
+            << xml.out;
     }
 
     struct Refusal {
@@ -491,10 +500,10 @@ TEST_F(TarncliParamsTest, KilledModifyNeverLeavesABadChecksum) {
     int changed = 0, killed = 0;
     std::vector<uint8_t> last = Nvram();
     ASSERT_TRUE(ChecksumOk(last));
-    for (int run = 0; run < 200; ++run) {
-        vttest::ChildGuard child = vttest::Spawn(
-            {vttest::BuildPath("bin/tarncli"), "-s", "-n", kPort, "LR", std::to_string(run % 250), "ET",
-             std::to_string(run + 1)});
+    const int runs = vttest::LoopRuns(200);
+    for (int run = 0; run < runs; ++run) {
+        vttest::ChildGuard child = vttest::Spawn({vttest::BuildPath("bin/tarncli"), "-s", "-n", kPort, "LR",
+                                                  std::to_string(run % 250), "ET", std::to_string(run + 1)});
         std::this_thread::sleep_for(std::chrono::microseconds(delayUs(random)));
         const int status = child.Kill();
         killed += WIFSIGNALED(status) && WTERMSIG(status) == SIGKILL;
@@ -506,8 +515,8 @@ TEST_F(TarncliParamsTest, KilledModifyNeverLeavesABadChecksum) {
     // Both kinds of run happened: killed on the way, and finished.  (How
     // many of each depends on how the first run's length compares with the
     // others on a loaded machine.)
-    EXPECT_GT(changed, 5);
-    EXPECT_GT(killed, 5);
+    EXPECT_GT(changed, runs / 40);
+    EXPECT_GT(killed, runs / 40);
 }
 
 }  // namespace

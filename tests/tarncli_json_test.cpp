@@ -42,8 +42,7 @@ std::map<std::string, std::string> Fields(const std::vector<std::string> &lines)
         if (colon == std::string::npos) {
             if (!last.empty() && line.rfind("       ", 0) == 0 && line.find_first_not_of(' ') != std::string::npos)
                 fields[last] += " " + line.substr(line.find_first_not_of(' '));
-            else
-                last.clear();
+            else last.clear();
             continue;
         }
         std::string label = line.substr(0, colon);
@@ -105,9 +104,8 @@ protected:
         EXPECT_EQ(f.at("OS Type"), host.at("os_type"));
         EXPECT_EQ(f.at("OS Version"), host.at("os_version"));
         EXPECT_EQ(f.at("Device Library"), host.at("device_library"));
-        EXPECT_EQ(f.at("Device Backend"),
-                  host.at("device_backend").get<std::string>() + " (" +
-                      host.at("device_backend_description").get<std::string>() + ")");
+        EXPECT_EQ(f.at("Device Backend"), host.at("device_backend").get<std::string>() + " (" +
+                                              host.at("device_backend_description").get<std::string>() + ")");
         EXPECT_EQ(f.at("HBAs"), std::to_string(host.at("hbas").get<int>()) + " (" +
                                     std::to_string(host.at("fc_ports").get<int>()) + " FC ports, " +
                                     std::to_string(host.at("virtual_ports").get<int>()) + " virtual port)");
@@ -215,7 +213,8 @@ TEST_F(TarncliJsonTest, InfoAndVpdMatchTheirText) {
     std::string speeds;
     for (const json &s : g.at("supported_speeds_gbps")) speeds += (speeds.empty() ? "" : ", ") + s.dump();
     EXPECT_EQ(f.at("Supported Speeds"), speeds + " Gb/s");
-    EXPECT_EQ(f.at("Driver Version"), g.at("driver_name").get<std::string>() + " " + g.at("driver_version").get<std::string>());
+    EXPECT_EQ(f.at("Driver Version"),
+              g.at("driver_name").get<std::string>() + " " + g.at("driver_version").get<std::string>());
     EXPECT_EQ(f.at("Firmware Version"), g.at("firmware_version"));
     EXPECT_EQ(f.at("BIOS / FCode / EFI"), g.at("bios_version").get<std::string>() + " / " +
                                               g.at("fcode_version").get<std::string>() + " / " +
@@ -283,8 +282,8 @@ TEST_F(TarncliJsonTest, TargetsAndLunsMatchTheirText) {
         size_t line = 2, lunsSeen = 0;
         for (const json &t : targets) {
             ASSERT_LT(line, text.size());
-            const std::string heading = "Target " + t.at("wwpn").get<std::string>() + "  Port ID " +
-                                        t.at("port_id").get<std::string>();
+            const std::string heading =
+                "Target " + t.at("wwpn").get<std::string>() + "  Port ID " + t.at("port_id").get<std::string>();
             const std::string product = t.value("product", "");
             EXPECT_EQ(text[line], product.empty() ? heading : heading + "  " + product);
             ++line;

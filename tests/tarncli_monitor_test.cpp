@@ -94,7 +94,8 @@ TEST_F(TarncliMonitor, StatisticsOverTwoPollsShowTheTrafficRate) {
     const std::string labels = "{hba=\"0\",wwpn=\"" + std::string(kPort0) + "\"}";
     EXPECT_NE(metrics.find("# HELP vt_fc_port_io_per_second I/O requests per second since the previous poll.\n"
                            "# TYPE vt_fc_port_io_per_second gauge\n"
-                           "vt_fc_port_io_per_second" + labels + " 1000\n"),
+                           "vt_fc_port_io_per_second" +
+                           labels + " 1000\n"),
               std::string::npos)
         << metrics;
     EXPECT_NE(metrics.find("# TYPE vt_fc_port_io_total counter\nvt_fc_port_io_total" + labels + " " +
@@ -127,9 +128,9 @@ TEST_F(TarncliMonitor, StatisticsInEveryFormAndTheDeviceFilter) {
         const RunResult x = Run({form, "-gs", "0", "AP=1"});
         EXPECT_EQ(x.status, 0);
         EXPECT_TRUE(diagtest::WellFormedXml(root_, x.out)) << x.out;
-        EXPECT_NE(x.out.find("\t<Statistics>\n\t\t<Errors>" + std::to_string(p["errors"].get<uint64_t>()) +
-                             "</Errors>\n"),
-                  std::string::npos)
+        EXPECT_NE(
+            x.out.find("\t<Statistics>\n\t\t<Errors>" + std::to_string(p["errors"].get<uint64_t>()) + "</Errors>\n"),
+            std::string::npos)
             << x.out;
         EXPECT_NE(x.out.find("\t\t<TimeStamp>" + Stamp(kStart) + "</TimeStamp>\n\t</Statistics>\n"), std::string::npos);
     }
@@ -154,8 +155,9 @@ TEST_F(TarncliMonitor, ParametersAndEnter) {
         {"-gs", "ZZ=1", 60, "Invalid polling option (ZZ)!"},
         {"-ls", "DF=1", 60, "Invalid polling option (DF)!"},
         {"-ls", "PF=", 48, "Error: PromFile needs a file name!"},
-        {"-ls", "AP", 60, "Error: Invalid argument 'AP' for option -ls! Write NAME=VALUE with NAME one of AP, SR, LF "
-                          "or PF."},
+        {"-ls", "AP", 60,
+         "Error: Invalid argument 'AP' for option -ls! Write NAME=VALUE with NAME one of AP, SR, LF "
+         "or PF."},
     };
     for (const auto &c : refused) {
         SCOPED_TRACE(std::string(c.option) + " " + c.arg);
@@ -202,8 +204,8 @@ TEST_F(TarncliMonitor, LinkStatusCsvHoldsOnlyThePortAndShowsTheTotals) {
 
     // The port's line only, its counters in the screen's order: invalid
     // CRC before the protocol and transmission word errors.
-    EXPECT_EQ(vttest::ReadFile(csv), Stamp(kStart) + "," + kPort0 + "," + n("link_failures") + "," +
-                                         n("loss_of_sync") + "," + n("loss_of_signal") + "," + n("invalid_crc") + "," +
+    EXPECT_EQ(vttest::ReadFile(csv), Stamp(kStart) + "," + kPort0 + "," + n("link_failures") + "," + n("loss_of_sync") +
+                                         "," + n("loss_of_signal") + "," + n("invalid_crc") + "," +
                                          n("primitive_seq_protocol_errors") + "," + n("invalid_transmission_words") +
                                          "\n");
     const std::string targets = vttest::ReadFile(Path("link_targets.csv"));
@@ -218,8 +220,8 @@ TEST_F(TarncliMonitor, LinkStatusCsvHoldsOnlyThePortAndShowsTheTotals) {
     EXPECT_TRUE(skipped) << r.out;
 
     const std::string metrics = vttest::ReadFile(prom);
-    EXPECT_NE(metrics.find("vt_fc_link_invalid_crc_total{hba=\"0\",wwpn=\"" + std::string(kPort0) +
-                           "\",port_name=\"" + kPort0 + "\",port_type=\"Port\"} " + n("invalid_crc") + "\n"),
+    EXPECT_NE(metrics.find("vt_fc_link_invalid_crc_total{hba=\"0\",wwpn=\"" + std::string(kPort0) + "\",port_name=\"" +
+                           kPort0 + "\",port_type=\"Port\"} " + n("invalid_crc") + "\n"),
               std::string::npos)
         << metrics;
     EXPECT_NE(metrics.find("# TYPE vt_fc_link_status_ok gauge\n"), std::string::npos);
@@ -229,13 +231,12 @@ TEST_F(TarncliMonitor, LinkStatusCsvHoldsOnlyThePortAndShowsTheTotals) {
     const RunResult text = Run({"-ls", "0", "AP=1"});
     ASSERT_NE(text.out.find("Link Status (totals)"), std::string::npos) << text.out;
     const std::string report = text.out.substr(text.out.find("Link Status (totals)"));
-    EXPECT_TRUE(std::regex_search(report, std::regex(std::string("\n") + kPort0 + " +" + n("link_failures") + " +" +
-                                                       n("loss_of_sync") + " +" + n("loss_of_signal") + " +" +
-                                                       n("invalid_crc") + " +" + n("primitive_seq_protocol_errors") +
-                                                       " +" + n("invalid_transmission_words") + "\n")))
+    EXPECT_TRUE(std::regex_search(
+        report, std::regex(std::string("\n") + kPort0 + " +" + n("link_failures") + " +" + n("loss_of_sync") + " +" +
+                           n("loss_of_signal") + " +" + n("invalid_crc") + " +" + n("primitive_seq_protocol_errors") +
+                           " +" + n("invalid_transmission_words") + "\n")))
         << text.out;
-    for (const auto &line : vttest::Lines(report))
-        EXPECT_LE(line.size(), 79u) << line;
+    for (const auto &line : vttest::Lines(report)) EXPECT_LE(line.size(), 79u) << line;
     for (const char *form : {"-x", "-x2"}) {
         const RunResult x = Run({form, "-ls", "0", "AP=1"});
         EXPECT_EQ(x.status, 0);

@@ -48,10 +48,13 @@ protected:
         t.c_lflag &= ~static_cast<tcflag_t>(ECHO);
         t.c_cc[VMIN] = 3;
         ASSERT_EQ(tcsetattr(slave_, TCSANOW, &t), 0);
-        // VTTEST_SIGNAL_HOST (a path under the source tree) chooses a
-        // smaller host where the tool runs slowly.
+        // VTTEST_SIGNAL_HOST (a path under the source tree) chooses the
+        // host; where loops are cut short (vttest::LoopRuns, the sanitizer
+        // build) the tool runs slowly and a smaller host is the default.
         const char *host = std::getenv("VTTEST_SIGNAL_HOST");
-        host_ = "VTSDM_HOST=" + vttest::SourcePath(host != nullptr ? host : "data/hosts/large_31x256x256.json");
+        const char *fallback =
+            vttest::LoopRuns(100) < 100 ? "data/hosts/fc_4x64x16.json" : "data/hosts/large_31x256x256.json";
+        host_ = "VTSDM_HOST=" + vttest::SourcePath(host != nullptr ? host : fallback);
     }
     void TearDown() override {
         close(master_);
@@ -61,9 +64,9 @@ protected:
     // Writes the reference file; with `trace` every line of the command-line
     // core goes to a trace file under /var/tmp.
     void Reference(bool trace) {
-        vttest::WriteFile(sysroot_.path("/opt/Vantor_Corporation/PallwickCLI/tgcli.properties"),
-                          trace ? "node.app.messages.trace.enable=1\nnode.app.messages.trace.file=/var/tmp/sig.log\n"
-                                : "");
+        vttest::WriteFile(
+            sysroot_.path("/opt/Vantor_Corporation/PallwickCLI/tgcli.properties"),
+            trace ? "node.app.messages.trace.enable=1\nnode.app.messages.trace.file=/var/tmp/sig.log\n" : "");
     }
 
     // Starts `tarncli -l all` on the large host with the pseudo-terminal as
@@ -127,10 +130,10 @@ TEST_F(SignalTest, RandomSignalsDuringALargeReportEndTheToolCleanly) {
     std::uniform_int_distribution<long> early(0, std::min<long>(span.count(), 1500000));
     const int signals[] = {SIGINT, SIGTERM, SIGHUP};
     int handled = 0;
-    // VTTEST_SIGNAL_RUNS lowers the count where the tool runs slowly (the
-    // ThreadSanitizer build).
+    // VTTEST_SIGNAL_RUNS sets the count where the tool runs slowly (the
+    // ThreadSanitizer build); the sanitizer build's loop share lowers it too.
     const char *runsText = std::getenv("VTTEST_SIGNAL_RUNS");
-    const int runs = runsText != nullptr ? std::atoi(runsText) : 100;
+    const int runs = runsText != nullptr ? std::atoi(runsText) : vttest::LoopRuns(100);
     for (int run = 0; run < runs; ++run) {
         // Every tenth run traces, so that the handler's lines can be counted
         // (tracing slows discovery down, so those runs are signalled there).
@@ -151,7 +154,8 @@ TEST_F(SignalTest, RandomSignalsDuringALargeReportEndTheToolCleanly) {
         // restore (0); before the handler exists the signal's default action
         // ends it; the report may also have finished first.
         EXPECT_TRUE((WIFEXITED(st) && WEXITSTATUS(st) == 0) || (WIFSIGNALED(st) && WTERMSIG(st) == signum))
-            << st << "\n" << err;
+            << st << "\n"
+            << err;
         EXPECT_EQ(err.find("Sanitizer"), std::string::npos) << err;
         EXPECT_EQ(err.find("runtime error"), std::string::npos) << err;
         EXPECT_EQ(err.find("corrupted"), std::string::npos) << err;

@@ -74,7 +74,8 @@ protected:
         // In the sanitizer build the preloaded library comes before the
         // sanitizer's runtime, which is harmless here.
         const char *asan = std::getenv("ASAN_OPTIONS");
-        env.push_back(std::string("ASAN_OPTIONS=") + (asan ? std::string(asan) + ":" : "") + "verify_asan_link_order=0");
+        env.push_back(std::string("ASAN_OPTIONS=") + (asan ? std::string(asan) + ":" : "") +
+                      "verify_asan_link_order=0");
         const int devnull = open("/dev/null", O_WRONLY | O_CLOEXEC);
         vttest::ChildGuard tool = vttest::Spawn(args, env, devnull);
         close(devnull);
@@ -106,7 +107,8 @@ TEST_F(TarncliTest, TextReportsFitTheTerminalAndShowTheHost) {
     }
     const std::string g = Tarn({"-g"}).out;
     EXPECT_NE(g.find("4 (6 FC ports, 1 virtual port)"), std::string::npos) << g;
-    EXPECT_TRUE(std::regex_search(g, std::regex(R"(\n +0  VT2912 +VTK24110A7 +0  21:00:00:24:ff:7c:50:10  Online +64 Gb/s\n)")))
+    EXPECT_TRUE(
+        std::regex_search(g, std::regex(R"(\n +0  VT2912 +VTK24110A7 +0  21:00:00:24:ff:7c:50:10  Online +64 Gb/s\n)")))
         << g;
     EXPECT_TRUE(std::regex_search(g, std::regex(R"(v1  21:04:00:24:ff:7c:50:10)"))) << g;
     EXPECT_TRUE(std::regex_search(g, std::regex(R"(21:00:00:1b:32:53:80:31  Link Down -)"))) << g;
@@ -121,13 +123,15 @@ TEST_F(TarncliTest, TextReportsFitTheTerminalAndShowTheHost) {
     EXPECT_NE(vpdOnly.find("Vital Product Data"), std::string::npos);
 
     const std::string t = Tarn({"-t", "21:00:00:24:ff:7c:50:10"}).out;
-    EXPECT_TRUE(std::regex_search(t, std::regex(R"(\n +2  20:01:00:25:b5:00:0e:00  0a:04:00  NVMe +Online +2\n)"))) << t;
+    EXPECT_TRUE(std::regex_search(t, std::regex(R"(\n +2  20:01:00:25:b5:00:0e:00  0a:04:00  NVMe +Online +2\n)")))
+        << t;
     EXPECT_TRUE(std::regex_search(t, std::regex(R"(0a:05:00  - +Offline +0\n)"))) << t;
     EXPECT_NE(t.find("50:01:10:a0:00:01:70:00  VANTOR ULTRIUM-9 SIM"), std::string::npos) << t;
     EXPECT_EQ(t.find("instance 1:"), std::string::npos) << "WWPN selection shows one port";
 
     const std::string l = Tarn({"-l", "all"}).out;
-    EXPECT_TRUE(std::regex_search(l, std::regex(R"(\n +2  Disk +ARRAY 8200 +8201 +4\.4 TB  Active   /dev/sdd\n)"))) << l;
+    EXPECT_TRUE(std::regex_search(l, std::regex(R"(\n +2  Disk +ARRAY 8200 +8201 +4\.4 TB  Active   /dev/sdd\n)")))
+        << l;
     EXPECT_TRUE(std::regex_search(l, std::regex(R"(\n +300  Disk .* 85\.9 GB  Active   /dev/sde\n)"))) << l;
     EXPECT_TRUE(std::regex_search(l, std::regex(R"(\n +0  Tape +ULTRIUM-9 SIM +Q3B1 +-  Active   /dev/st0\n)"))) << l;
     EXPECT_TRUE(std::regex_search(l, std::regex(R"(214\.7 GB  Passive  /dev/sdg\n)"))) << l;
@@ -135,7 +139,8 @@ TEST_F(TarncliTest, TextReportsFitTheTerminalAndShowTheHost) {
     EXPECT_EQ(Count(oneLun, "/dev/"), 1u) << oneLun;
 
     const std::string z = Tarn({"-z"}).out;
-    EXPECT_TRUE(std::regex_search(z, std::regex(R"(\n +2  VT2516 +21:00:00:0e:1e:6a:10:20  Online +16 +1 +8  16\.0 TB\n)")))
+    EXPECT_TRUE(
+        std::regex_search(z, std::regex(R"(\n +2  VT2516 +21:00:00:0e:1e:6a:10:20  Online +16 +1 +8  16\.0 TB\n)")))
         << z;
     // Targets and LUNs count paths; the capacity counts each LUN once.
     EXPECT_TRUE(std::regex_search(z, std::regex(R"(Total +12 +32  22\.6 TB\n)"))) << z;
@@ -177,8 +182,9 @@ TEST_F(TarncliTest, XmlFormat1OfEveryCommand) {
               std::string::npos)
         << t;
     EXPECT_EQ(t.find("<StorageType>"), std::string::npos);
-    EXPECT_NE(t.find("        <HBA Port=\"0\" WWNN=\"20:00:00:24:ff:7c:50:10\"         WWPN=\"21:00:00:24:ff:7c:50:10\" />"),
-              std::string::npos);
+    EXPECT_NE(
+        t.find("        <HBA Port=\"0\" WWNN=\"20:00:00:24:ff:7c:50:10\"         WWPN=\"21:00:00:24:ff:7c:50:10\" />"),
+        std::string::npos);
     const std::string l = Tarn({"-x", "-l", "0", "50:0a:09:81:00:00:a1:00", "2"}).out;
     EXPECT_NE(l.find("\t\t<LUN>\n\t\t\t<Number>2</Number>\n\t\t\t<Type>Disk</Type>\n\t\t\t<Vendor>VANTOR</Vendor>\n"),
               std::string::npos)
@@ -210,9 +216,10 @@ TEST_F(TarncliTest, XmlFormat2OfEveryCommand) {
         EXPECT_EQ(heads, std::string(cmd) == "-v" ? 0u : 7u);
     }
     const std::string t = Tarn({"-x2", "-t"}).out;
-    EXPECT_NE(t.find("        <HBA Instance=\"6\" HBAModel=\"VT2912\" VirtualPort=\"1\" WWNN=\"20:04:00:24:ff:7c:50:10\" "
-                     "WWPN=\"21:04:00:24:ff:7c:50:10\" />"),
-              std::string::npos)
+    EXPECT_NE(
+        t.find("        <HBA Instance=\"6\" HBAModel=\"VT2912\" VirtualPort=\"1\" WWNN=\"20:04:00:24:ff:7c:50:10\" "
+               "WWPN=\"21:04:00:24:ff:7c:50:10\" />"),
+        std::string::npos)
         << t;
     EXPECT_NE(t.find("        <HBA Instance=\"1\" HBAModel=\"VT2912\" HBAPort=\"1\" "), std::string::npos);
     EXPECT_NE(t.find("\t\t<WWPN>20:01:00:25:b5:00:0e:00</WWPN>\n\t\t<PortID>0a:04:00</PortID>\n"
@@ -228,8 +235,9 @@ TEST_F(TarncliTest, FailingCommandDocumentIsExact) {
     RunResult r = Tarn({"-x", "-t", "9"});
     EXPECT_EQ(r.status, 8);
     std::vector<std::string> expected = kFrame1;
-    expected.insert(expected.end(), {"    <Status> 8 </Status>", "    <ErrorMsg> Error: No HBA port with instance 9 found! </ErrorMsg>",
-                                     "    <Reboot> 0 </Reboot>", "</Vantor>"});
+    expected.insert(expected.end(),
+                    {"    <Status> 8 </Status>", "    <ErrorMsg> Error: No HBA port with instance 9 found! </ErrorMsg>",
+                     "    <Reboot> 0 </Reboot>", "</Vantor>"});
     EXPECT_EQ(Lines(r.out), expected);
     EXPECT_TRUE(r.err.empty());
 
@@ -246,7 +254,8 @@ TEST_F(TarncliTest, FailingCommandDocumentIsExact) {
         << r.out;
     r = Tarn({"-x", "-h"});
     EXPECT_EQ(r.status, 136);
-    EXPECT_NE(r.out.find("    <ErrorMsg> Online help is not available with XML output! </ErrorMsg>\n"), std::string::npos);
+    EXPECT_NE(r.out.find("    <ErrorMsg> Online help is not available with XML output! </ErrorMsg>\n"),
+              std::string::npos);
 }
 
 TEST_F(TarncliTest, ValuesAreNotEscaped) {
@@ -464,8 +473,9 @@ TEST_F(TarncliTest, DisabledFeatureAndInterruptedCommand) {
     r = Tarn({"-x", "-b", "0"});
     EXPECT_NE(r.out.find("    <ErrorMsg> This feature is not available or disabled! </ErrorMsg>\n"), std::string::npos);
 
-    ReferenceFile("node.hba.utility.flash.enable=1\nnode.app.messages.trace.enable=1\n"
-                  "node.app.messages.trace.file=/var/tmp/tarntrace.log\n");
+    ReferenceFile(
+        "node.hba.utility.flash.enable=1\nnode.app.messages.trace.enable=1\n"
+        "node.app.messages.trace.file=/var/tmp/tarntrace.log\n");
     r = Tarn({"-b", "0"});
     EXPECT_EQ(r.status, 48);
     EXPECT_NE(r.err.find("Error: Option -b needs an image file name!"), std::string::npos) << r.err;
@@ -484,11 +494,12 @@ TEST_F(TarncliTest, DisabledFeatureAndInterruptedCommand) {
     for (const auto &e : std::filesystem::directory_iterator(sysroot_.path("/var/tmp")))
         if (e.path().filename().string().rfind("tarntrace.", 0) == 0) trace += vttest::ReadFile(e.path());
     EXPECT_EQ(Count(trace, "CTRL-C triggered - Cleanup() ..."), 1u) << trace;
-    for (const char *line : {"Info: Signal (2) caught...", "Debug: g_signalHandlerInProgress=0",
-                             "Debug: Setting SignalHandlerInProcess to (1).", "Debug: Calling cleanup routine",
-                             "Debug: Shutting Down...", "Debug: CoreUnintialize done...", "Debug: OSSUninitialize done...",
-                             "Debug: FreeMyDeviceList done...", "Debug: cleanup: g_ResourcesDeallocated = 1",
-                             "Debug: termination_handler: exit 0.", "Debug: CmdInit completed."})
+    for (const char *line :
+         {"Info: Signal (2) caught...", "Debug: g_signalHandlerInProgress=0",
+          "Debug: Setting SignalHandlerInProcess to (1).", "Debug: Calling cleanup routine", "Debug: Shutting Down...",
+          "Debug: CoreUnintialize done...", "Debug: OSSUninitialize done...", "Debug: FreeMyDeviceList done...",
+          "Debug: cleanup: g_ResourcesDeallocated = 1", "Debug: termination_handler: exit 0.",
+          "Debug: CmdInit completed."})
         EXPECT_EQ(Count(trace, std::string(line) + "\n"), 1u) << line;
     EXPECT_EQ(Count(trace, "Diagnostics test is running"), 0u);
     EXPECT_LT(trace.find("CmdInit completed."), trace.find("Signal (2) caught..."));

@@ -12,7 +12,7 @@ namespace {
 using nlohmann::json;
 using vttest::RunResult;
 
-constexpr const char kPort0[] = "21:00:00:24:ff:7c:50:10";   // 64 Gb/s, one vPort at 40 %
+constexpr const char kPort0[] = "21:00:00:24:ff:7c:50:10";  // 64 Gb/s, one vPort at 40 %
 constexpr const char kVport1[] = "21:04:00:24:ff:7c:50:10";
 constexpr const char kFcoePort[] = "21:00:00:0e:1e:64:21:40";  // takes no vPorts
 
@@ -69,7 +69,8 @@ TEST_F(TarncliVportTest, ListMatchesInEveryForm) {
     }
     // A port without vPorts says so; "all" lists physical ports only.
     EXPECT_NE(Tarn({"-vp", kFcoePort}).out.find("Virtual ports are not supported on this port."), std::string::npos);
-    for (const nlohmann::json listed = Json({"-vp"}); const json &p : listed.at("ports")) EXPECT_NE(p.at("wwpn"), kVport1);
+    for (const nlohmann::json listed = Json({"-vp"}); const json &p : listed.at("ports"))
+        EXPECT_NE(p.at("wwpn"), kVport1);
 }
 
 TEST_F(TarncliVportTest, CreateSetQoSRebalanceAndDelete) {
@@ -121,9 +122,9 @@ TEST_F(TarncliVportTest, CreateSetQoSRebalanceAndDelete) {
     // Delete by WWPN, then again: it no longer exists.
     r = Tarn({"-vp", kPort0, "delete", created});
     ASSERT_EQ(r.status, 0) << r.err;
-    EXPECT_NE(r.out.find("Configuration changed, vPort " + created + " of HBA " + std::to_string(hba) +
-                         " has been deleted."),
-              std::string::npos)
+    EXPECT_NE(
+        r.out.find("Configuration changed, vPort " + created + " of HBA " + std::to_string(hba) + " has been deleted."),
+        std::string::npos)
         << r.out;
     r = Tarn({"-vp", kPort0, "delete", created});
     EXPECT_EQ(r.status, 8);
@@ -142,7 +143,8 @@ TEST_F(TarncliVportTest, CreateSetQoSRebalanceAndDelete) {
 
     // Delete all, in JSON: then the port has none.
     const json all = Json({"-vp", kPort0, "delete", "all"});
-    EXPECT_EQ(all.at("message"), "Configuration changed, 1 vPort(s) of HBA " + std::to_string(hba) + " - VT2912 have been deleted.");
+    EXPECT_EQ(all.at("message"),
+              "Configuration changed, 1 vPort(s) of HBA " + std::to_string(hba) + " - VT2912 have been deleted.");
     r = Tarn({"-vp", kPort0, "delete", "all"});
     EXPECT_EQ(r.status, 8);
     EXPECT_EQ(r.err, "HBA " + std::to_string(hba) + " does not have any virtual port!\n");
@@ -154,8 +156,9 @@ TEST_F(TarncliVportTest, FaultsAndLimitsGiveTheirStatuses) {
     ASSERT_EQ(Sim({"vport-fault", std::to_string(hba), "1"}), 0);
     RunResult r = Tarn({"-vp", kPort0, "create"});
     EXPECT_EQ(r.status, 66);
-    EXPECT_TRUE(std::regex_search(r.err, std::regex(R"(^Unable to create vPort 21:[0-9a-f]{2}:00:24:ff:7c:50:10 of HBA )" +
-                                                    std::to_string(hba) + R"( \(Device busy\)!)")))
+    EXPECT_TRUE(
+        std::regex_search(r.err, std::regex(R"(^Unable to create vPort 21:[0-9a-f]{2}:00:24:ff:7c:50:10 of HBA )" +
+                                            std::to_string(hba) + R"( \(Device busy\)!)")))
         << r.err;
     const json created = Json({"-vp", kPort0, "create"});
     EXPECT_EQ(created.at("ports").at(0).at("virtual_ports"), 2);

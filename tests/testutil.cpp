@@ -8,6 +8,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 
 #include <cstdlib>
@@ -23,8 +24,7 @@ namespace vttest {
 
 TempDir::TempDir() {
     std::string tmpl = std::filesystem::temp_directory_path().string() + "/vttest.XXXXXX";
-    if (mkdtemp(tmpl.data()) == nullptr)
-        throw std::runtime_error("mkdtemp failed");
+    if (mkdtemp(tmpl.data()) == nullptr) throw std::runtime_error("mkdtemp failed");
     path_ = tmpl;
 }
 
@@ -35,23 +35,18 @@ TempDir::~TempDir() {
 
 SysrootScope::SysrootScope() {
     for (const char *name : {"VTAPI_SYSROOT", "VTSDM_STATE_DIR"}) {
-        if (const char *v = std::getenv(name))
-            saved_.emplace_back(name, v);
-        else
-            unset_.emplace_back(name);
+        if (const char *v = std::getenv(name)) saved_.emplace_back(name, v);
+        else unset_.emplace_back(name);
     }
     // The directories every Linux host has.
-    for (const char *d : {"/etc", "/tmp", "/var/tmp", "/var/lib"})
-        std::filesystem::create_directories(dir_.path() + d);
+    for (const char *d : {"/etc", "/tmp", "/var/tmp", "/var/lib"}) std::filesystem::create_directories(dir_.path() + d);
     setenv("VTAPI_SYSROOT", dir_.path().c_str(), 1);
     unsetenv("VTSDM_STATE_DIR");
 }
 
 SysrootScope::~SysrootScope() {
-    for (const auto &[name, value] : saved_)
-        setenv(name.c_str(), value.c_str(), 1);
-    for (const auto &name : unset_)
-        unsetenv(name.c_str());
+    for (const auto &[name, value] : saved_) setenv(name.c_str(), value.c_str(), 1);
+    for (const auto &name : unset_) unsetenv(name.c_str());
 }
 
 std::string ReadFile(const std::string &path) {
@@ -89,8 +84,7 @@ namespace {
 // adding to it.
 std::vector<std::string> Environment(const std::vector<std::string> &extra) {
     std::vector<std::string> env;
-    for (char **e = environ; *e; ++e)
-        env.emplace_back(*e);
+    for (char **e = environ; *e; ++e) env.emplace_back(*e);
     for (const auto &x : extra) {
         auto key = x.substr(0, x.find('=') + 1);
         std::erase_if(env, [&](const std::string &s) { return s.rfind(key, 0) == 0; });
@@ -143,6 +137,14 @@ int ChildGuard::Kill() {
     return Wait();
 }
 
+int LoopRuns(int full) {
+    const char *share = std::getenv("VTTEST_LOOP_SHARE");
+    if (share == nullptr) return full;
+    const int percent = std::atoi(share);
+    if (percent <= 0 || percent >= 100) return full;
+    return std::max(std::min(full, 10), full * percent / 100);
+}
+
 pid_t ForkChild() {
     const pid_t parent = getpid();
     const pid_t pid = fork();
@@ -164,8 +166,7 @@ ChildGuard Spawn(const std::vector<std::string> &argv, const std::vector<std::st
 RunResult Run(const std::vector<std::string> &argv, const std::vector<std::string> &extraEnv) {
     RunResult r;
     int outp[2], errp[2];
-    if (pipe2(outp, O_CLOEXEC) != 0 || pipe2(errp, O_CLOEXEC) != 0)
-        return r;
+    if (pipe2(outp, O_CLOEXEC) != 0 || pipe2(errp, O_CLOEXEC) != 0) return r;
     const std::vector<std::string> env = Environment(extraEnv);
     const std::vector<char *> cargv = CStrings(argv), cenv = CStrings(env);
     const pid_t pid = ForkChild();

@@ -54,8 +54,7 @@ struct RunResult {
     std::string out;
     std::string err;
 };
-RunResult Run(const std::vector<std::string> &argv,
-              const std::vector<std::string> &extraEnv = {});
+RunResult Run(const std::vector<std::string> &argv, const std::vector<std::string> &extraEnv = {});
 
 // A child process of the test.  When the guard goes out of scope, however
 // the test leaves (a failed ASSERT returns early), the child is killed with
@@ -89,6 +88,12 @@ pid_t ForkChild();
 // not -1) with extra environment entries, guarded.
 ChildGuard Spawn(const std::vector<std::string> &argv, const std::vector<std::string> &extraEnv = {},
                  int stdoutFd = -1);
+
+// How many times a loop that starts and kills processes runs: `full`, or the
+// percentage of it that VTTEST_LOOP_SHARE names (at least 10 runs).  The
+// sanitizer build sets 25: a process start there takes about a second, and
+// the full count runs in the release build.
+int LoopRuns(int full);
 
 // True when this process runs in an IPC namespace that was made below it,
 // for it and its descendants, rather than in the machine's (or the

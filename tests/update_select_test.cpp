@@ -18,12 +18,12 @@ TEST(UpdateSelection, OnlyTheCardsComponentsAreWritten) {
     img::MultiImageRecipe recipe;
     recipe.cardLists = {{0, {kKiteCard}}};
     recipe.components = {{0x01, {9, 1, 1}, 0, 0, Bytes(64, 1)},
-                       {0x07, {3, 1, 0}, 2, 0, Bytes(32, 2)},   // another card type
-                       {0x07, {3, 2, 0}, 1, 0, Bytes(32, 3)},   // this one
-                       {0x07, {3, 3, 0}, 0, 0, Bytes(32, 4)},   // a second for the type: the first counts
-                       {0xD3, {2, 0, 0}, 0, 5, Bytes(16, 5)},   // another chip revision
-                       {0x8C, {}, 0, 0, Bytes(16, 6)},          // VPD: kept
-                       {0x9E, {}, 0, 2, Bytes(16, 7)}};
+                         {0x07, {3, 1, 0}, 2, 0, Bytes(32, 2)},  // another card type
+                         {0x07, {3, 2, 0}, 1, 0, Bytes(32, 3)},  // this one
+                         {0x07, {3, 3, 0}, 0, 0, Bytes(32, 4)},  // a second for the type: the first counts
+                         {0xD3, {2, 0, 0}, 0, 5, Bytes(16, 5)},  // another chip revision
+                         {0x8C, {}, 0, 0, Bytes(16, 6)},         // VPD: kept
+                         {0x9E, {}, 0, 2, Bytes(16, 7)}};
     const Bytes mbi = img::BuildMultiImage(recipe);
     const auto regions = vtflash::SelectImageRegions(mbi, 1, 2);
     ASSERT_TRUE(regions);

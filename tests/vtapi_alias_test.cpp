@@ -100,8 +100,7 @@ TEST_F(Aliases, SetAndReadThroughTheApiUnderTheirKeys) {
     ASSERT_NE(port, nullptr);
     ASSERT_EQ(VTAPI_SetFCAdapterAlias(port, "rack 4 top", 0), VTAPI_SUCCESS);
     ASSERT_EQ(VTAPI_SetFCAdapterAlias(port, "boot-path-a", 1), VTAPI_SUCCESS);
-    EXPECT_EQ(ReadFile(global_),
-              std::string(kAdapterKey) + "=rack 4 top\n" + kPortKey + "=boot-path-a\n");
+    EXPECT_EQ(ReadFile(global_), std::string(kAdapterKey) + "=rack 4 top\n" + kPortKey + "=boot-path-a\n");
 
     char alias[VTAPI_ALIAS_SIZE];
     ASSERT_EQ(VTAPI_GetFCAdapterAlias(port, alias, 0), VTAPI_SUCCESS);
@@ -135,7 +134,8 @@ TEST_F(Aliases, ALocalCopyFollowsTheGlobalFileAndIsReadWithoutIt) {
     ASSERT_EQ(chown(global_.c_str(), 1234, 5678), 0);
     ASSERT_EQ(SetAdapterAlias(&port, "second", 0), 0u);
     EXPECT_EQ(ReadFile(local_), ReadFile(global_));
-    struct stat g {}, l {};
+    struct stat g {
+    }, l{};
     ASSERT_EQ(stat(global_.c_str(), &g), 0);
     ASSERT_EQ(stat(local_.c_str(), &l), 0);
     EXPECT_EQ(l.st_mode & 07777, 0640u);
@@ -240,8 +240,8 @@ TEST_F(Aliases, TheGlobalFileOfTheHostWhenAsked) {
 TEST_F(Aliases, ARewriteKilledAtAnyPointLeavesEachFileWhollyOldOrNew) {
     // Many other aliases, so that a rewrite takes a while.
     std::string others;
-    for (int i = 0; i < 2000; ++i) others += "host.SERIAL" + std::to_string(i) + ".hba.alias=alias number " +
-                                              std::to_string(i) + "\n";
+    for (int i = 0; i < 2000; ++i)
+        others += "host.SERIAL" + std::to_string(i) + ".hba.alias=alias number " + std::to_string(i) + "\n";
     const std::string aliasA(200, 'A'), aliasB(120, 'B');
     const std::string textA = others + kAdapterKey + "=" + aliasA + "\n";
     const std::string textB = others + kAdapterKey + "=" + aliasB + "\n";

@@ -107,7 +107,8 @@ TEST_F(Api, FramesWriteEnterStatusAndExitLines) {
     int at = ExpectFrame("VTAPI_GetPortIndex", 0);
     // The core's own line comes between enter and the status line.
     auto log = Log();
-    EXPECT_GT(FindLine(log, "GetPortIndex: PhysPortNumber=1"), FindLine(log, "PROFILER ENTER FUNCTION VTAPI_GetPortIndex"));
+    EXPECT_GT(FindLine(log, "GetPortIndex: PhysPortNumber=1"),
+              FindLine(log, "PROFILER ENTER FUNCTION VTAPI_GetPortIndex"));
 
     // Some frames add lines before and after the call.
     EXPECT_EQ(VTAPI_GetHBAParamsInfo(nullptr, nullptr), VTAPI_INVALID_ARGUMENT);

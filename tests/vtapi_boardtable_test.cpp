@@ -114,8 +114,7 @@ TEST_F(BoardTable, GeneratedFileHoldsExactlyTheIdTableRows) {
 
 TEST_F(BoardTable, GeneratedFileIsEncipheredAndReproducible) {
     EXPECT_EQ(image_.compare(0, 4, "VTBT"), 0);
-    for (const auto &row : vt::ids::BoardRows())
-        EXPECT_EQ(image_.find(row.desc), std::string::npos) << row.desc;
+    for (const auto &row : vt::ids::BoardRows()) EXPECT_EQ(image_.find(row.desc), std::string::npos) << row.desc;
     for (const char *word : {"SSDID", "SSVID", "Desc=", "Supported", "TRUE", "FALSE"})
         EXPECT_EQ(image_.find(word), std::string::npos) << word;
 
@@ -175,8 +174,8 @@ TEST_F(BoardTable, AnyFlippedBitMakesTheFileUnusable) {
 }
 
 TEST_F(BoardTable, TruncatedEmptyForeignAndMissingFilesGiveNull) {
-    for (size_t len : {size_t{3}, size_t{7}, size_t{8}, size_t{20}, size_t{35}, size_t{36}, image_.size() / 2,
-                       image_.size() - 1}) {
+    for (size_t len :
+         {size_t{3}, size_t{7}, size_t{8}, size_t{20}, size_t{35}, size_t{36}, image_.size() / 2, image_.size() - 1}) {
         const std::string path = Write("cut" + std::to_string(len), image_.substr(0, len));
         EXPECT_EQ(Load(path), nullptr) << len;
         EXPECT_TRUE(ErrorMentions(path, len < 36 ? "truncated" : "damaged")) << len;
@@ -210,8 +209,10 @@ TEST_F(BoardTable, BodySyntaxEscapesLimitsAndIdForms) {
                                   "\n"
                                   "Supported=TRUE;SSVID=4215;SSDID=0x0a16;ISP=A\\;B;Desc=x\\=1\\\\y\\nz;Extra=1\n"
                                   "\n"
-                                  "SSDID=0X0001;SSVID=0x1077;Desc=" + longDesc + ";Supported=NOT TRUE\n"
-                                  "SSDID=2;SSVID=0x1077\n");
+                                  "SSDID=0X0001;SSVID=0x1077;Desc=" +
+                                      longDesc +
+                                      ";Supported=NOT TRUE\n"
+                                      "SSDID=2;SSVID=0x1077\n");
     ListPtr list = Load(path);
     ASSERT_NE(list, nullptr);
     ASSERT_EQ(list->Count, 3u);
@@ -237,9 +238,9 @@ TEST_F(BoardTable, BodySyntaxEscapesLimitsAndIdForms) {
 
 TEST_F(BoardTable, AuthenticBodyWithABadRecordIsRefused) {
     const std::string good = "SSDID=0x0A16;SSVID=0x1077;Supported=TRUE\n";
-    for (const std::string bad : {"SSVID=0x1077;Desc=no id", "SSDID=0x1G;SSVID=0x1077",
-                                  "SSDID=0x10000;SSVID=0x1077", "SSDID=1;SSVID=0x1077;Desc",
-                                  "SSDID=1;SSVID=0x1077;Desc=a=b", "SSDID=1;SSVID=0x1077;Desc=x\\"}) {
+    for (const std::string bad :
+         {"SSVID=0x1077;Desc=no id", "SSDID=0x1G;SSVID=0x1077", "SSDID=0x10000;SSVID=0x1077",
+          "SSDID=1;SSVID=0x1077;Desc", "SSDID=1;SSVID=0x1077;Desc=a=b", "SSDID=1;SSVID=0x1077;Desc=x\\"}) {
         gErrors.clear();
         const std::string path = Seal("bad", good + bad + "\n");
         EXPECT_EQ(Load(path), nullptr) << bad;

@@ -92,7 +92,7 @@ TEST_F(AdapterListTest, SortedInsertKeepsItsQuirks) {
     EXPECT_EQ(Order(), (std::vector<uint8_t>{8, 5, 3}));
     AdapterNode *a = Node(1, tern), *b = Node(2, tern);
     EXPECT_GT(FindLocationInAdapterEntryList(a, b), 0);  // b goes before a
-    a->Interface = SD_INTERFACE_VPORT;                  // not for virtual ports
+    a->Interface = SD_INTERFACE_VPORT;                   // not for virtual ports
     EXPECT_LT(FindLocationInAdapterEntryList(a, b), 0);
     DeleteAdapter(a);
     DeleteAdapter(b);

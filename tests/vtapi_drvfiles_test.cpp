@@ -116,9 +116,10 @@ TEST(BindingTokens, TargetsWithLunsAbove255ReadBackIntoIdenticalRecords) {
     EXPECT_EQ(line.find("scsi-vta3-tgt-5-di-1-pid="), std::string::npos);
 
     // Among a comment and another adapter's tokens, over several lines.
-    const std::string text = "# persistent bindings\nscsi-vta1-adapter-port=2100000e1e6a1020\\;"
-                             "scsi-vta1-tgt-0-di-0-node=500a098000000a11\\;\n" +
-                             line + "\nscsi-vta1-adapter-port=2100000e1e6a1020\\;\n";
+    const std::string text =
+        "# persistent bindings\nscsi-vta1-adapter-port=2100000e1e6a1020\\;"
+        "scsi-vta1-tgt-0-di-0-node=500a098000000a11\\;\n" +
+        line + "\nscsi-vta1-adapter-port=2100000e1e6a1020\\;\n";
     VtlapiAdapterBindings read{};
     ASSERT_EQ(vtlapi_get_data_from_text(text.c_str(), kPort0, &read), 0u);
     ASSERT_EQ(read.TargetCount, 3u);
@@ -168,12 +169,17 @@ TEST(BindingTokens, TokensThatAreIgnoredAndBlocksOf256) {
     VtlapiAdapterBindings a{};
     const std::string full(64, 'f');
     // A numbered block must start at a non-zero multiple of 256 within the masks.
-    const std::vector<std::string> ignored = {
-        "scsi-vta0-tgt-1-di-0-lun_disabled-0=" + full, "scsi-vta0-tgt-1-di-0-lun_disabled-300=ff",
-        "scsi-vta0-tgt-1-di-0-lun_preferred-16384=ff", "scsi-vta0-tgt-1-di-0-node",
-        "scsi-vta0-tgt-1-node=500a09800000a100", "scsi-vta0-di-0-node=500a09800000a100",
-        "scsi-vta0-tgt-256-di-0-node=500a09800000a100", "scsi-vta0-tgt-1-di-0-node=500a0980",
-        "scsi-vta0-tgt-1-di-0-pid=0a02zz", "scsi-vta0-tgt-1-di-0-colour=01", "vta0-tgt-1-di-0-node=500a09800000a100"};
+    const std::vector<std::string> ignored = {"scsi-vta0-tgt-1-di-0-lun_disabled-0=" + full,
+                                              "scsi-vta0-tgt-1-di-0-lun_disabled-300=ff",
+                                              "scsi-vta0-tgt-1-di-0-lun_preferred-16384=ff",
+                                              "scsi-vta0-tgt-1-di-0-node",
+                                              "scsi-vta0-tgt-1-node=500a09800000a100",
+                                              "scsi-vta0-di-0-node=500a09800000a100",
+                                              "scsi-vta0-tgt-256-di-0-node=500a09800000a100",
+                                              "scsi-vta0-tgt-1-di-0-node=500a0980",
+                                              "scsi-vta0-tgt-1-di-0-pid=0a02zz",
+                                              "scsi-vta0-tgt-1-di-0-colour=01",
+                                              "vta0-tgt-1-di-0-node=500a09800000a100"};
     for (const std::string &bad : ignored)
         EXPECT_EQ(vtlapi_get_dev_data_from_token(bad.c_str(), &a), SDERR_NOT_FOUND) << bad;
     EXPECT_EQ(a.TargetCount, 0u) << "an ignored token adds no record";
@@ -198,10 +204,11 @@ TEST(BindingTokens, TokensThatAreIgnoredAndBlocksOf256) {
 
     // Tokens before any adapter-port token and commented-out ones belong to
     // no adapter; blanks, tabs and line ends separate tokens too.
-    const std::string text = "scsi-vta0-tgt-7-di-0-node=500a09800000a100\\;\n"
-                             "scsi-vta0-adapter-port=21000024ff7c5010\\;\n"
-                             "  # scsi-vta0-tgt-8-di-0-node=500a09800000a100\\;\n"
-                             "\tscsi-vta0-tgt-2-di-0-node=500a09800000a100 scsi-vta0-tgt-2-di-0-control=03\\;\n";
+    const std::string text =
+        "scsi-vta0-tgt-7-di-0-node=500a09800000a100\\;\n"
+        "scsi-vta0-adapter-port=21000024ff7c5010\\;\n"
+        "  # scsi-vta0-tgt-8-di-0-node=500a09800000a100\\;\n"
+        "\tscsi-vta0-tgt-2-di-0-node=500a09800000a100 scsi-vta0-tgt-2-di-0-control=03\\;\n";
     VtlapiAdapterBindings read{};
     ASSERT_EQ(vtlapi_get_data_from_text(text.c_str(), kPort0, &read), 0u);
     ASSERT_EQ(read.TargetCount, 1u);
@@ -415,8 +422,9 @@ TEST_F(FailoverData, BindingsAreSavedAmongTheOtherAdaptersAndLines) {
     ASSERT_NE(port, nullptr);
     const uint32_t h = port->DeviceHandle;
     const std::string comment = "# bindings of the FC driver\n";
-    const std::string otherAdapter = "scsi-vta1-adapter-port=2100000e1e6a1020\\;scsi-vta1-tgt-0-di-0-node="
-                                     "20000011c6004000\\;scsi-vta1-tgt-0-di-0-control=00\\;\n";
+    const std::string otherAdapter =
+        "scsi-vta1-adapter-port=2100000e1e6a1020\\;scsi-vta1-tgt-0-di-0-node="
+        "20000011c6004000\\;scsi-vta1-tgt-0-di-0-control=00\\;\n";
     const std::string conf = root_.path("/etc/vtfc.conf");
     WriteFile(conf, comment + otherAdapter);
     WriteFile(root_.path("/etc/modprobe.conf"), "options vtfc ql=1\n");

@@ -42,8 +42,7 @@ std::map<std::string, Symbol> DynamicSymbols(const std::string &path) {
         const Elf64_Shdr sh = section(i);
         if (sh.sh_type != SHT_DYNSYM || sh.sh_link >= eh.e_shnum) continue;
         const Elf64_Shdr strtab = section(sh.sh_link);
-        if (sh.sh_offset + sh.sh_size > image.size() || strtab.sh_offset + strtab.sh_size > image.size())
-            return out;
+        if (sh.sh_offset + sh.sh_size > image.size() || strtab.sh_offset + strtab.sh_size > image.size()) return out;
         for (size_t k = 0; k < sh.sh_size / sizeof(Elf64_Sym); ++k) {
             Elf64_Sym sym;
             memcpy(&sym, base + sh.sh_offset + k * sizeof sym, sizeof sym);

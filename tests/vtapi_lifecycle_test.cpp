@@ -24,12 +24,12 @@ namespace {
 using vttest::FindLine;
 using vttest::Lines;
 
-
 using vttest::SysrootScope;
 
 std::string Prog(const std::string &name) { return vttest::BuildPath("tests/" + name); }
 
-const char kCardStart[] = R"({"serial":"%s","model":"%s","device_id":"%s","subsystem_vendor_id":"%s","subsystem_id":"%s",
+const char kCardStart[] =
+    R"({"serial":"%s","model":"%s","device_id":"%s","subsystem_vendor_id":"%s","subsystem_id":"%s",
   "pci_bus":%d,"driver":{"reports_supported_speed":%s},"ports":[)";
 
 std::string Card(const char *serial, const char *model, const char *did, const char *ssvid, const char *ssdid, int bus,
@@ -68,8 +68,9 @@ TEST_F(Lifecycle, WalksTheDefaultHostAndRebuildsIdenticalLists) {
     auto out = Lines(r.out);
     EXPECT_EQ(out[0], "adapters 4");
     // Cards in serial-number order, with the versions their flash carries.
-    int k = FindLine(out, "adapter VTK24110A7 model VT2912 type 2 mfr Vantor Corporation fw 9.12.01 bios 3.67 fcode 4.21 "
-                      "efi 7.34 flashfw 9.12.01 mbi 1.12.03");
+    int k = FindLine(out,
+                     "adapter VTK24110A7 model VT2912 type 2 mfr Vantor Corporation fw 9.12.01 bios 3.67 fcode 4.21 "
+                     "efi 7.34 flashfw 9.12.01 mbi 1.12.03");
     int o = FindLine(out, "adapter VTO21030D4 model VT1812");
     int s = FindLine(out, "adapter VTS18050C3 model VT1602");
     int w = FindLine(out, "adapter VTW23080B2 model VT2516");
@@ -106,16 +107,22 @@ TEST_F(Lifecycle, WalksTheDefaultHostAndRebuildsIdenticalLists) {
     std::regex debugLine(R"(^Debug: \d\d:\d\d:\d\d\.\d\d\d:[a-z_]+\.cpp\(\d{4}\):.*)");
     EXPECT_TRUE(std::regex_match(log[0], debugLine)) << log[0];
     EXPECT_NE(log[0].find("module "), std::string::npos);
-    int steps[] = {FindLine(log, "Before checkAndInstallHBAConfFile()"), FindLine(log, "After checkAndInstallHBAConfFile()"),
-                   FindLine(log, "Before core_FreeAdapterList() call"), FindLine(log, "Before TarnReinitializeDevices()"),
-                   FindLine(log, "Found Vantor HBA - instance (0)"), FindLine(log, "After TarnReinitializeDevices()"),
-                   FindLine(log, "After BuildAdapterInfoForFC()"), FindLine(log, "Iterating through gpAdapterList"),
-                   FindLine(log, "Begin Adapter = VTK24110A7"),
-                   FindLine(log, "FC Protocol Entry Type WWPN = 21-00-00-24-FF-7C-50-10, WWNN = 20-00-00-24-FF-7C-50-10"),
-                   FindLine(log, "returning VTAPI_SUCCESS"), FindLine(log, "Profile: "),
-                   FindLine(log, "PROFILER EXIT FUNCTION VTAPI_Initialize"),
-                   FindLine(log, "PROFILER ENTER FUNCTION VTAPI_RefreshData"),
-                   FindLine(log, "PROFILER EXIT FUNCTION VTAPI_Uninitialize")};
+    int steps[] = {
+        FindLine(log, "Before checkAndInstallHBAConfFile()"),
+        FindLine(log, "After checkAndInstallHBAConfFile()"),
+        FindLine(log, "Before core_FreeAdapterList() call"),
+        FindLine(log, "Before TarnReinitializeDevices()"),
+        FindLine(log, "Found Vantor HBA - instance (0)"),
+        FindLine(log, "After TarnReinitializeDevices()"),
+        FindLine(log, "After BuildAdapterInfoForFC()"),
+        FindLine(log, "Iterating through gpAdapterList"),
+        FindLine(log, "Begin Adapter = VTK24110A7"),
+        FindLine(log, "FC Protocol Entry Type WWPN = 21-00-00-24-FF-7C-50-10, WWNN = 20-00-00-24-FF-7C-50-10"),
+        FindLine(log, "returning VTAPI_SUCCESS"),
+        FindLine(log, "Profile: "),
+        FindLine(log, "PROFILER EXIT FUNCTION VTAPI_Initialize"),
+        FindLine(log, "PROFILER ENTER FUNCTION VTAPI_RefreshData"),
+        FindLine(log, "PROFILER EXIT FUNCTION VTAPI_Uninitialize")};
     for (size_t i = 0; i < std::size(steps); ++i) EXPECT_GE(steps[i], 0) << "step " << i;
     for (size_t i = 1; i + 4 < std::size(steps); ++i) EXPECT_LT(steps[i - 1], steps[i]) << "step " << i;
 }
@@ -307,7 +314,7 @@ TEST_F(Lifecycle, InstallationPathWithoutLib64) {
     std::filesystem::create_directories(dir);
     std::filesystem::copy_file(vttest::BuildPath("lib64/libvtsdm.so.1"), dir + "/libvtsdm.so.1");
     auto r = vttest::Run({Prog("vtapi_interpose"), "path"},
-                 {"LD_LIBRARY_PATH=" + dir, "VTSDM_HOST=" + vttest::BuildPath("data/default_host.json")});
+                         {"LD_LIBRARY_PATH=" + dir, "VTSDM_HOST=" + vttest::BuildPath("data/default_host.json")});
     ASSERT_EQ(r.status, 0) << r.err;
     EXPECT_NE(r.out.find("installation path " + dir + "/\n"), std::string::npos) << r.out;
 }

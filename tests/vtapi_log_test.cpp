@@ -36,10 +36,8 @@ extern "C" FILE *TarnOpenPreferenceFile(const char *, int32_t mode) {
 }
 
 extern "C" uint32_t TarnPrefGetProperty(FILE *stream, const char *key, char *destination) {
-    if (stream == nullptr)
-        return 1;
-    if (std::strcmp(key, "node.app.messages.trace.file") != 0 || !gFakeTraceValue)
-        return 0xFFFFFFFF;
+    if (stream == nullptr) return 1;
+    if (std::strcmp(key, "node.app.messages.trace.file") != 0 || !gFakeTraceValue) return 0xFFFFFFFF;
     std::strcpy(destination, gFakeTraceValue->c_str());
     return 0;
 }
@@ -69,8 +67,7 @@ protected:
     std::vector<std::string> Lines() const {
         std::vector<std::string> lines;
         std::istringstream in(Log());
-        for (std::string line; std::getline(in, line);)
-            lines.push_back(line);
+        for (std::string line; std::getline(in, line);) lines.push_back(line);
         return lines;
     }
     // Text of the single line written since the file was emptied, without
@@ -78,8 +75,7 @@ protected:
     std::string OnlyText() {
         const auto lines = Lines();
         EXPECT_EQ(lines.size(), 1u);
-        if (lines.empty())
-            return {};
+        if (lines.empty()) return {};
         OpenCoreMessagesFile();
         const std::string prefix = "Debug: 00:00:00.000:t.cpp(0001):";
         return lines[0].size() < prefix.size() ? std::string() : lines[0].substr(prefix.size());
@@ -98,7 +94,10 @@ public:
         file_ = std::tmpfile();
         dup2(fileno(file_), fd);
     }
-    ~Capture() { Stop(); std::fclose(file_); }
+    ~Capture() {
+        Stop();
+        std::fclose(file_);
+    }
     std::string Stop() {
         if (saved_ >= 0) {
             std::fflush(nullptr);
@@ -108,8 +107,7 @@ public:
         }
         std::string text;
         std::rewind(file_);
-        for (int c; (c = std::fgetc(file_)) != EOF;)
-            text.push_back(static_cast<char>(c));
+        for (int c; (c = std::fgetc(file_)) != EOF;) text.push_back(static_cast<char>(c));
         return text;
     }
 
@@ -125,9 +123,8 @@ bool IsDigits(const std::string &text) {
 
 // True for "hh:mm:ss.mmm".
 bool IsStamp(const std::string &text) {
-    return text.size() == 12 && IsDigits(text.substr(0, 2)) && text[2] == ':' &&
-           IsDigits(text.substr(3, 2)) && text[5] == ':' && IsDigits(text.substr(6, 2)) &&
-           text[8] == '.' && IsDigits(text.substr(9, 3));
+    return text.size() == 12 && IsDigits(text.substr(0, 2)) && text[2] == ':' && IsDigits(text.substr(3, 2)) &&
+           text[5] == ':' && IsDigits(text.substr(6, 2)) && text[8] == '.' && IsDigits(text.substr(9, 3));
 }
 
 // The part of a messages-file line after "Word: hh:mm:ss.mmm:", or "<bad>"
@@ -243,8 +240,7 @@ TEST_F(LogFixture, TraceBitsGateLevels) {
         LogError("t.cpp", 1, "e");
         LogDebug("t.cpp", 1, "d");
         std::string words;
-        for (const auto &line : Lines())
-            words += line.substr(0, line.find(':')) + " ";
+        for (const auto &line : Lines()) words += line.substr(0, line.find(':')) + " ";
         std::string expected;
         if (level & 1) expected += "Info ";
         if (level & 2) expected += "Warning ";
@@ -382,8 +378,9 @@ TEST_F(LogFixture, ConsoleAndCommandLineLog) {
         TarnMenuLogMessage(VT_MSG_DEBUG, "menu %s\n", "on");
         TarnMenuLogMessage(VT_MSG_PLAIN, "menu plain\n");
         TarnMenuLogMessage(VT_MSG_PROFILE, "menu prof\n");
-        EXPECT_EQ(out.Stop(), "plain\nWarning: warn\nInfo: n=4\nsyslog\nxml-plain\n"
-                              "Debug: menu on\nmenu plain\nUnknown: menu prof\n");
+        EXPECT_EQ(out.Stop(),
+                  "plain\nWarning: warn\nInfo: n=4\nsyslog\nxml-plain\n"
+                  "Debug: menu on\nmenu plain\nUnknown: menu prof\n");
         EXPECT_EQ(err.Stop(), "Error: err\nError: xml-err\n");
     }
 
@@ -424,10 +421,12 @@ TEST_F(LogFixture, AppTraceFileName) {
     EXPECT_EQ(SetAppTraceFileName(), -1);
     EXPECT_EQ(gFakeOpenMode, 0);
 
-    struct Case { std::string value, head, tail; };
-    for (const Case &c : {Case{"trace.log", "trace.", ".log"}, Case{"mytrace", "mytrace.", ".log"},
-                          Case{"/opt/a.d/run.txt", "/opt/a.d/run.", ".txt"},
-                          Case{"/opt/a.d/run", "/opt/a.d/run.", ".log"}}) {
+    struct Case {
+        std::string value, head, tail;
+    };
+    for (const Case &c :
+         {Case{"trace.log", "trace.", ".log"}, Case{"mytrace", "mytrace.", ".log"},
+          Case{"/opt/a.d/run.txt", "/opt/a.d/run.", ".txt"}, Case{"/opt/a.d/run", "/opt/a.d/run.", ".log"}}) {
         gFakeTraceValue = c.value;
         const std::string before = LocalStamp();
         ASSERT_EQ(SetAppTraceFileName(), 0);

@@ -326,9 +326,8 @@ TEST(OssCriticalSection, LifecycleAndMessages) {
     ASSERT_EQ(OSSDeleteCriticalSection(), 0u);  // none yet
     EXPECT_EQ(OSSEnterCriticalSection(), -1);
     EXPECT_EQ(OSSLeaveCriticalSection(), -1);
-    const std::vector<std::string> uninit = {
-        "3:OSSEnterCriticalSection: The mutex has not been properly initialized!",
-        "3:OSSLeaveCriticalSection: The mutex has not been properly initialized!"};
+    const std::vector<std::string> uninit = {"3:OSSEnterCriticalSection: The mutex has not been properly initialized!",
+                                             "3:OSSLeaveCriticalSection: The mutex has not been properly initialized!"};
     EXPECT_EQ(g_messages, uninit);
 
     g_messages.clear();

@@ -102,8 +102,7 @@ TEST_F(Prefs, OpenPreferenceFileModes) {
         int mode;
         std::string after;
     };
-    const Case cases[] = {{0, "abc\n"},     {1, "Xbc\n"},     {2, "X"}, {3, "X"},
-                          {4, "abc\nX"}, {5, "abc\nX"}, {9, "Xbc\n"}};
+    const Case cases[] = {{0, "abc\n"}, {1, "Xbc\n"}, {2, "X"}, {3, "X"}, {4, "abc\nX"}, {5, "abc\nX"}, {9, "Xbc\n"}};
     for (const auto &c : cases) {
         WriteFile(file, "abc\n");
         FILE *f = TarnOpenPreferenceFile(file.c_str(), c.mode);
@@ -118,9 +117,10 @@ TEST_F(Prefs, OpenPreferenceFileModes) {
     EXPECT_EQ(TarnOpenPreferenceFile(missing.c_str(), 1), nullptr);
     ASSERT_EQ(g_log.size(), 1u);
     EXPECT_EQ(g_log[0].type, 100);
-    const std::regex failed("\\[vtapi/src/common/src/utils\\]\\[[0-9]+\\]\\[TarnOpenPreferenceFile\\]: "
-                            "Failed to open preference file\\[" + missing +
-                            "\\] \\| mode\\[r\\+\\] \\| errno\\[2\\]\\[No such file or directory\\]\\.");
+    const std::regex failed(
+        "\\[vtapi/src/common/src/utils\\]\\[[0-9]+\\]\\[TarnOpenPreferenceFile\\]: "
+        "Failed to open preference file\\[" +
+        missing + "\\] \\| mode\\[r\\+\\] \\| errno\\[2\\]\\[No such file or directory\\]\\.");
     EXPECT_TRUE(std::regex_match(g_log[0].text, failed)) << g_log[0].text;
 
     EXPECT_EQ(TarnOpenPreferenceFile(nullptr, 0), nullptr);
@@ -142,7 +142,7 @@ TEST_F(Prefs, PrefGetPropertySplitsAtEqualsAndLineEnds) {
     EXPECT_STREQ(a, "1");
     EXPECT_EQ(PrefGetProperty(f, "node.b"), nullptr);   // blanks are part of the key
     EXPECT_STREQ(PrefGetProperty(f, "node.b "), " 2");  // and of the value
-    EXPECT_STREQ(PrefGetProperty(f, "node.c"), "3");     // x=node.c has nothing after the key
+    EXPECT_STREQ(PrefGetProperty(f, "node.c"), "3");    // x=node.c has nothing after the key
     EXPECT_STREQ(PrefGetProperty(f, "node.e"), "node.e");
     char *v = PrefGetProperty(f, "node.f");  // a value equal to the key matches too
     EXPECT_STREQ(v, "6");
@@ -188,7 +188,8 @@ TEST_F(Prefs, TarnPrefGetPropertyCopiesTheValue) {
 TEST_F(Prefs, ReferenceFileKeysAreDecimalNumbers) {
     UseDir(dir_.path());
     const std::string ref = dir_.file("tgcli.properties");
-    WriteFile(ref, "node.hba.virtual.vport.enable=1\nnode.hba.virtual.qos.enable = 1\nnode.neg=-12abc\nnode.hex=0x10\n");
+    WriteFile(ref,
+              "node.hba.virtual.vport.enable=1\nnode.hba.virtual.qos.enable = 1\nnode.neg=-12abc\nnode.hex=0x10\n");
     EXPECT_EQ(TarnPreferenceGetKeyValue("node.hba.virtual.vport.enable", 0), 1);
     EXPECT_EQ(TarnPreferenceGetKeyValue("node.hba.virtual.qos.enable", 0), 0);
     EXPECT_EQ(TarnPreferenceGetKeyValue("node.neg", 0), -12);

@@ -187,7 +187,7 @@ TEST_F(Targets, DefaultHostListsEveryTargetAndLunAsDescribed) {
     ASSERT_NE(big, nullptr);
     EXPECT_EQ(big->LastBlock32, 0xFFFFFFFFu);
     EXPECT_EQ(big->LastBlock64, 8589934591ull);
-    EXPECT_NE(FindLunInLunList(&array->Luns, 300), nullptr);  // flat-space addressing
+    EXPECT_NE(FindLunInLunList(&array->Luns, 300), nullptr);                // flat-space addressing
     EXPECT_EQ(TargetByWwpn(p1, 0x500110a000017001ull)->PeripheralType, 1);  // tape drive at LUN 0
     TargetEntry *nvme = TargetByWwpn(p1, 0x20010025b5000e00ull);
     EXPECT_EQ(nvme->PortTypeWord, 1u);
@@ -279,8 +279,8 @@ TEST_F(Targets, ReportLunsRetriesBusyAndUnitAttentionThreeTriesInAll) {
         SCOPED_TRACE(c.faults);
         SysrootScope scope;  // fresh fault counters
         g_sleeps = 0;
-        Init(WriteHost(Target(1, std::string(R"(,"lun_range":{"count":3,"blocks":2048},"faults":{)") + c.faults +
-                                     "}")));
+        Init(
+            WriteHost(Target(1, std::string(R"(,"lun_range":{"count":3,"blocks":2048},"faults":{)") + c.faults + "}")));
         TargetEntry *t = Port()->Targets.First;
         ASSERT_NE(t, nullptr);
         EXPECT_EQ(t->Luns.Count, c.listed ? 3u : 0u);

@@ -48,8 +48,7 @@ Bytes Block(const std::string &id, const Fields &ro, const Fields &rw = {}) {
     Append16(b, body.size());
     b.insert(b.end(), body.begin(), body.end());
     uint8_t sum = 0;
-    for (size_t i = 0; i + 1 < b.size(); ++i)
-        sum = uint8_t(sum + b[i]);
+    for (size_t i = 0; i + 1 < b.size(); ++i) sum = uint8_t(sum + b[i]);
     b[b.size() - 2] = uint8_t(-sum);
     if (!rw.empty()) {
         Bytes w;
@@ -75,15 +74,13 @@ Check Inspect(const Bytes &b, size_t size) {
     size_t pos = 0;
     while (pos + 3 <= size && b[pos] != 0x78) {
         const size_t end = pos + 3 + (b[pos + 1] | (b[pos + 2] << 8));
-        if (end > size)
-            return c;
+        if (end > size) return c;
         if (b[pos] == 0x90)
             for (size_t k = pos + 3; k + 3 <= end; k += 3 + b[k + 2])
                 if (b[k] == 'R' && b[k + 1] == 'V' && !c.rvFound) {
                     c.rvFound = true;
                     c.sum = 0;
-                    for (size_t i = 0; i <= k + 3; ++i)
-                        c.sum = uint8_t(c.sum + b[i]);
+                    for (size_t i = 0; i <= k + 3; ++i) c.sum = uint8_t(c.sum + b[i]);
                 }
         pos = end;
     }
@@ -95,16 +92,14 @@ VPDInfo Parse(const Bytes &b, uint32_t *rc = nullptr) {
     VPDInfo info;
     std::memset(&info, 0x5A, sizeof info);
     const uint32_t r = vtfuGetVPDInfoFromBuf(b.data(), uint32_t(b.size()), &info);
-    if (rc)
-        *rc = r;
+    if (rc) *rc = r;
     return info;
 }
 
 // The value of the first entry with that tag, or "<none>".
 std::string Field(const VPDInfo &info, const char *tag) {
     for (uint32_t i = 0; i < info.count && i < VTFU_VPD_MAX_ENTRIES; ++i)
-        if (std::strcmp(info.entries[i].tag, tag) == 0)
-            return info.entries[i].field;
+        if (std::strcmp(info.entries[i].tag, tag) == 0) return info.entries[i].field;
     return "<none>";
 }
 
@@ -186,6 +181,7 @@ TEST_F(VpdLog, BlankBlocks) {
 }
 
 TEST(VpdLabels, KeywordTable) {
+    // clang-format off
     const std::vector<std::pair<const char *, const char *>> table = {
         {"PN", "Part Number"},         {"00", "Description"},       {"CC", "Custom Card Identification"},
         {"EC", "Engineering Date Code"}, {"SN", "Serial Number"},   {"V0", "Misc. Information"},
@@ -194,11 +190,10 @@ TEST(VpdLabels, KeywordTable) {
         {"V5", "FCode Version"},       {"YA", "Asset Tag"},         {"RW", "Remaining RW Data"},
         {"RM", "Flash Image Version"}, {"FF", "Flash Image Version"}, {"V9", "Flash Image Version"},
         {"FN", "FRU Number"},          {"FC", "FC Code"}};
-    for (const auto &[k, label] : table)
-        EXPECT_STREQ(vtfuGetVPDFieldDescripton(k), label) << k;
+    // clang-format on
+    for (const auto &[k, label] : table) EXPECT_STREQ(vtfuGetVPDFieldDescripton(k), label) << k;
     EXPECT_STREQ(vtfuGetVPDFieldDescripton("SNX"), "Serial Number");  // two characters compared
-    for (const char *k : {"V6", "ZZ", "sn", "S", "", "VV"})
-        EXPECT_STREQ(vtfuGetVPDFieldDescripton(k), "UNKNOWN") << k;
+    for (const char *k : {"V6", "ZZ", "sn", "S", "", "VV"}) EXPECT_STREQ(vtfuGetVPDFieldDescripton(k), "UNKNOWN") << k;
     EXPECT_STREQ(vtfuGetVPDFieldDescripton(nullptr), "UNKNOWN");
 }
 
@@ -327,8 +322,8 @@ TEST_F(VpdLog, UpdateKeepsTheChecksum) {
         const char *keyword;
         std::string value;
     };
-    for (const Case &c : {Case{"SN", "ABCDEFGHIJ"}, Case{"SN", "LONGER-SERIAL-0001"}, Case{"PN", ""},
-                          Case{"V3", "1"}, Case{"ZZ", std::string(255, 'z')}, Case{"YA", "new asset tag"}}) {
+    for (const Case &c : {Case{"SN", "ABCDEFGHIJ"}, Case{"SN", "LONGER-SERIAL-0001"}, Case{"PN", ""}, Case{"V3", "1"},
+                          Case{"ZZ", std::string(255, 'z')}, Case{"YA", "new asset tag"}}) {
         Bytes b = original;
         b.resize(original.size() + 300, 0xEE);
         ASSERT_EQ(Update(b, c.keyword, c.value), 0u) << c.keyword;
@@ -349,8 +344,7 @@ TEST_F(VpdLog, UpdateKeepsTheChecksum) {
             }
         // Bytes beyond the block: 0x00 where it shrank, untouched further on.
         if (end < original.size()) {
-            EXPECT_EQ(Bytes(b.begin() + long(end), b.begin() + long(original.size())),
-                      Bytes(original.size() - end, 0));
+            EXPECT_EQ(Bytes(b.begin() + long(end), b.begin() + long(original.size())), Bytes(original.size() - end, 0));
         }
         EXPECT_EQ(b.back(), 0xEE);
     }
@@ -379,8 +373,7 @@ TEST_F(VpdLog, UpdateRefusesWhatItCannotDo) {
 
     b = original;
     EXPECT_EQ(Update(b, "MN", "x"), 0xFFFFFFFFu);  // absent
-    for (const char *bad : {"RV", "S", "SNX", ""})
-        EXPECT_EQ(Update(b, bad, "x"), 2u) << bad;
+    for (const char *bad : {"RV", "S", "SNX", ""}) EXPECT_EQ(Update(b, bad, "x"), 2u) << bad;
     EXPECT_EQ(Update(b, nullptr, "x"), 2u);
     EXPECT_EQ(Update(b, "SN", std::string(256, 'v')), 2u);
     EXPECT_EQ(vtfuUpdateVpdField(b.data(), uint32_t(b.size()), "SN", nullptr, 1), 2u);
@@ -426,20 +419,23 @@ TEST_F(VpdLog, UpdateRefusesWhatItCannotDo) {
 TEST(VpdRobustness, HostileBlocks) {
     const Bytes good = Block("HBA", {{"SN", "1"}, {"RM", "01.02.03"}});
     std::vector<Bytes> inputs = {
-        {}, {0x82}, {0x82, 0x05}, {0x82, 0xFF, 0xFF, 'A', 0x78}, {0x82, 0x00, 0x00, 0x90},
-        {0x82, 0x00, 0x00, 0x90, 0x10}, {0x82, 0x00, 0x00, 0x90, 0xFF, 0xFF, 'S', 'N', 0xFF, 'x'},
+        {},
+        {0x82},
+        {0x82, 0x05},
+        {0x82, 0xFF, 0xFF, 'A', 0x78},
+        {0x82, 0x00, 0x00, 0x90},
+        {0x82, 0x00, 0x00, 0x90, 0x10},
+        {0x82, 0x00, 0x00, 0x90, 0xFF, 0xFF, 'S', 'N', 0xFF, 'x'},
         {0x82, 0x00, 0x00, 0x90, 0x20, 0x00, 'S', 'N', 0x00, 'P', 'N', 0x00, 'V', '1', 0x00, 0x78, 'Y', 'A', 0x01, 'z'},
         {0x82, 0x01, 0x00, 'x', 0x90, 0x03, 0x00, 'V', '1', 0x03, 'F', 'F', 'V'},
         {0x78, 0x82, 0x02, 0x00, 'a', 'b', 0x90, 0x04, 0x00, 'V', '9'},
         {0x82, 0x03, 0x00, 'a', 'b', 'c', 0x90, 0x06, 0x00, 'R', 'V', 0x00, 'S', 'N', 0x00, 0x78},
     };
-    for (size_t cut = 0; cut < good.size(); cut += 3)
-        inputs.emplace_back(good.begin(), good.begin() + long(cut));
+    for (size_t cut = 0; cut < good.size(); cut += 3) inputs.emplace_back(good.begin(), good.begin() + long(cut));
     for (const Bytes &in : inputs) {
         const size_t n = in.size();
         std::unique_ptr<uint8_t[]> buf(new uint8_t[n ? n : 1]);
-        if (n)
-            std::memcpy(buf.get(), in.data(), n);
+        if (n) std::memcpy(buf.get(), in.data(), n);
         uint8_t *p = n ? buf.get() : nullptr;
         VPDInfo info;
         const uint32_t rc = vtfuGetVPDInfoFromBuf(p, uint32_t(n), &info);
@@ -448,8 +444,7 @@ TEST(VpdRobustness, HostileBlocks) {
         for (uint32_t i = 0; i < info.count; ++i)
             EXPECT_LT(strnlen(info.entries[i].field, sizeof info.entries[i].field), sizeof info.entries[i].field);
         PrintVPD(p, uint32_t(n));
-        if (n)
-            vtfuIsBlankVpd(p, uint32_t(n));
+        if (n) vtfuIsBlankVpd(p, uint32_t(n));
         const Bytes before(p, p + n);
         const uint32_t up = vtfuUpdateVpdField(p, uint32_t(n), "SN", reinterpret_cast<const uint8_t *>("12"), 2);
         if (up != 0) {
@@ -486,8 +481,7 @@ TEST(VpdSimulatedHost, EveryCardParses) {
     for (;; ++instance) {
         uint32_t handle = 0;
         const uint32_t rc = SDOpenDevice(instance, &handle);
-        if (rc == SDERR_NO_SUCH_DEVICE)
-            break;
+        if (rc == SDERR_NO_SUCH_DEVICE) break;
         ASSERT_EQ(rc, SDERR_NONE);
         uint32_t size = 0;
         EXPECT_EQ(SDGetVpd(handle, nullptr, &size), SDERR_BUFFER_TOO_SMALL);
@@ -504,8 +498,7 @@ TEST(VpdSimulatedHost, EveryCardParses) {
         const std::string serial = Field(info, "SN");
         const nlohmann::json *card = nullptr;
         for (const auto &c : host["cards"])
-            if (c["serial"] == serial)
-                card = &c;
+            if (c["serial"] == serial) card = &c;
         ASSERT_NE(card, nullptr) << serial;
         serials.insert(serial);
         EXPECT_EQ(info.entries[0].field, (*card)["description"].get<std::string>());

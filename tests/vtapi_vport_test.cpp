@@ -195,9 +195,7 @@ protected:
         return q;
     }
     // The adapter tree as a new process sees it.
-    static std::string Walk() {
-        return vttest::Run({vttest::BuildPath("tests/vtapi_walk"), "0"}).out;
-    }
+    static std::string Walk() { return vttest::Run({vttest::BuildPath("tests/vtapi_walk"), "0"}).out; }
 
 private:
     bool started_ = false;

@@ -49,8 +49,7 @@ bool WriteAtomically(const std::string &path, const std::vector<uint8_t> &data) 
         }
     }
     if (std::rename(tmp.c_str(), path.c_str()) != 0) {
-        std::cerr << "boardtable_gen: cannot rename " << tmp << " to " << path << ": "
-                  << std::strerror(errno) << "\n";
+        std::cerr << "boardtable_gen: cannot rename " << tmp << " to " << path << ": " << std::strerror(errno) << "\n";
         unlink(tmp.c_str());
         return false;
     }

@@ -79,7 +79,8 @@ int main(int argc, char **argv) {
                 const std::string path = dataDir + "/templates_" + part;
                 if (!MakeDir(dataDir) || !MakeDir(path.substr(0, path.rfind('/'))) ||
                     !WriteText(path, TemplateText(board, did, chip.ispType, oem))) {
-                    std::fprintf(stderr, "nvram_templates_gen: cannot write %s: %s\n", path.c_str(), std::strerror(errno));
+                    std::fprintf(stderr, "nvram_templates_gen: cannot write %s: %s\n", path.c_str(),
+                                 std::strerror(errno));
                     return 1;
                 }
                 char line[256];

@@ -23,9 +23,7 @@ using wire::CopyText;
 using wire::PortIdBytes;
 using wire::PutBe;
 
-uint64_t Hex(const std::optional<std::string> &text) {
-    return text ? ParseHex(*text).value_or(0) : 0;
-}
+uint64_t Hex(const std::optional<std::string> &text) { return text ? ParseHex(*text).value_or(0) : 0; }
 
 std::string Text(const std::optional<std::string> &text) { return text.value_or(""); }
 
@@ -68,9 +66,7 @@ std::vector<uint8_t> Cdb(const ScsiRequest &rq, uint32_t allocation) {
         c[1] = 0x10;  // service action READ CAPACITY(16)
         PutBe(c, 10, allocation, 4);
         break;
-    case ScsiOp::TestUnitReady:
-        c.assign(6, 0);
-        break;
+    case ScsiOp::TestUnitReady: c.assign(6, 0); break;
     case ScsiOp::WriteBuffer:
     case ScsiOp::ReadBuffer:
         c.assign(10, 0);
@@ -293,8 +289,7 @@ uint32_t LinuxBackend::nodeProperty(PortKey key, SDNodeProperty &p) {
         if (serial.empty()) serial = kw("SN");
         if (description.empty()) description = vpd.identifier;
     }
-    if (manufacturer.empty() && !h->pciDir.empty() &&
-        Hex(ReadAttr(h->pciDir + "/vendor")) == vt::ids::kMakerVendorId)
+    if (manufacturer.empty() && !h->pciDir.empty() && Hex(ReadAttr(h->pciDir + "/vendor")) == vt::ids::kMakerVendorId)
         manufacturer = "Vantor Corporation";
     CopyText(p.Manufacturer, sizeof p.Manufacturer, manufacturer);
     CopyText(p.Model, sizeof p.Model, model);

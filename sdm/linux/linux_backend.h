@@ -30,13 +30,13 @@ struct LogicalUnit {
 };
 
 struct RemotePort {
-    std::string name;     // "rport-3:0-1"
-    std::string dir;      // device directory
+    std::string name;  // "rport-3:0-1"
+    std::string dir;   // device directory
     uint64_t wwnn = 0, wwpn = 0;
     uint32_t portId = 0;
-    uint32_t roles = 0;   // Role bits
+    uint32_t roles = 0;  // Role bits
     bool loggedIn = false;
-    bool blocked = false; // "Blocked": the link to it is down for now
+    bool blocked = false;  // "Blocked": the link to it is down for now
     int64_t targetId = -1;
     bool unitsLoaded = false;       // read once per scan of the hosts
     std::vector<LogicalUnit> luns;  // by LUN number
@@ -45,15 +45,15 @@ struct RemotePort {
 // One FC host: a physical port function or a virtual port.
 struct FcHostPort {
     uint32_t hostNo = 0;
-    std::string name;      // "host3"
-    std::string dir;       // device directory of the SCSI host
-    std::string attr;      // its fc_host attribute directory
+    std::string name;  // "host3"
+    std::string dir;   // device directory of the SCSI host
+    std::string attr;  // its fc_host attribute directory
     uint64_t wwnn = 0, wwpn = 0;
     bool vport = false;
     uint32_t vportNumber = 0;
-    std::string vportAttr; // fc_vports attribute directory of a virtual port
+    std::string vportAttr;  // fc_vports attribute directory of a virtual port
     uint32_t parentHostNo = 0;
-    std::string pciDir;    // the PCI function, "" when there is none
+    std::string pciDir;  // the PCI function, "" when there is none
     std::optional<PciAddress> pci;
     bool rportsLoaded = false;
     std::vector<RemotePort> rports;  // by remote port number
@@ -103,14 +103,14 @@ private:
     std::vector<uint8_t> readVpd(const FcHostPort &h, uint32_t &rc) const;
 
     std::unique_ptr<ScsiTransport> transport_;
-    std::string sysfs_;                   // the mapped "/sys"
-    std::vector<FcHostPort> hosts_;       // instance order
+    std::string sysfs_;              // the mapped "/sys"
+    std::vector<FcHostPort> hosts_;  // instance order
     std::map<uint64_t, size_t> byWwpn_;
     std::map<uint64_t, uint16_t> lastState_;  // port state last seen by the event poll
     std::unique_ptr<FcEventSocket> events_;
     bool eventsTried_ = false;
     std::map<uint32_t, std::vector<uint32_t>> pendingEvents_;  // by host number: AEN codes
-    std::map<uint32_t, uint64_t> droppedEvents_;              // by host number
+    std::map<uint32_t, uint64_t> droppedEvents_;               // by host number
     std::function<void(const std::string &)> hook_;
 };
 

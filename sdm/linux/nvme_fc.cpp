@@ -58,8 +58,7 @@ std::optional<NvmeFcAddress> ParseNvmeFcAddress(std::string_view text) {
         const size_t comma = text.find(',');
         std::string_view part = text.substr(0, comma);
         if (part.substr(0, 7) == "traddr=") target = ParseNamePair(part.substr(7), a.targetWwnn, a.targetWwpn);
-        else if (part.substr(0, 12) == "host_traddr=")
-            host = ParseNamePair(part.substr(12), a.hostWwnn, a.hostWwpn);
+        else if (part.substr(0, 12) == "host_traddr=") host = ParseNamePair(part.substr(12), a.hostWwnn, a.hostWwpn);
         if (comma == std::string_view::npos) break;
         text.remove_prefix(comma + 1);
     }
@@ -86,7 +85,8 @@ std::optional<NvmeController> FindNvmeController(const std::string &sysfs, uint6
             NvmeNamespace n;
             n.nsid = uint32_t(*nsid);
             n.name = *head;
-            n.sectors = uint64_t(std::max<int64_t>(0, ParseDecimal(ReadAttr(dir + "/" + ns + "/size").value_or("")).value_or(0)));
+            n.sectors = uint64_t(
+                std::max<int64_t>(0, ParseDecimal(ReadAttr(dir + "/" + ns + "/size").value_or("")).value_or(0)));
             auto bs = ParseDecimal(ReadAttr(dir + "/" + ns + "/queue/logical_block_size").value_or(""));
             if (bs && *bs >= 512 && *bs <= 65536) n.blockSize = uint32_t(*bs);
             c.namespaces.push_back(std::move(n));
@@ -151,9 +151,7 @@ uint32_t AnswerNvme(const NvmeController &c, const ScsiRequest &rq, ScsiReply &r
         PutBe(reply.data, 8, ns->blockSize, 4);
         return SDERR_NONE;
     case ScsiOp::TestUnitReady: return SDERR_NONE;
-    default:
-        reply.sense = IllegalRequest(0x20);
-        return SDERR_SCSI_CHECK_CONDITION;
+    default: reply.sense = IllegalRequest(0x20); return SDERR_SCSI_CHECK_CONDITION;
     }
 }
 

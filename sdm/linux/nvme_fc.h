@@ -27,8 +27,8 @@ std::optional<std::string> NamespaceDevice(std::string_view entry, std::string_v
 
 struct NvmeNamespace {
     uint32_t nsid = 0;
-    std::string name;         // block device name, "nvme0n1"
-    uint64_t sectors = 0;     // 512-byte sectors
+    std::string name;      // block device name, "nvme0n1"
+    uint64_t sectors = 0;  // 512-byte sectors
     uint32_t blockSize = 512;
 };
 

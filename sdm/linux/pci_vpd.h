@@ -15,7 +15,7 @@ namespace vtsdm::linuxfc {
 size_t VpdLength(const std::vector<uint8_t> &vpd);
 
 struct VpdFields {
-    std::string identifier;                     // the product name string
+    std::string identifier;                       // the product name string
     std::map<std::string, std::string> keywords;  // read-only keywords (PN, SN, EC, V1...)
 };
 // Reads the identifier string and the read-only keywords; stops quietly at

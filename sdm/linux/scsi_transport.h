@@ -35,8 +35,8 @@ public:
     virtual std::string name() const = 0;
     // Sends `cdb`.  Data-in arrives in `data` (resized by the caller to the
     // allocation length and cut to what arrived); data-out is taken from it.
-    virtual ScsiOutcome execute(const ScsiAddress &address, const std::vector<uint8_t> &cdb,
-                                DataDirection direction, std::vector<uint8_t> &data) = 0;
+    virtual ScsiOutcome execute(const ScsiAddress &address, const std::vector<uint8_t> &cdb, DataDirection direction,
+                                std::vector<uint8_t> &data) = 0;
 };
 
 // SG_IO through libsgutils2's pass-through interface.

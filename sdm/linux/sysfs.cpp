@@ -278,7 +278,7 @@ std::string RealPath(const std::string &path) {
 }
 
 bool IsDir(const std::string &path) {
-    struct stat st{};
+    struct stat st {};
     return stat(path.c_str(), &st) == 0 && S_ISDIR(st.st_mode);
 }
 

@@ -61,8 +61,7 @@ std::optional<std::vector<uint8_t>> HexFields(const std::string &s, size_t count
 // Walks a JSON object, remembering where it is for error messages.
 class Node {
 public:
-    Node(const json &j, std::string where, const std::string &file)
-        : j_(j), where_(std::move(where)), file_(file) {}
+    Node(const json &j, std::string where, const std::string &file) : j_(j), where_(std::move(where)), file_(file) {}
 
     [[noreturn]] void fail(const std::string &what) const {
         throw HostError("host file " + file_ + ": " + where_ + ": " + what);
@@ -74,8 +73,7 @@ public:
         if (!j_.is_object()) fail("expected an object");
         std::set<std::string> ok(allowed.begin(), allowed.end());
         for (auto it = j_.begin(); it != j_.end(); ++it)
-            if (!ok.count(it.key()))
-                child(it.key()).fail("unknown field");
+            if (!ok.count(it.key())) child(it.key()).fail("unknown field");
     }
     bool has(const char *key) const { return j_.contains(key) && !j_.at(key).is_null(); }
     Node child(const std::string &key) const {
@@ -147,8 +145,9 @@ public:
         Node c = child(key);
         if (!c.j_.is_string()) c.fail("expected a WWN text like \"21:00:00:24:ff:00:00:01\"");
         auto v = ParseWwn(c.j_.get<std::string>());
-        if (!v) c.fail("expected a WWN of 8 hex bytes like \"21:00:00:24:ff:00:00:01\", got \"" +
-                       c.j_.get<std::string>() + "\"");
+        if (!v)
+            c.fail("expected a WWN of 8 hex bytes like \"21:00:00:24:ff:00:00:01\", got \"" + c.j_.get<std::string>() +
+                   "\"");
         return *v;
     }
     uint32_t portId(const char *key) const {
@@ -170,8 +169,8 @@ uint8_t PeripheralType(const Node &n, const char *key, uint8_t def) {
     Node c = n.child(key);
     if (c.raw().is_string()) {
         static const std::map<std::string, uint8_t> names = {
-            {"disk", 0x00}, {"tape", 0x01}, {"printer", 0x02}, {"processor", 0x03},
-            {"worm", 0x04}, {"cdrom", 0x05}, {"optical", 0x07}, {"changer", 0x08},
+            {"disk", 0x00},       {"tape", 0x01},      {"printer", 0x02}, {"processor", 0x03},
+            {"worm", 0x04},       {"cdrom", 0x05},     {"optical", 0x07}, {"changer", 0x08},
             {"controller", 0x0C}, {"enclosure", 0x0D}, {"unknown", 0x1F}};
         auto it = names.find(c.raw().get<std::string>());
         if (it == names.end())
@@ -192,8 +191,8 @@ InquiryData ParseInquiry(const Node &n, InquiryData d) {
 }
 
 Lun ParseLun(const Node &n, const Lun &base, bool requireNumber) {
-    n.expectObject({"lun", "addressing", "qualifier", "type", "vendor", "product", "revision",
-                    "blocks", "block_size", "passive", "inquiry_fails", "os_name", "count", "start"});
+    n.expectObject({"lun", "addressing", "qualifier", "type", "vendor", "product", "revision", "blocks", "block_size",
+                    "passive", "inquiry_fails", "os_name", "count", "start"});
     Lun l = base;
     if (requireNumber) {
         if (!n.has("lun")) n.child("lun").fail("missing");
@@ -220,8 +219,7 @@ Lun ParseLun(const Node &n, const Lun &base, bool requireNumber) {
 void ParseLuns(const Node &n, Target &t) {
     const std::vector<Node> nodes = n.array("luns");
     t.luns.reserve(nodes.size());
-    for (const Node &ln : nodes)
-        t.luns.push_back(ParseLun(ln, Lun{}, true));
+    for (const Node &ln : nodes) t.luns.push_back(ParseLun(ln, Lun{}, true));
     if (n.has("lun_range")) {
         Node r = n.child("lun_range");
         auto range = std::make_shared<LunRange>();
@@ -229,8 +227,7 @@ void ParseLuns(const Node &n, Target &t) {
         range->start = uint16_t(r.num("start", 0, 0x3FFF));
         range->count = uint32_t(r.num("count", 0, 0x4000));
         if (range->count == 0) r.child("count").fail("must be at least 1");
-        if (uint32_t(range->start) + range->count > 0x4000)
-            r.fail("LUN numbers run past 16383");
+        if (uint32_t(range->start) + range->count > 0x4000) r.fail("LUN numbers run past 16383");
         t.range = std::move(range);
     }
     // The LUNs by number: lookups search it, and a LUN listed twice sits
@@ -249,8 +246,8 @@ void ParseLuns(const Node &n, Target &t) {
 }
 
 Target ParseTarget(const Node &n) {
-    n.expectObject({"wwnn", "wwpn", "port_id", "type", "logged_in", "tape", "inquiry", "luns",
-                    "lun_range", "link_errors", "faults", "generate"});
+    n.expectObject({"wwnn", "wwpn", "port_id", "type", "logged_in", "tape", "inquiry", "luns", "lun_range",
+                    "link_errors", "faults", "generate"});
     Target t;
     t.wwpn = n.wwn("wwpn", true);
     t.wwnn = n.has("wwnn") ? n.wwn("wwnn", false) : t.wwpn;
@@ -271,8 +268,8 @@ Target ParseTarget(const Node &n) {
         if (l.inquiry.type == 0x01) t.tape = true;
     if (n.has("link_errors")) {
         Node e = n.child("link_errors");
-        e.expectObject({"link_failure", "loss_of_sync", "loss_of_signal", "primitive_seq_errors",
-                        "invalid_tx_words", "invalid_crc"});
+        e.expectObject({"link_failure", "loss_of_sync", "loss_of_signal", "primitive_seq_errors", "invalid_tx_words",
+                        "invalid_crc"});
         t.linkErrors.LinkFailureCount = uint32_t(e.num("link_failure", 0, UINT32_MAX));
         t.linkErrors.LossOfSyncCount = uint32_t(e.num("loss_of_sync", 0, UINT32_MAX));
         t.linkErrors.LossOfSignalCount = uint32_t(e.num("loss_of_signal", 0, UINT32_MAX));
@@ -298,10 +295,13 @@ Target ParseTarget(const Node &n) {
 void CheckGenerate(const Node &n, const Target &t, uint64_t count) {
     const uint64_t last = count - 1;
     if (t.wwpn > UINT64_MAX - last || t.wwnn > UINT64_MAX - last)
-        n.child("generate").child("count").fail(std::to_string(count) +
-                                               " targets would run the names past ff:ff:ff:ff:ff:ff:ff:ff");
+        n.child("generate")
+            .child("count")
+            .fail(std::to_string(count) + " targets would run the names past ff:ff:ff:ff:ff:ff:ff:ff");
     if (t.portId + last > 0xFFFFFF)
-        n.child("generate").child("count").fail(std::to_string(count) + " targets would run the port IDs past ff:ff:ff");
+        n.child("generate")
+            .child("count")
+            .fail(std::to_string(count) + " targets would run the port IDs past ff:ff:ff");
 }
 
 void ParseTargets(const Node &portNode, Port &p) {
@@ -326,12 +326,13 @@ void ParseTargets(const Node &portNode, Port &p) {
 }
 
 void ParseStatistics(const Node &n, SDStatistics &s) {
-    n.expectObject({"controller_errors", "device_errors", "lip_resets", "interrupts", "io_count",
-                    "megabytes", "input_requests", "output_requests", "control_requests",
-                    "input_megabytes", "output_megabytes", "tx_frames", "rx_frames", "tx_words",
-                    "rx_words", "lip_count", "nos_count", "error_frames", "dumped_frames",
-                    "seconds_since_reset", "link_failure", "loss_of_sync", "loss_of_signal",
-                    "primitive_seq_errors", "invalid_tx_words", "invalid_crc"});
+    n.expectObject({"controller_errors", "device_errors",   "lip_resets",       "interrupts",
+                    "io_count",          "megabytes",       "input_requests",   "output_requests",
+                    "control_requests",  "input_megabytes", "output_megabytes", "tx_frames",
+                    "rx_frames",         "tx_words",        "rx_words",         "lip_count",
+                    "nos_count",         "error_frames",    "dumped_frames",    "seconds_since_reset",
+                    "link_failure",      "loss_of_sync",    "loss_of_signal",   "primitive_seq_errors",
+                    "invalid_tx_words",  "invalid_crc"});
     const uint64_t M = UINT64_MAX >> 1;
     s.ControllerErrorCount = n.num("controller_errors", 0, M);
     s.DeviceErrorCount = n.num("device_errors", 0, M);
@@ -393,8 +394,8 @@ TrafficRates ParseTraffic(const Node &n) {
 
 uint16_t PortState(const Node &n) {
     static const std::map<std::string, uint16_t> states = {
-        {"online", SD_PORTSTATE_ONLINE},     {"linkdown", SD_PORTSTATE_LINKDOWN},
-        {"offline", SD_PORTSTATE_OFFLINE},   {"bypassed", SD_PORTSTATE_BYPASSED},
+        {"online", SD_PORTSTATE_ONLINE},           {"linkdown", SD_PORTSTATE_LINKDOWN},
+        {"offline", SD_PORTSTATE_OFFLINE},         {"bypassed", SD_PORTSTATE_BYPASSED},
         {"diagnostics", SD_PORTSTATE_DIAGNOSTICS}, {"error", SD_PORTSTATE_ERROR}};
     std::string s = n.str("state", "online");
     auto it = states.find(s);
@@ -405,11 +406,19 @@ uint16_t PortState(const Node &n) {
 }
 
 Port ParsePort(const Node &n, const Card &card, uint32_t cardIndex, uint32_t position) {
-    n.expectObject({"function", "port", "interface", "wwnn", "wwpn", "port_id", "state", "dport",
-                    "speed", "supported_speeds", "maintenance", "reboot_required", "lockdown",
-                    "max_frame_size", "fabric", "enode_mac", "device_name", "firmware", "nvram",
-                    "targets", "virtual_ports", "statistics", "faults", "diag_faults", "traffic",
-                    "nvram_control"});
+    n.expectObject({"function",      "port",
+                    "interface",     "wwnn",
+                    "wwpn",          "port_id",
+                    "state",         "dport",
+                    "speed",         "supported_speeds",
+                    "maintenance",   "reboot_required",
+                    "lockdown",      "max_frame_size",
+                    "fabric",        "enode_mac",
+                    "device_name",   "firmware",
+                    "nvram",         "targets",
+                    "virtual_ports", "statistics",
+                    "faults",        "diag_faults",
+                    "traffic",       "nvram_control"});
     Port p;
     p.card = cardIndex;
     p.function = uint8_t(n.num("function", position, 7));
@@ -538,18 +547,16 @@ void MovePort(const Node &n, Port &p, uint64_t k) {
     const std::string past = "copy " + std::to_string(k) + " would move it past ";
     if (p.wwnn > UINT64_MAX - step) n.child("wwnn").fail(past + "ff:ff:ff:ff:ff:ff:ff:ff");
     if (p.wwpn > UINT64_MAX - step) n.child("wwpn").fail(past + "ff:ff:ff:ff:ff:ff:ff:ff");
-    if (p.portId + (k << 8) > 0xFFFFFF)
-        n.child("port_id").fail(past + "ff:ff:ff");
+    if (p.portId + (k << 8) > 0xFFFFFF) n.child("port_id").fail(past + "ff:ff:ff");
     p.wwnn += step;
     p.wwpn += step;
     p.portId += uint32_t(k << 8);
 }
 
 void ParseCard(const Node &n, Host &host) {
-    n.expectObject({"serial", "model", "description", "manufacturer", "device_id", "isp_type",
-                    "subsystem_vendor_id", "subsystem_id", "chip_revision", "pci_bus", "pci_device",
-                    "driver", "firmware", "option_rom", "vpd", "ports", "copies", "flash",
-                    "nvme_boot_region"});
+    n.expectObject({"serial", "model", "description", "manufacturer", "device_id", "isp_type", "subsystem_vendor_id",
+                    "subsystem_id", "chip_revision", "pci_bus", "pci_device", "driver", "firmware", "option_rom", "vpd",
+                    "ports", "copies", "flash", "nvme_boot_region"});
     Card c;
     c.serial = n.requiredStr("serial", 31);
     c.model = n.requiredStr("model", 31);
@@ -575,7 +582,8 @@ void ParseCard(const Node &n, Host &host) {
     c.versions.firmware = n.str("firmware", "9.00.00", 31);
     if (n.has("nvme_boot_region")) {
         c.nvmeBootRegion = uint32_t(n.num("nvme_boot_region", 334, 0xFFFF));
-        if (c.ispType <= 26) n.child("nvme_boot_region").fail("only chips after ISP type 26 keep two FC-NVMe boot regions");
+        if (c.ispType <= 26)
+            n.child("nvme_boot_region").fail("only chips after ISP type 26 keep two FC-NVMe boot regions");
         if (c.nvmeBootRegion != 334 && c.nvmeBootRegion != 377) n.child("nvme_boot_region").fail("expected 334 or 377");
     }
     if (n.has("option_rom")) {
@@ -588,8 +596,8 @@ void ParseCard(const Node &n, Host &host) {
     }
     if (n.has("driver")) {
         Node d = n.child("driver");
-        d.expectObject({"name", "version", "luns_per_target", "max_vports", "max_vports_qos",
-                        "reports_supported_speed", "remote_port_info", "events", "virtual_lane"});
+        d.expectObject({"name", "version", "luns_per_target", "max_vports", "max_vports_qos", "reports_supported_speed",
+                        "remote_port_info", "events", "virtual_lane"});
         c.driverName = d.str("name", c.driverName, 31);
         c.driverVersion = d.str("version", "", 31);
         c.lunsPerTarget = uint32_t(d.num("luns_per_target", 256, 65535));
@@ -685,8 +693,8 @@ void CheckHost(Host &host) {
     for (const Port &p : host.ports)
         for (const Target &t : p.targets)
             if (auto it = names.find(t.wwpn); it != names.end())
-                throw HostError("host file " + host.path + ": cards[serial " + host.cards[p.card].serial +
-                                "].ports[" + std::to_string(p.physPort) + "].targets: WWPN " + FormatWwn(t.wwpn) +
+                throw HostError("host file " + host.path + ": cards[serial " + host.cards[p.card].serial + "].ports[" +
+                                std::to_string(p.physPort) + "].targets: WWPN " + FormatWwn(t.wwpn) +
                                 " is already used by " + it->second);
 }
 
@@ -739,8 +747,7 @@ void CheckExpansion(const Node &root) {
     if (total > kMaxHostElements)
         root.child("cards").fail("the host expands to " + Thousands(total) + " ports, targets and LUNs (" +
                                  Thousands(ports + vports) + " ports, " + Thousands(targets) + " targets, " +
-                                 Thousands(luns) + " LUNs); at most " + Thousands(kMaxHostElements) +
-                                 " are allowed");
+                                 Thousands(luns) + " LUNs); at most " + Thousands(kMaxHostElements) + " are allowed");
 }
 
 }  // namespace

@@ -50,14 +50,13 @@ struct LunRange {
 };
 
 struct TargetFaults {
-    uint32_t reportLunsBusy = 0;         // REPORT LUNS answers busy N times
+    uint32_t reportLunsBusy = 0;  // REPORT LUNS answers busy N times
     uint32_t reportLunsUnitAttention = 0;
-    uint32_t reportLunsCheck = 0;        // check condition, illegal request
+    uint32_t reportLunsCheck = 0;  // check condition, illegal request
     uint32_t readCapacityUnitAttention = 0;
-    bool removed = false;                // every command: device removed
+    bool removed = false;  // every command: device removed
     bool any() const {
-        return reportLunsBusy || reportLunsUnitAttention || reportLunsCheck ||
-               readCapacityUnitAttention;
+        return reportLunsBusy || reportLunsUnitAttention || reportLunsCheck || readCapacityUnitAttention;
     }
 };
 
@@ -69,9 +68,9 @@ struct Target {
     uint16_t portType = 1;  // N_Port
     bool loggedIn = true;
     bool tape = false;
-    std::optional<InquiryData> inquiry;  // answer for LUN 0 when it has no LUN 0
-    std::vector<Lun> luns;               // explicit, in report order
-    std::vector<uint32_t> lunOrder;      // indexes into luns, by LUN number
+    std::optional<InquiryData> inquiry;     // answer for LUN 0 when it has no LUN 0
+    std::vector<Lun> luns;                  // explicit, in report order
+    std::vector<uint32_t> lunOrder;         // indexes into luns, by LUN number
     std::shared_ptr<const LunRange> range;  // generated LUNs after the explicit ones
     SDLinkErrorStatus linkErrors{};
     TargetFaults faults;
@@ -91,7 +90,7 @@ struct VPortDef {
 };
 
 struct DiagFaults {
-    uint32_t crcErrors = 0;  // reported by every loopback run
+    uint32_t crcErrors = 0;             // reported by every loopback run
     std::vector<DiagStep> script;       // loopback answers, one step per call
     uint32_t readBufferMiscompare = 0;  // READ BUFFER returns changed data N times
 };
@@ -105,9 +104,9 @@ struct NvramControl {
 };
 
 struct Port {
-    uint32_t card = 0;            // index of its card
-    uint8_t function = 0;         // PCI function number
-    uint8_t physPort = 0;         // port index on the card
+    uint32_t card = 0;     // index of its card
+    uint8_t function = 0;  // PCI function number
+    uint8_t physPort = 0;  // port index on the card
     uint16_t interface = SD_INTERFACE_FC;
     uint64_t wwnn = 0;
     uint64_t wwpn = 0;
@@ -123,15 +122,15 @@ struct Port {
     uint64_t fabricName = 0;
     uint8_t enodeMac[6] = {};
     std::string deviceName;
-    std::string firmware;         // running firmware version
-    std::string optionRom;        // option-ROM version text
+    std::string firmware;                // running firmware version
+    std::string optionRom;               // option-ROM version text
     std::map<uint32_t, uint32_t> nvram;  // initial NVRAM values by identifier
     std::vector<Target> targets;
-    std::vector<VPortDef> vports;        // defined by the host file
+    std::vector<VPortDef> vports;  // defined by the host file
     SDStatistics statistics{};
-    uint32_t openUnavailable = 0;        // SDOpenDevice answers "retry" N times
-    bool unsupported = false;            // SDOpenDevice always refused
-    uint32_t vportCreateFails = 0;       // SDCreateVport fails N times
+    uint32_t openUnavailable = 0;   // SDOpenDevice answers "retry" N times
+    bool unsupported = false;       // SDOpenDevice always refused
+    uint32_t vportCreateFails = 0;  // SDCreateVport fails N times
     DiagFaults diag;
     NvramControl nvramControl;
     TrafficRates traffic;
@@ -172,7 +171,7 @@ struct Card {
     uint32_t driverCaps = 0;
     Versions versions;
     std::vector<std::pair<std::string, std::string>> vpd;  // read-only keywords
-    std::vector<uint32_t> ports;  // indexes into Host::ports
+    std::vector<uint32_t> ports;                           // indexes into Host::ports
     FlashDef flash;
     // Chips after type 26: the flash region (334 or 377) whose FC-NVMe boot
     // parameters are active, as the card's active-region record says.
@@ -189,10 +188,10 @@ constexpr uint64_t kMaxHostElements = 3000000;
 constexpr uint64_t kMaxTargetsPerPort = 4096;
 
 struct Host {
-    std::string path;          // file it was loaded from
-    std::string contentHash;   // identifies the file's content
+    std::string path;         // file it was loaded from
+    std::string contentHash;  // identifies the file's content
     std::vector<Card> cards;
-    std::vector<Port> ports;   // physical port functions in file order
+    std::vector<Port> ports;  // physical port functions in file order
 };
 
 // Loads and checks a host file.  Throws HostError.

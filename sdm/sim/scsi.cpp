@@ -58,9 +58,7 @@ std::vector<uint8_t> NoLunInquiry() {
 bool VpdPage(uint8_t page, const Target &t, const Lun &l, std::vector<uint8_t> &out) {
     const uint8_t head = uint8_t((l.inquiry.qualifier << 5) | (l.inquiry.type & 0x1F));
     switch (page) {
-    case 0x00:
-        out = {head, 0x00, 0x00, 3, 0x00, 0x80, 0x83};
-        return true;
+    case 0x00: out = {head, 0x00, 0x00, 3, 0x00, 0x80, 0x83}; return true;
     case 0x80: {
         char serial[32];
         snprintf(serial, sizeof serial, "%016llX%04X", static_cast<unsigned long long>(t.wwpn), l.number);
@@ -86,8 +84,7 @@ bool VpdPage(uint8_t page, const Target &t, const Lun &l, std::vector<uint8_t> &
         std::copy(id.begin(), id.end(), out.begin() + 8);
         return true;
     }
-    default:
-        return false;
+    default: return false;
     }
 }
 

@@ -51,7 +51,7 @@ std::optional<DiagStep> ParseDiagStep(const std::string &text, std::string &erro
     }
     if (body == "pass") return step;
     if (body == "busy" || body == "nodevice" || body == "corrupt") {
-        step.kind = body == "busy" ? DiagStep::Kind::Busy
+        step.kind = body == "busy"       ? DiagStep::Kind::Busy
                     : body == "nodevice" ? DiagStep::Kind::NoDevice
                                          : DiagStep::Kind::Corrupt;
         return step;

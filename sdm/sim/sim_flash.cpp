@@ -56,19 +56,19 @@ const std::vector<SDOptionRomRegion> &FamilyRegions(Family f) {
     // The regions of the online update (layout-table check) are on both
     // Kite and Wren parts.
     static const std::vector<SDOptionRomRegion> kite = {
-        {0x07, kBoot},      {0x11, kBoot},      {0x01, kFirmware},  {0x13, kSmall},    {0x14, kSmall},
-        {0x16, kSmall},     {0x67, kSmall},     {0x95, kSmall},     {0x96, kSmall},    {0x9E, kSmall},
-        {0xBA, kSmall},     {0xCF, kSmall},     {0xD1, kFirmware},  {0xD2, kFirmware}, {0xD3, kFirmware},
-        {0xD4, kSmall},     {0xD6, kSmall},     {0x101, kFirmware}, {0x102, kSmall},   {0x103, kSmall}};
+        {0x07, kBoot},  {0x11, kBoot},  {0x01, kFirmware},  {0x13, kSmall},    {0x14, kSmall},
+        {0x16, kSmall}, {0x67, kSmall}, {0x95, kSmall},     {0x96, kSmall},    {0x9E, kSmall},
+        {0xBA, kSmall}, {0xCF, kSmall}, {0xD1, kFirmware},  {0xD2, kFirmware}, {0xD3, kFirmware},
+        {0xD4, kSmall}, {0xD6, kSmall}, {0x101, kFirmware}, {0x102, kSmall},   {0x103, kSmall}};
     static const std::vector<SDOptionRomRegion> wren = {
         {0x07, kBoot},     {0x01, kFirmware}, {0x9E, kSmall},    {0xD1, kFirmware}, {0xD2, kFirmware},
         {0xD3, kFirmware}, {0xE1, kFirmware}, {0x66, kFirmware}, {0x14, kSmall},    {0x16, kSmall},
         {0x67, kSmall},    {0x95, kSmall},    {0x96, kSmall},    {0xD4, kSmall},    {0xD6, kSmall}};
     static const std::vector<SDOptionRomRegion> converged = {
-        {0x01, kFirmware}, {0x07, kBoot},     {0x14, kSmall},    {0x16, kSmall},    {0x2E, kBoot},
-        {0x40, kFirmware}, {0x41, kMpiConfig}, {0x45, kFirmware}, {0x4F, kBoot},    {0x70, kSmall},
-        {0x71, kSmall},    {0x72, kSmall},    {0x73, kSmall},    {0x74, kFirmware}, {0x81, kSmall},
-        {0x97, kFirmware}, {0xA2, kBoot},     {0xA3, kSmall},    {0xA4, kFirmware}, {0xB1, kSmall}};
+        {0x01, kFirmware}, {0x07, kBoot},      {0x14, kSmall},    {0x16, kSmall},    {0x2E, kBoot},
+        {0x40, kFirmware}, {0x41, kMpiConfig}, {0x45, kFirmware}, {0x4F, kBoot},     {0x70, kSmall},
+        {0x71, kSmall},    {0x72, kSmall},     {0x73, kSmall},    {0x74, kFirmware}, {0x81, kSmall},
+        {0x97, kFirmware}, {0xA2, kBoot},      {0xA3, kSmall},    {0xA4, kFirmware}, {0xB1, kSmall}};
     static const std::vector<SDOptionRomRegion> other = {{0x07, kBoot}, {0x01, kFirmware}};
     switch (f) {
     case Family::kKite: return kite;
@@ -155,7 +155,12 @@ const std::vector<std::pair<uint32_t, std::vector<uint8_t>>> &Simulator::baseFla
     for (const auto &[code, bytes] : regions) present.insert(code);
     if (!c.versions.bios.empty() || !c.versions.fcode.empty() || !c.versions.efi.empty())
         table.components.push_back({uint16_t(image::kRegionBootCode),
-                                    flash.bios ? *flash.bios : flash.fcode ? *flash.fcode : *flash.efi, 0, 0, {}});
+                                    flash.bios    ? *flash.bios
+                                    : flash.fcode ? *flash.fcode
+                                                  : *flash.efi,
+                                    0,
+                                    0,
+                                    {}});
     table.components.push_back({uint16_t(image::kRegionRiscFirmware), flash.firmware, 0, 0, {}});
     const std::vector<SDOptionRomRegion> &layout = ImageRegions(c);
     for (const image::Component &comp : sample.components) {

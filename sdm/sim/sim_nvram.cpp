@@ -26,8 +26,8 @@ constexpr uint32_t kDataRateAuto = 2;
 // Port speed code of a fixed data-rate code (bit n of the supported-speed
 // mask is data-rate code n); 0 for auto and unknown codes.
 uint32_t SpeedForDataRate(uint32_t code) {
-    static const uint32_t kSpeeds[] = {SD_SPEED_1G, SD_SPEED_2G, 0, SD_SPEED_4G,
-                                       SD_SPEED_8G, SD_SPEED_16G, SD_SPEED_32G, SD_SPEED_64G};
+    static const uint32_t kSpeeds[] = {SD_SPEED_1G,  SD_SPEED_2G,  0,           SD_SPEED_4G, SD_SPEED_8G,
+                                       SD_SPEED_16G, SD_SPEED_32G, SD_SPEED_64G};
     return code < std::size(kSpeeds) ? kSpeeds[code] : 0;
 }
 

@@ -46,8 +46,7 @@ uint32_t Simulator::scsi(PortKey key, const ScsiRequest &rq, ScsiReply &reply) {
     if (rq.op == ScsiOp::Inquiry) {
         if (!lun) {
             if (rq.evpd) return check(scsi::kKeyIllegalRequest, 0x25, 0x00);
-            reply.data = (rq.lun == 0 && t->inquiry) ? scsi::StandardInquiry(*t->inquiry, false)
-                                                     : scsi::NoLunInquiry();
+            reply.data = (rq.lun == 0 && t->inquiry) ? scsi::StandardInquiry(*t->inquiry, false) : scsi::NoLunInquiry();
             return SDERR_NONE;
         }
         if (lun->inquiryFails) return check(scsi::kKeyHardwareError, 0x44, 0x00);
@@ -66,8 +65,7 @@ uint32_t Simulator::scsi(PortKey key, const ScsiRequest &rq, ScsiReply &reply) {
     case ScsiOp::ReadCapacity10:
     case ScsiOp::ReadCapacity16:
         if (lun->inquiry.type != 0x00) return check(scsi::kKeyIllegalRequest, 0x20, 0x00);
-        if (!t->faultKey.empty() &&
-            consumeFault(t->faultKey + "/rc-ua", t->faults.readCapacityUnitAttention))
+        if (!t->faultKey.empty() && consumeFault(t->faultKey + "/rc-ua", t->faults.readCapacityUnitAttention))
             return check(scsi::kKeyUnitAttention, 0x29, 0x00);
         reply.data = rq.op == ScsiOp::ReadCapacity10 ? scsi::ReadCapacity10(*lun) : scsi::ReadCapacity16(*lun);
         return SDERR_NONE;
@@ -82,8 +80,7 @@ uint32_t Simulator::scsi(PortKey key, const ScsiRequest &rq, ScsiReply &reply) {
         readBufferFault(v, reply.data);
         return SDERR_NONE;
     }
-    default:
-        return SDERR_INVALID_PARAMETER;
+    default: return SDERR_INVALID_PARAMETER;
     }
 }
 

@@ -90,8 +90,7 @@ std::optional<ScsiRequest> DecodeCdb(const std::vector<uint8_t> &c) {
         rq.op = c[0] == 0x3B ? ScsiOp::WriteBuffer : ScsiOp::ReadBuffer;
         rq.allocation = Be(c, 6, 3);
         return rq;
-    default:
-        return std::nullopt;
+    default: return std::nullopt;
     }
 }
 

@@ -137,8 +137,7 @@ uint32_t Simulator::open(uint32_t instance, PortKey &key) {
     if (uint32_t rc = instancePort(instance, v)) return rc;
     if (!v.vport) {
         if (v.port->unsupported) return SDERR_NOT_SUPPORTED;
-        if (v.port->openUnavailable &&
-            consumeFault("open/" + FormatWwn(v.port->wwpn), v.port->openUnavailable))
+        if (v.port->openUnavailable && consumeFault("open/" + FormatWwn(v.port->wwpn), v.port->openUnavailable))
             return SDERR_DEVICE_UNAVAILABLE;
     }
     key = v.wwpn();
@@ -241,8 +240,7 @@ uint32_t Simulator::portProperty(PortKey key, SDPortProperty &p) {
     p.PortState = currentPortState(v);
     const State &s = store_.current();
     auto it = s.ports.find(port.wwpn);
-    p.PortSubState = (it != s.ports.end() && it->second.portSubState) ? *it->second.portSubState
-                                                                      : port.portSubState;
+    p.PortSubState = (it != s.ports.end() && it->second.portSubState) ? *it->second.portSubState : port.portSubState;
     p.PortSpeed = PortUp(p.PortState) ? currentSpeed(v) : 0;
     p.SupportedSpeed = (v.card->driverCaps & SD_DRVCAP_SUPPORTED_SPEED) ? port.supportedMask : 0;
     p.StateFlags = currentStateFlags(v) | flashStateFlags(*v.card);

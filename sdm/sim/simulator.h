@@ -23,8 +23,8 @@
 namespace vtsdm {
 
 // Where the host file and the state come from.
-std::string DefaultHostPath();   // $VTSDM_HOST or <install>/data/default_host.json
-std::string DefaultStateDir();   // $VTSDM_STATE_DIR or $VTAPI_SYSROOT/var/lib/vtsdm
+std::string DefaultHostPath();  // $VTSDM_HOST or <install>/data/default_host.json
+std::string DefaultStateDir();  // $VTSDM_STATE_DIR or $VTAPI_SYSROOT/var/lib/vtsdm
 
 class Simulator : public Backend {
 public:
@@ -40,7 +40,7 @@ public:
     // One port function as an instance sees it.
     struct View {
         uint32_t instance = 0;
-        const Port *port = nullptr;   // the physical port (the parent of a vPort)
+        const Port *port = nullptr;  // the physical port (the parent of a vPort)
         const Card *card = nullptr;
         std::optional<VPortRecord> vport;
         uint64_t wwpn() const { return vport ? vport->wwpn : port->wwpn; }
@@ -123,10 +123,10 @@ public:
 
     // ---- moving counters, run-time targets, diagnostic scripts and the
     // clock (sim_monitor.cpp, sim_diag.cpp); controls of vtsdm-sim.
-    int64_t now();                             // the simulated clock, epoch ns
-    uint32_t clockSet(int64_t epochNs);        // freezes the clock there
-    uint32_t clockAdvance(int64_t ns);         // moves it, frozen or running
-    uint32_t clockRun();                       // lets a frozen clock run on from where it stands
+    int64_t now();                       // the simulated clock, epoch ns
+    uint32_t clockSet(int64_t epochNs);  // freezes the clock there
+    uint32_t clockAdvance(int64_t ns);   // moves it, frozen or running
+    uint32_t clockRun();                 // lets a frozen clock run on from where it stands
     uint32_t setTraffic(uint32_t instance, const TrafficRates &rates);
     uint32_t setDiagScript(uint32_t instance, const std::vector<DiagStep> &steps);
     uint32_t setReadBufferMiscompare(uint32_t instance, uint32_t times);
@@ -174,9 +174,9 @@ private:
     Host host_;
     StateStore store_;
     std::unordered_map<uint64_t, uint32_t> portByWwpn_;
-    std::vector<std::unordered_map<uint64_t, uint32_t>> targetByWwpn_;  // per physical port
+    std::vector<std::unordered_map<uint64_t, uint32_t>> targetByWwpn_;                  // per physical port
     std::map<uint32_t, std::vector<std::pair<uint32_t, std::vector<uint8_t>>>> flash_;  // by card
-    std::map<uint32_t, std::vector<SDOptionRomRegion>> layouts_;  // by card: region capacities
+    std::map<uint32_t, std::vector<SDOptionRomRegion>> layouts_;                        // by card: region capacities
     std::map<std::tuple<uint64_t, uint64_t, uint16_t>, std::vector<uint8_t>> buffers_;  // write buffer
 };
 

@@ -116,8 +116,12 @@ bool MonitorFieldsFromJson(const json &o, PortChanges &p) {
 }
 
 json LinkErrorsToJson(const SDLinkErrorStatus &e) {
-    return {e.LinkFailureCount, e.LossOfSyncCount, e.LossOfSignalCount, e.PrimitiveSeqProtocolErrorCount,
-            e.InvalidTransmissionWordCount, e.InvalidCRCCount};
+    return {e.LinkFailureCount,
+            e.LossOfSyncCount,
+            e.LossOfSignalCount,
+            e.PrimitiveSeqProtocolErrorCount,
+            e.InvalidTransmissionWordCount,
+            e.InvalidCRCCount};
 }
 
 SDLinkErrorStatus LinkErrorsFromJson(const json &a) {
@@ -194,8 +198,12 @@ std::string StateToJson(const State &s) {
     if (s.vports) {
         json v = json::array();
         for (const auto &r : *s.vports)
-            v.push_back({{"parent", r.parentWwpn}, {"wwnn", r.wwnn}, {"wwpn", r.wwpn}, {"id", r.vportId},
-                         {"qos", {r.qos.QoSType, r.qos.QoSValue, r.qos.QoSEnabled}}, {"instance", r.instance}});
+            v.push_back({{"parent", r.parentWwpn},
+                         {"wwnn", r.wwnn},
+                         {"wwpn", r.wwpn},
+                         {"id", r.vportId},
+                         {"qos", {r.qos.QoSType, r.qos.QoSValue, r.qos.QoSEnabled}},
+                         {"instance", r.instance}});
         j["vports"] = std::move(v);
     }
     json flash = json::object();
@@ -209,8 +217,8 @@ std::string StateToJson(const State &s) {
     if (!s.flashCards.empty()) {
         json cards = json::object();
         for (const auto &[serial, f] : s.flashCards)
-            cards[serial] = {{"reboot_required", f.rebootRequired}, {"read_faults", f.readFaults},
-                             {"write_faults", f.writeFaults}};
+            cards[serial] = {
+                {"reboot_required", f.rebootRequired}, {"read_faults", f.readFaults}, {"write_faults", f.writeFaults}};
         j["flash_cards"] = cards;
     }
     if (!s.sfp.empty()) {
@@ -249,8 +257,7 @@ bool StateFromJson(const std::string &text, State &s, std::string *error) {
             if (o.contains("substate")) p.portSubState = o["substate"].get<uint16_t>();
             if (o.contains("statistics")) {
                 std::vector<uint8_t> b;
-                if (!Unhex(o["statistics"].get<std::string>(), b) || b.size() != sizeof(SDStatistics))
-                    return false;
+                if (!Unhex(o["statistics"].get<std::string>(), b) || b.size() != sizeof(SDStatistics)) return false;
                 SDStatistics st;
                 memcpy(&st, b.data(), sizeof st);
                 p.statistics = st;
@@ -264,8 +271,8 @@ bool StateFromJson(const std::string &text, State &s, std::string *error) {
             if (o.contains("flags")) p.stateFlags = o["flags"].get<uint32_t>();
             if (o.contains("nvram_read_faults")) p.nvramReadFaults = o["nvram_read_faults"].get<uint32_t>();
             if (o.contains("nvram_write_faults")) p.nvramWriteFaults = o["nvram_write_faults"].get<uint32_t>();
-            for (const auto &[key, field] : {std::pair{"nvram_applied", &p.appliedNvram},
-                                             std::pair{"global_nvram", &p.globalNvram}})
+            for (const auto &[key, field] :
+                 {std::pair{"nvram_applied", &p.appliedNvram}, std::pair{"global_nvram", &p.globalNvram}})
                 if (o.contains(key)) {
                     std::vector<uint8_t> b;
                     if (!Unhex(o[key].get<std::string>(), b)) return false;
@@ -468,8 +475,7 @@ uint32_t StateStore::write(const State &s) {
     std::string tmp = path_ + ".tmp." + std::to_string(getpid());
     Fd fd(open(tmp.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC | O_NOFOLLOW, 0600));
     if (fd.get() < 0) return SDERR_IO_FAILED;
-    if (!WriteAll(fd.get(), StateToJson(s)) || fsync(fd.get()) != 0 ||
-        rename(tmp.c_str(), path_.c_str()) != 0) {
+    if (!WriteAll(fd.get(), StateToJson(s)) || fsync(fd.get()) != 0 || rename(tmp.c_str(), path_.c_str()) != 0) {
         unlink(tmp.c_str());
         return SDERR_IO_FAILED;
     }

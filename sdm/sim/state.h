@@ -24,21 +24,21 @@ struct PortChanges {
     std::optional<std::vector<uint8_t>> nvram[2];  // areas 1 and 2
     std::optional<uint16_t> portState;
     std::optional<uint16_t> portSubState;
-    std::optional<SDStatistics> statistics;         // replaces the host file's
-    std::vector<SDAenRecord> events;                // queued, oldest first
-    uint64_t eventsDropped = 0;                     // oldest dropped from a full queue
+    std::optional<SDStatistics> statistics;  // replaces the host file's
+    std::vector<SDAenRecord> events;         // queued, oldest first
+    uint64_t eventsDropped = 0;              // oldest dropped from a full queue
     uint32_t openFailuresUsed = 0;
     // NVRAM controls (sim_nvram.cpp).
-    std::optional<uint32_t> stateFlags;                // SD_PORTFLAG_* bits set at run time
-    std::optional<uint32_t> nvramReadFaults;           // failures still to come; absent: the host file's
+    std::optional<uint32_t> stateFlags;       // SD_PORTFLAG_* bits set at run time
+    std::optional<uint32_t> nvramReadFaults;  // failures still to come; absent: the host file's
     std::optional<uint32_t> nvramWriteFaults;
     std::optional<std::vector<uint8_t>> appliedNvram;  // the image the last simulated reset applied
     std::optional<std::vector<uint8_t>> globalNvram;   // the port's global NVRAM region
     // Counters that move (sim_monitor.cpp): `statistics` holds the counters
     // as they were at statsAtNs of the simulated clock; traffic since then
     // is added when they are read.
-    int64_t statsAtNs = 0;                          // 0: not taken yet
-    std::optional<TrafficRates> traffic;            // replaces the host file's
+    int64_t statsAtNs = 0;                            // 0: not taken yet
+    std::optional<TrafficRates> traffic;              // replaces the host file's
     std::optional<std::vector<DiagStep>> diagScript;  // replaces the host file's
     std::optional<uint32_t> readBufferMiscompare;     // replaces the host file's
 };
@@ -74,14 +74,14 @@ struct SfpFirmware {
 };
 
 struct State {
-    std::string hostHash;                            // content hash of the host file
-    std::map<uint64_t, PortChanges> ports;           // by WWPN
-    std::optional<std::vector<VPortRecord>> vports;  // absent: as the host file defines
+    std::string hostHash;                                                   // content hash of the host file
+    std::map<uint64_t, PortChanges> ports;                                  // by WWPN
+    std::optional<std::vector<VPortRecord>> vports;                         // absent: as the host file defines
     std::map<std::string, std::map<uint32_t, std::vector<uint8_t>>> flash;  // serial -> region
-    std::map<std::string, uint32_t> faultsUsed;      // fault key -> count used
-    std::map<std::string, CardFlashChanges> flashCards;  // by card serial
-    std::map<uint64_t, uint32_t> vportCreateFaults;  // physical WWPN -> creations still to fail
-    std::map<uint64_t, SfpFirmware> sfp;             // physical WWPN -> firmware written into its SFP
+    std::map<std::string, uint32_t> faultsUsed;                             // fault key -> count used
+    std::map<std::string, CardFlashChanges> flashCards;                     // by card serial
+    std::map<uint64_t, uint32_t> vportCreateFaults;                         // physical WWPN -> creations still to fail
+    std::map<uint64_t, SfpFirmware> sfp;  // physical WWPN -> firmware written into its SFP
     // Run-time target changes, by "<port WWPN>/<target WWPN>", and the clock.
     std::map<std::string, TargetChanges> targets;
     ClockSetting clock;

@@ -61,7 +61,6 @@ std::string SpeedListText(uint8_t mask) {
     return out.empty() ? "unknown" : out;
 }
 
-
 class TreeWriter {
 public:
     explicit TreeWriter(std::string root) : root_(std::move(root)), sys_(root_ + "/sys") {}
@@ -185,9 +184,11 @@ private:
         sim_.driverProperty(key, drv);
         w_.file(a + "/node_name", Hex16(WwnFromBytes(node.WWNN)));
         w_.file(a + "/port_name", Hex16(WwnFromBytes(port.WWPN)));
-        w_.file(a + "/port_id", HexN(uint32_t(port.PortId[0]) << 16 | uint32_t(port.PortId[1]) << 8 | port.PortId[2], 6));
+        w_.file(a + "/port_id",
+                HexN(uint32_t(port.PortId[0]) << 16 | uint32_t(port.PortId[1]) << 8 | port.PortId[2], 6));
         w_.file(a + "/port_state", StateText(port.PortState));
-        w_.file(a + "/port_type", port.PortState == SD_PORTSTATE_ONLINE ? "NPort (fabric via point-to-point)" : "Unknown");
+        w_.file(a + "/port_type",
+                port.PortState == SD_PORTSTATE_ONLINE ? "NPort (fabric via point-to-point)" : "Unknown");
         w_.file(a + "/speed", SpeedText(port.PortSpeed));
         w_.file(a + "/supported_speeds", SpeedListText(port.SupportedSpeed));
         w_.file(a + "/fabric_name", Hex16(WwnFromBytes(port.FabricName)));
@@ -199,8 +200,8 @@ private:
         w_.file(a + "/driver_version", node.DriverVersion);
         w_.file(a + "/firmware_version", node.FirmwareVersion);
         w_.file(a + "/optionrom_version", node.OptionRomVersion);
-        w_.file(a + "/symbolic_name", std::string(node.Model) + " FW:v" + node.FirmwareVersion + " DVR:v" +
-                                          node.DriverVersion);
+        w_.file(a + "/symbolic_name",
+                std::string(node.Model) + " FW:v" + node.FirmwareVersion + " DVR:v" + node.DriverVersion);
         w_.file(a + "/tgtid_bind_type", "wwpn (World Wide Port Name)");
         if (!v.vport) {
             w_.file(a + "/max_npiv_vports", std::to_string(drv.MaxVports));
@@ -221,14 +222,24 @@ private:
         if (sim_.statistics(key, s) != SDERR_NONE) return;
         const std::pair<const char *, uint64_t> counters[] = {
             {"seconds_since_last_reset", s.SecondsSinceLastReset},
-            {"tx_frames", s.TxFrames}, {"rx_frames", s.RxFrames}, {"tx_words", s.TxWords}, {"rx_words", s.RxWords},
-            {"lip_count", s.LipCount}, {"nos_count", s.NosCount}, {"error_frames", s.ErrorFrames},
-            {"dumped_frames", s.DumpedFrames}, {"link_failure_count", s.LinkFailureCount},
-            {"loss_of_sync_count", s.LossOfSyncCount}, {"loss_of_signal_count", s.LossOfSignalCount},
+            {"tx_frames", s.TxFrames},
+            {"rx_frames", s.RxFrames},
+            {"tx_words", s.TxWords},
+            {"rx_words", s.RxWords},
+            {"lip_count", s.LipCount},
+            {"nos_count", s.NosCount},
+            {"error_frames", s.ErrorFrames},
+            {"dumped_frames", s.DumpedFrames},
+            {"link_failure_count", s.LinkFailureCount},
+            {"loss_of_sync_count", s.LossOfSyncCount},
+            {"loss_of_signal_count", s.LossOfSignalCount},
             {"prim_seq_protocol_err_count", s.PrimitiveSeqProtocolErrorCount},
-            {"invalid_tx_word_count", s.InvalidTransmissionWordCount}, {"invalid_crc_count", s.InvalidCRCCount},
-            {"fcp_input_requests", s.InputRequests}, {"fcp_output_requests", s.OutputRequests},
-            {"fcp_control_requests", s.ControlRequests}, {"fcp_input_megabytes", s.InputMBytes},
+            {"invalid_tx_word_count", s.InvalidTransmissionWordCount},
+            {"invalid_crc_count", s.InvalidCRCCount},
+            {"fcp_input_requests", s.InputRequests},
+            {"fcp_output_requests", s.OutputRequests},
+            {"fcp_control_requests", s.ControlRequests},
+            {"fcp_input_megabytes", s.InputMBytes},
             {"fcp_output_megabytes", s.OutputMBytes}};
         for (const auto &[name, value] : counters) w_.file(dir + "/" + name, HexN(value, 1));
         w_.file(dir + "/reset_statistics", "", false);

@@ -186,8 +186,8 @@ void ShowLuns(uint32_t h, const SDDiscTargetProperty &t, uint32_t maxLuns) {
                         uint64_t l = 0;
                         for (int k = 0; k < 8; ++k) l = (l << 8) | cap[k];
                         blocks = l + 1;
-                        blockLen = (uint32_t(cap[8]) << 24) | (uint32_t(cap[9]) << 16) | (uint32_t(cap[10]) << 8) |
-                                   cap[11];
+                        blockLen =
+                            (uint32_t(cap[8]) << 24) | (uint32_t(cap[9]) << 16) | (uint32_t(cap[10]) << 8) | cap[11];
                     }
                 }
             }
@@ -232,12 +232,12 @@ int Show(uint32_t maxLuns) {
             lastSerial = node.SerialNumber;
             printf("\nAdapter %s  S/N %s  (%s)\n", node.Model, node.SerialNumber, node.ModelDescription);
             printf("  PCI %04x:%04x subsystem %04x:%04x  bus %02x device %02x  ISP type %u\n", chip.VendorID,
-                   chip.DeviceID, chip.SubVendorID, chip.SubSystemID, chip.PciBusNumber & 0xFF,
-                   chip.PciDevFunc >> 3, chip.IspType);
+                   chip.DeviceID, chip.SubVendorID, chip.SubSystemID, chip.PciBusNumber & 0xFF, chip.PciDevFunc >> 3,
+                   chip.IspType);
             printf("  Driver %s %s  Firmware %s  Option ROM %s\n", drv.DriverName, drv.DriverVersion,
                    node.FirmwareVersion, node.OptionRomVersion);
         }
-        const char *kind = node.Interface == SD_INTERFACE_VPORT ? "vPort"
+        const char *kind = node.Interface == SD_INTERFACE_VPORT  ? "vPort"
                            : node.Interface == SD_INTERFACE_FCOE ? "FCoE port"
                                                                  : "Port";
         printf("  Instance %u: %s %u  WWPN %s  WWNN %s\n", inst, kind,
@@ -474,16 +474,15 @@ int main(int argc, char **argv) try {
         return 0;
     }
     if (cmd == "check") {
-        printf("%s: %zu cards, %zu ports\n", sim.host().path.c_str(), sim.host().cards.size(),
-               sim.host().ports.size());
+        printf("%s: %zu cards, %zu ports\n", sim.host().path.c_str(), sim.host().cards.size(), sim.host().ports.size());
         return 0;
     }
     if (cmd == "reset") return Report(sim.store().reset(), "reset");
     if (cmd == "event" && i + 1 < argc) {
         static const std::map<std::string, uint32_t> names = {
-            {"lip", SD_AEN_LIP_OCCURRED}, {"linkup", SD_AEN_LINK_UP},     {"linkdown", SD_AEN_LINK_DOWN},
-            {"lipreset", SD_AEN_LIP_RESET}, {"scr", SD_AEN_SCR_UPDATE},   {"device", SD_AEN_DEVICE_UPDATE},
-            {"dport", SD_AEN_DPORT_DIAG},  {"fec", SD_AEN_FEC_ACTIVE}};
+            {"lip", SD_AEN_LIP_OCCURRED},   {"linkup", SD_AEN_LINK_UP}, {"linkdown", SD_AEN_LINK_DOWN},
+            {"lipreset", SD_AEN_LIP_RESET}, {"scr", SD_AEN_SCR_UPDATE}, {"device", SD_AEN_DEVICE_UPDATE},
+            {"dport", SD_AEN_DPORT_DIAG},   {"fec", SD_AEN_FEC_ACTIVE}};
         uint32_t inst;
         if (!ParseInstance(argv[i++], inst)) return 2;
         for (; i < argc; ++i) {
@@ -509,11 +508,13 @@ int main(int argc, char **argv) try {
         return 0;
     }
     if (cmd == "link" && i + 1 < argc) {
-        static const std::map<std::string, uint16_t> states = {
-            {"online", SD_PORTSTATE_ONLINE},     {"linkdown", SD_PORTSTATE_LINKDOWN},
-            {"offline", SD_PORTSTATE_OFFLINE},   {"bypassed", SD_PORTSTATE_BYPASSED},
-            {"diagnostics", SD_PORTSTATE_DIAGNOSTICS}, {"error", SD_PORTSTATE_ERROR},
-            {"dport", SD_PORTSTATE_ONLINE}};
+        static const std::map<std::string, uint16_t> states = {{"online", SD_PORTSTATE_ONLINE},
+                                                               {"linkdown", SD_PORTSTATE_LINKDOWN},
+                                                               {"offline", SD_PORTSTATE_OFFLINE},
+                                                               {"bypassed", SD_PORTSTATE_BYPASSED},
+                                                               {"diagnostics", SD_PORTSTATE_DIAGNOSTICS},
+                                                               {"error", SD_PORTSTATE_ERROR},
+                                                               {"dport", SD_PORTSTATE_ONLINE}};
         uint32_t inst;
         if (!ParseInstance(argv[i++], inst)) return 2;
         auto it = states.find(argv[i]);
@@ -539,12 +540,14 @@ int main(int argc, char **argv) try {
         if (!ParseInstance(argv[i++], inst)) return 2;
         SDStatistics d{};
         static const std::map<std::string, uint64_t SDStatistics::*> wide = {
-            {"io_count", &SDStatistics::TotalIoCount}, {"megabytes", &SDStatistics::TotalMBytes},
+            {"io_count", &SDStatistics::TotalIoCount},       {"megabytes", &SDStatistics::TotalMBytes},
             {"errors", &SDStatistics::ControllerErrorCount}, {"device_errors", &SDStatistics::DeviceErrorCount},
-            {"tx_frames", &SDStatistics::TxFrames}, {"rx_frames", &SDStatistics::RxFrames}};
+            {"tx_frames", &SDStatistics::TxFrames},          {"rx_frames", &SDStatistics::RxFrames}};
         static const std::map<std::string, uint32_t SDStatistics::*> narrow = {
-            {"link_failure", &SDStatistics::LinkFailureCount}, {"loss_of_sync", &SDStatistics::LossOfSyncCount},
-            {"loss_of_signal", &SDStatistics::LossOfSignalCount}, {"invalid_crc", &SDStatistics::InvalidCRCCount},
+            {"link_failure", &SDStatistics::LinkFailureCount},
+            {"loss_of_sync", &SDStatistics::LossOfSyncCount},
+            {"loss_of_signal", &SDStatistics::LossOfSignalCount},
+            {"invalid_crc", &SDStatistics::InvalidCRCCount},
             {"invalid_tx_words", &SDStatistics::InvalidTransmissionWordCount},
             {"primitive_seq_errors", &SDStatistics::PrimitiveSeqProtocolErrorCount}};
         for (; i < argc; ++i) {

@@ -13,8 +13,8 @@
 #include <hbaapi.h>
 
 static void PrintWwn(const char *key, HBA_WWN w) {
-    printf("%s=%02x:%02x:%02x:%02x:%02x:%02x:%02x:%02x\n", key, w.wwn[0], w.wwn[1], w.wwn[2], w.wwn[3],
-           w.wwn[4], w.wwn[5], w.wwn[6], w.wwn[7]);
+    printf("%s=%02x:%02x:%02x:%02x:%02x:%02x:%02x:%02x\n", key, w.wwn[0], w.wwn[1], w.wwn[2], w.wwn[3], w.wwn[4],
+           w.wwn[5], w.wwn[6], w.wwn[7]);
 }
 
 /* Common fields of a local or a discovered port under prefix. */
@@ -87,10 +87,8 @@ static void ProbePort(HBA_HANDLE h, HBA_UINT32 a, HBA_UINT32 p) {
     printf("%s.disc_past_end=%u\n", prefix, st);
     snprintf(key, sizeof key, "%s.stat", prefix);
     st = HBA_GetPortStatistics(h, p, &ps);
-    if (st != HBA_STATUS_OK)
-        printf("%s.status=%u\n", key, st);
-    else
-        PrintStats(key, &ps);
+    if (st != HBA_STATUS_OK) printf("%s.status=%u\n", key, st);
+    else PrintStats(key, &ps);
 }
 
 int main(void) {
@@ -139,8 +137,7 @@ int main(void) {
             st = HBA_OpenAdapterByWWN(&h2, pa.PortWWN);
             if (st == HBA_STATUS_OK && HBA_GetAdapterAttributes(h2, &again) == HBA_STATUS_OK)
                 printf("adapter.%u.bywwn_serial=%s\n", a, again.SerialNumber);
-            else
-                printf("adapter.%u.bywwn_status=%u\n", a, st);
+            else printf("adapter.%u.bywwn_status=%u\n", a, st);
             if (st == HBA_STATUS_OK) HBA_CloseAdapter(h2);
         }
         HBA_CloseAdapter(h);

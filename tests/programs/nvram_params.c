@@ -17,6 +17,7 @@
 #include "vtapi.h"
 #include "vtapi_api.h"
 
+// clang-format off
 #define WORD_FIELDS(X)                                                                                        \
     X(DataRate) X(ConnectionOption) X(EnableFCTape) X(MaxLunsPerTarget) X(EnableHardLoopID) X(HardLoopID)      \
     X(FrameSize) X(EnableLipReset) X(EnableLipFullLogin) X(EnableTargetReset) X(EnableExtendedLogging)         \
@@ -26,6 +27,7 @@
     X(ForceWorldLogin) X(ReceiveOutOfOrderFrame) X(VendorID) X(DeviceID) X(SubsystemVendorID)                  \
     X(SubsystemDeviceID) X(ExtendedFirmwareOptions) X(EnableLR) X(FabricAssignWWN) X(FabricAssignBootLun)      \
     X(EnableDPort) X(DistanceSupport) X(MinimumSpeed) X(PreferFCP) X(DisableSCM)
+// clang-format on
 #define BYTE_FIELDS(X) X(NVMeEnable) X(PortDisable) X(FabricPriority) X(VirtualLane)
 
 static ProtocolEntry *FindPort(const char *text) {
@@ -58,10 +60,10 @@ static int Assign(VTAPI_HBAParams *p, const char *arg) {
     if (!eq) return -1;
     const size_t n = (size_t)(eq - arg);
     const unsigned long v = strtoul(eq + 1, NULL, 10);
-#define SET(f)                                              \
-    if (n == strlen(#f) && strncmp(arg, #f, n) == 0) {      \
-        p->f = (__typeof__(p->f))v;                         \
-        return 0;                                           \
+#define SET(f)                                         \
+    if (n == strlen(#f) && strncmp(arg, #f, n) == 0) { \
+        p->f = (__typeof__(p->f))v;                    \
+        return 0;                                      \
     }
     WORD_FIELDS(SET)
     BYTE_FIELDS(SET)

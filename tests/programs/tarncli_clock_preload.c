@@ -47,7 +47,8 @@ static void SetSimulatorClock(time_t now) {
     pid_t pid;
     if (posix_spawn(&pid, tool, &actions, NULL, argv, environ) == 0) {
         int status;
-        while (waitpid(pid, &status, 0) < 0 && errno == EINTR) {}
+        while (waitpid(pid, &status, 0) < 0 && errno == EINTR) {
+        }
     }
     posix_spawn_file_actions_destroy(&actions);
 }

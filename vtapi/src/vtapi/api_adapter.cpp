@@ -58,8 +58,8 @@ VTAPI_EXPORT uint32_t VTAPI_FCGetAdapterVersions(const AdapterEntry *adapter, VT
     VTAPI_FRAME(VTAPI_FCGetAdapterVersions, FC_GetAdapterVersions, adapter, versions);
 }
 
-VTAPI_EXPORT uint32_t VTAPI_GetFlashComponentVersion(const AdapterEntry *adapter, uint32_t component,
-                                                     char *version, uint32_t size) {
+VTAPI_EXPORT uint32_t VTAPI_GetFlashComponentVersion(const AdapterEntry *adapter, uint32_t component, char *version,
+                                                     uint32_t size) {
     VTAPI_FRAME(VTAPI_GetFlashComponentVersion, FC_GetFlashComponentVersion, adapter, component, version, size);
 }
 
@@ -99,8 +99,7 @@ VTAPI_EXPORT uint32_t VTAPI_GetOSName(char *name, uint32_t size) {
         const char *distribution = OSSGetDistributionType();
         if (distribution != nullptr && *distribution != '\0')
             snprintf(name, size, "%s %s %s", host.sysname, distribution, host.release);
-        else
-            snprintf(name, size, "%s %s", host.sysname, host.release);
+        else snprintf(name, size, "%s %s", host.sysname, host.release);
     }
     VTAPI_RETURN_FRAMED(VTAPI_GetOSName, status);
 }

@@ -48,8 +48,7 @@ VTAPI_EXPORT uint32_t VTAPI_SetBootDeviceInfo(const ProtocolEntry *port, const V
     VTAPI_FRAME(VTAPI_SetBootDeviceInfo, FC_SetBootDeviceInfo, port, info);
 }
 
-VTAPI_EXPORT uint32_t VTAPI_GetNVMeBootDeviceEntries(const ProtocolEntry *port,
-                                                     VTAPI_NVMeBootDeviceEntries *entries) {
+VTAPI_EXPORT uint32_t VTAPI_GetNVMeBootDeviceEntries(const ProtocolEntry *port, VTAPI_NVMeBootDeviceEntries *entries) {
     VTAPI_FRAME(VTAPI_GetNVMeBootDeviceEntries, FC_GetNVMeBootDeviceEntries, port, entries);
 }
 
@@ -74,8 +73,8 @@ VTAPI_EXPORT uint32_t VTAPI_GetNumberofVirtualPortsSupported(const ProtocolEntry
     VTAPI_FRAME(VTAPI_GetNumberofVirtualPortsSupported, FC_GetNumberofVirtualPortsSupported, port, count);
 }
 
-VTAPI_EXPORT uint32_t VTAPI_CreateVirtualPort(const ProtocolEntry *port, const uint8_t *wwnn,
-                                              const uint8_t *wwpn, uint16_t *vportId) {
+VTAPI_EXPORT uint32_t VTAPI_CreateVirtualPort(const ProtocolEntry *port, const uint8_t *wwnn, const uint8_t *wwpn,
+                                              uint16_t *vportId) {
     VTAPI_FRAME(VTAPI_CreateVirtualPort, FC_CreateVirtualPort, port, wwnn, wwpn, vportId);
 }
 
@@ -91,8 +90,7 @@ VTAPI_EXPORT uint32_t VTAPI_SDSetQoS(const ProtocolEntry *port, const uint8_t *v
     VTAPI_FRAME(VTAPI_SDSetQoS, FC_SDSetQoS, port, vportWWPN, qos);
 }
 
-VTAPI_EXPORT uint32_t VTAPI_GetTargetLinkSpeed(const ProtocolEntry *port, const uint8_t *targetWWPN,
-                                               uint32_t *speed) {
+VTAPI_EXPORT uint32_t VTAPI_GetTargetLinkSpeed(const ProtocolEntry *port, const uint8_t *targetWWPN, uint32_t *speed) {
     VTAPI_FRAME(VTAPI_GetTargetLinkSpeed, FC_GetTargetLinkSpeed, port, targetWWPN, speed);
 }
 

@@ -4,8 +4,8 @@
 
 extern "C" {
 
-VTAPI_EXPORT uint32_t VTAPI_DiagnosticsLoopBackTest(const ProtocolEntry *port,
-                                                    const VTAPI_DiagParams *params, VTAPI_DiagResult *result) {
+VTAPI_EXPORT uint32_t VTAPI_DiagnosticsLoopBackTest(const ProtocolEntry *port, const VTAPI_DiagParams *params,
+                                                    VTAPI_DiagResult *result) {
     VTAPI_FRAME(VTAPI_DiagnosticsLoopBackTest, FC_DiagnosticsLoopBackTest, port, params, result);
 }
 
@@ -22,25 +22,25 @@ VTAPI_EXPORT uint32_t VTAPI_AbortDiagTest(const ProtocolEntry *port) {
     VTAPI_FRAME(VTAPI_AbortDiagTest, FC_AbortDiagTest, port);
 }
 
-VTAPI_EXPORT uint32_t VTAPI_DiagnosticsEchoElsTest(const ProtocolEntry *port, const uint8_t *targetWWPN,
-                                                   void *result, uint32_t *size) {
+VTAPI_EXPORT uint32_t VTAPI_DiagnosticsEchoElsTest(const ProtocolEntry *port, const uint8_t *targetWWPN, void *result,
+                                                   uint32_t *size) {
     VTAPI_FRAME(VTAPI_DiagnosticsEchoElsTest, FC_DiagnosticsEchoElsTest, port, targetWWPN, result, size);
 }
 
-VTAPI_EXPORT uint32_t VTAPI_DiagnosticsRDPTest(const ProtocolEntry *port, const uint8_t *targetWWPN,
-                                               void *result, uint32_t *size) {
+VTAPI_EXPORT uint32_t VTAPI_DiagnosticsRDPTest(const ProtocolEntry *port, const uint8_t *targetWWPN, void *result,
+                                               uint32_t *size) {
     VTAPI_FRAME(VTAPI_DiagnosticsRDPTest, FC_DiagnosticsRDPTest, port, targetWWPN, result, size);
 }
 
-VTAPI_EXPORT uint32_t VTAPI_DiagnosticsFCPingTest(const ProtocolEntry *port, const uint8_t *targetWWPN,
-                                                  void *result, uint32_t *size) {
+VTAPI_EXPORT uint32_t VTAPI_DiagnosticsFCPingTest(const ProtocolEntry *port, const uint8_t *targetWWPN, void *result,
+                                                  uint32_t *size) {
     VTAPI_FRAME(VTAPI_DiagnosticsFCPingTest, FC_DiagnosticsFCPingTest, port, targetWWPN, result, size);
 }
 
-VTAPI_EXPORT uint32_t VTAPI_DiagnosticsCTCommand(const ProtocolEntry *port, const void *request,
-                                                 uint32_t requestSize, void *response, uint32_t *responseSize) {
-    VTAPI_FRAME(VTAPI_DiagnosticsCTCommand, FC_DiagnosticsCTCommand,
-                port, request, requestSize, response, responseSize);
+VTAPI_EXPORT uint32_t VTAPI_DiagnosticsCTCommand(const ProtocolEntry *port, const void *request, uint32_t requestSize,
+                                                 void *response, uint32_t *responseSize) {
+    VTAPI_FRAME(VTAPI_DiagnosticsCTCommand, FC_DiagnosticsCTCommand, port, request, requestSize, response,
+                responseSize);
 }
 
 VTAPI_EXPORT uint32_t VTAPI_CheckAdapterDPortOption(const ProtocolEntry *port, uint32_t *supported) {

@@ -15,19 +15,18 @@ VTAPI_EXPORT uint32_t VTAPI_doOptionROMUpdate(const ProtocolEntry *port, const c
 }
 
 VTAPI_EXPORT uint32_t VTAPI_UpdateAdapterFirmwareTableFromFile(const ProtocolEntry *port, const char *fileName) {
-    VTAPI_FILE_FRAME(VTAPI_UpdateAdapterFirmwareTableFromFile, fileName, FC_UpdateAdapterFirmwareTableFromFile,
-                     port, fileName);
+    VTAPI_FILE_FRAME(VTAPI_UpdateAdapterFirmwareTableFromFile, fileName, FC_UpdateAdapterFirmwareTableFromFile, port,
+                     fileName);
 }
 
-VTAPI_EXPORT uint32_t VTAPI_UpdateSpecificFlashRegionFromFile(const ProtocolEntry *port,
-                                                              const char *fileName, uint32_t region) {
-    VTAPI_FILE_FRAME(VTAPI_UpdateSpecificFlashRegionFromFile, fileName, FC_UpdateSpecificFlashRegionFromFile,
-                     port, fileName, region);
+VTAPI_EXPORT uint32_t VTAPI_UpdateSpecificFlashRegionFromFile(const ProtocolEntry *port, const char *fileName,
+                                                              uint32_t region) {
+    VTAPI_FILE_FRAME(VTAPI_UpdateSpecificFlashRegionFromFile, fileName, FC_UpdateSpecificFlashRegionFromFile, port,
+                     fileName, region);
 }
 
 VTAPI_EXPORT uint32_t VTAPI_UpdateAdapterMpiCfgFromDatFile(const ProtocolEntry *port, const char *fileName) {
-    VTAPI_FILE_FRAME(VTAPI_UpdateAdapterMpiCfgFromDatFile, fileName, FC_UpdateAdapterMpiCfgFromDatFile,
-                     port, fileName);
+    VTAPI_FILE_FRAME(VTAPI_UpdateAdapterMpiCfgFromDatFile, fileName, FC_UpdateAdapterMpiCfgFromDatFile, port, fileName);
 }
 
 VTAPI_EXPORT uint32_t VTAPI_UpdateAdapterPEPCfgFromFile(const ProtocolEntry *port, const char *fileName) {
@@ -51,10 +50,9 @@ VTAPI_EXPORT uint32_t VTAPI_FCGetFlashImageVersion(const ProtocolEntry *port, co
     VTAPI_FILE_FRAME(VTAPI_FCGetFlashImageVersion, fileName, FC_GetFlashImageVersion, port, fileName, version);
 }
 
-VTAPI_EXPORT uint32_t VTAPI_FCGetFlashImageSupportedAdapters(const char *fileName,
-                                                             VTAPI_FlashImageAdapters *adapters) {
-    VTAPI_FILE_FRAME(VTAPI_FCGetFlashImageSupportedAdapters, fileName, FC_GetFlashImageSupportedAdapters,
-                     fileName, adapters);
+VTAPI_EXPORT uint32_t VTAPI_FCGetFlashImageSupportedAdapters(const char *fileName, VTAPI_FlashImageAdapters *adapters) {
+    VTAPI_FILE_FRAME(VTAPI_FCGetFlashImageSupportedAdapters, fileName, FC_GetFlashImageSupportedAdapters, fileName,
+                     adapters);
 }
 
 VTAPI_EXPORT uint32_t VTAPI_GetAdapterFlashMemoBlock(const ProtocolEntry *port, void *buffer, uint32_t *size) {

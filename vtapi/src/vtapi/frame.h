@@ -33,34 +33,32 @@ uint32_t Guarded(Work &&work, uint32_t failure = VTAPI_GENERAL_FAILURE) noexcept
 
 }  // namespace vt::frame
 
-#define VTAPI_RETURN_FRAMED(name, status)                                                          \
-    LogDebug(__FILE__, __LINE__, #name "(): returning with %d", static_cast<int>(status));   \
-    ProfilerExitFunction(#name);                                                               \
+#define VTAPI_RETURN_FRAMED(name, status)                                                  \
+    LogDebug(__FILE__, __LINE__, #name "(): returning with %d", static_cast<int>(status)); \
+    ProfilerExitFunction(#name);                                                           \
     return status
 
 // Query frame: the FC_ function with the same arguments.
-#define VTAPI_FRAME(name, fc, ...)                          \
-    ProfilerEnterFunction(#name);                           \
+#define VTAPI_FRAME(name, fc, ...)                                                    \
+    ProfilerEnterFunction(#name);                                                     \
     const uint32_t frameStatus = vt::frame::Guarded([&] { return fc(__VA_ARGS__); }); \
     VTAPI_RETURN_FRAMED(name, frameStatus)
 
 // Query frame with a line before and after the call.
-#define VTAPI_FRAME_LOGGED(name, fc, ...)                                         \
-    ProfilerEnterFunction(#name);                                                 \
-    LogDebug(__FILE__, __LINE__, #name "(): Before calling " #fc "()");           \
-    const uint32_t frameStatus = vt::frame::Guarded([&] { return fc(__VA_ARGS__); });  \
-    LogDebug(__FILE__, __LINE__, #name "(): After calling " #fc "()");            \
+#define VTAPI_FRAME_LOGGED(name, fc, ...)                                             \
+    ProfilerEnterFunction(#name);                                                     \
+    LogDebug(__FILE__, __LINE__, #name "(): Before calling " #fc "()");               \
+    const uint32_t frameStatus = vt::frame::Guarded([&] { return fc(__VA_ARGS__); }); \
+    LogDebug(__FILE__, __LINE__, #name "(): After calling " #fc "()");                \
     VTAPI_RETURN_FRAMED(name, frameStatus)
 
 // File-update frame: a named input file that does not exist gives
 // VTAPI_FILE_NOT_FOUND and the FC_ function is not called; a null name is an
 // invalid argument.
-#define VTAPI_FILE_CALL(file, call)                                  \
-    ((file) == nullptr                ? VTAPI_INVALID_ARGUMENT       \
-     : access((file), F_OK) != 0      ? VTAPI_FILE_NOT_FOUND         \
-                                      : (call))
+#define VTAPI_FILE_CALL(file, call) \
+    ((file) == nullptr ? VTAPI_INVALID_ARGUMENT : access((file), F_OK) != 0 ? VTAPI_FILE_NOT_FOUND : (call))
 
-#define VTAPI_FILE_FRAME(name, file, fc, ...)                        \
-    ProfilerEnterFunction(#name);                                    \
+#define VTAPI_FILE_FRAME(name, file, fc, ...)                                                                \
+    ProfilerEnterFunction(#name);                                                                            \
     const uint32_t frameStatus = vt::frame::Guarded([&] { return VTAPI_FILE_CALL(file, fc(__VA_ARGS__)); }); \
     VTAPI_RETURN_FRAMED(name, frameStatus)
